@@ -1,0 +1,45 @@
+#pragma once
+
+#include <cstdint>
+
+#include "Player/CacheUpdateQueue.h"
+#include "Player/ISample.h"
+#include "Player/SampleRate.h"
+#include "Time/TimePoint.h"
+
+namespace Moravel::Player {
+
+// Turn one encoded sample, or one field of it, into a picture of width_ x height_ pixels.
+class DecodeOrder {
+ public:
+  virtual ~DecodeOrder() = default;
+
+  // The time and duration of the picture. A progressive frame has those of the order and of the
+  // encoded sample. A field lasts one period of the field rate; the bottom field follows the top
+  // field of the same frame by that period.
+  void GenerateTimePointAndDuration(Time::TimePoint& tp, Time::TimePoint& dur) const {
+    if (!isInterlace_) {
+      tp = orderTp_;
+      dur = toDecode_->GetDuration();
+      return;
+    }
+    const int64_t fieldNumber = orderTp_.SampleNumber(fieldSampleRate_) + (decodeTopField_ ? 0 : 1);
+    const auto a = static_cast<uint64_t>(fieldSampleRate_.Denominator());
+    const auto b = static_cast<uint64_t>(fieldSampleRate_.Numerator());
+    tp.FromRatio(static_cast<uint64_t>(fieldNumber), a, b);
+    Time::TimePoint out;
+    out.FromRatio(static_cast<uint64_t>(fieldNumber) + 1, a, b);
+    dur = out - tp;
+  }
+
+  ISample* toDecode_ = nullptr;  // not owned
+  Time::TimePoint orderTp_;
+  CacheUpdateQueue* queue_ = nullptr;  // not owned
+  bool decodeTopField_ = false;        // the top field, or the frame of progressive material
+  bool isInterlace_ = false;
+  SampleRate fieldSampleRate_;  // fields per second of interlaced material
+  int32_t width_ = 0;
+  int32_t height_ = 0;
+};
+
+}  // namespace Moravel::Player

@@ -1,0 +1,5 @@
+#include "elements/BuiltinElements.h"
+
+int main() {
+  qel::RegisterBuiltinElements();
+}

@@ -1,0 +1,7 @@
+#include "elements/BuiltinElements.h"
+
+namespace qel {
+
+void RegisterBuiltinElements() {}
+
+}  // namespace qel
