@@ -1,4 +1,5 @@
 #include <atomic>
+#include <chrono>
 #include <future>
 #include <memory>
 #include <string>
@@ -307,8 +308,23 @@ TEST_F(DecoderTest, ExchangesOfOneDecoderTakeTurns) {
 // Decodes at several resolutions run at once; a removal waits for the decode that uses the decoder
 // and is not starved by a stream of others.
 TEST_F(DecoderTest, RegistrationWaitsForDecodesAndIsNotStarved) {
+  constexpr std::chrono::seconds kHung(20);
+  const auto fastElement = std::make_shared<fake::Decoder>();
+  fastElement->input_ = element_->input_;
+  fastElement->outputs_ = element_->outputs_;
+  QELSampleDecoder fast;
+  fast.SetDecoder({fastElement, fastElement});
   QELMultiResDecoder dispatcher;
   dispatcher.AddDecoder(1920, 1080, &decoder_);
+  dispatcher.AddDecoder(0, -1, &fast);
+  const DecodeOrder order = Order({Encoded("s", {0})});
+  DecodeOrder small = order;
+  small.width_ = 0;
+  small.height_ = -1;
+  const auto decode = [&dispatcher](const DecodeOrder& o) {
+    return std::unique_ptr<ISample>(dispatcher.Decode(o)) != nullptr;
+  };
+
   std::promise<void> entered;
   std::promise<void> release;
   std::atomic<bool> decoding = false;
@@ -318,40 +334,25 @@ TEST_F(DecoderTest, RegistrationWaitsForDecodesAndIsNotStarved) {
     release.get_future().wait();
     decoding = false;
   };
-  const DecodeOrder order = Order({Encoded("s", {0})});
-  std::jthread slow([&] { EXPECT_TRUE(std::unique_ptr<ISample>(dispatcher.Decode(order))); });
+  std::jthread slow([&] { EXPECT_TRUE(decode(order)); });
   entered.get_future().wait();
-
-  const auto stream = std::make_shared<fake::Decoder>();
-  stream->input_ = element_->input_;
-  stream->outputs_ = element_->outputs_;
-  QELSampleDecoder fast;
-  fast.SetDecoder({stream, stream});
-  DecodeOrder small = order;
-  small.width_ = 0;
-  small.height_ = -1;
-  // A second resolution can be decoded while the first one is being decoded.
-  std::promise<void> removed;
-  QELMultiResDecoder parallel;
-  parallel.AddDecoder(0, -1, &fast);
-  parallel.AddDecoder(1920, 1080, &decoder_);
-  EXPECT_TRUE(std::unique_ptr<ISample>(parallel.Decode(small)));
+  auto beside = std::async(std::launch::async, [&] { return decode(small); });
+  EXPECT_EQ(beside.wait_for(kHung), std::future_status::ready) << "decodes exclude each other";
 
   std::atomic<bool> stop = false;
-  std::vector<std::jthread> streams;
+  std::vector<std::jthread> stream;
   for (int t = 0; t < 2; ++t) {
-    streams.emplace_back([&] {
+    stream.emplace_back([&] {
       while (!stop)
-        std::unique_ptr<ISample>(dispatcher.Decode(small));
+        decode(small);
     });
   }
-  std::jthread remover([&] {
+  auto removal = std::async(std::launch::async, [&] {
     dispatcher.RemoveDecoder(1920, 1080);
     EXPECT_FALSE(decoding) << "the decoder is still in use";
-    removed.set_value();
   });
   release.set_value();
-  EXPECT_EQ(removed.get_future().wait_for(std::chrono::seconds(20)), std::future_status::ready);
+  EXPECT_EQ(removal.wait_for(kHung), std::future_status::ready) << "the removal is starved";
   stop = true;
 }
 
