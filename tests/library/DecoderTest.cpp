@@ -351,6 +351,7 @@ TEST_F(DecoderTest, RegistrationWaitsForDecodesAndIsNotStarved) {
     dispatcher.RemoveDecoder(1920, 1080);
     EXPECT_FALSE(decoding) << "the decoder is still in use";
   });
+  EXPECT_EQ(removal.wait_for(std::chrono::milliseconds(20)), std::future_status::timeout);
   release.set_value();
   EXPECT_EQ(removal.wait_for(kHung), std::future_status::ready) << "the removal is starved";
   stop = true;
