@@ -1,7 +1,11 @@
 #include "elements/BuiltinElements.h"
 
+#include "elements/mjpeg/MotionJpegDecoder.h"
+
 namespace qel {
 
-void RegisterBuiltinElements() {}
+void RegisterBuiltinElements() {
+  RegisterMotionJpegDecoder();
+}
 
 }  // namespace qel

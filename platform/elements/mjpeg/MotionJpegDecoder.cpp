@@ -1,0 +1,149 @@
+#include "elements/mjpeg/MotionJpegDecoder.h"
+
+#include <memory>
+#include <mutex>
+#include <span>
+#include <utility>
+
+#include "elements/mjpeg/JpegPicture.h"
+#include "elements/mjpeg/OutputPicture.h"
+#include "qel/WorkflowStepImplementation.h"
+#include "qelCore/Parameters.h"
+#include "qelCore/Registry.h"
+#include "qelCore/Samples.h"
+
+namespace qel {
+
+namespace {
+
+using namespace mjpeg;
+
+constexpr char kOutputFourCC[] = "OutputFourCC";
+constexpr char kOutputWidth[] = "output_width";
+constexpr char kOutputHeight[] = "output_height";
+
+FourCC ReadOutputFourCC(const ParametersCollectionInstanceConstPtr& config) {
+  if (!config)
+    throw QELRuntimeError("motion-JPEG decoder needs an init configuration");
+  const FourCC fourCC = config->GetParamFourCC(kOutputFourCC).value_or(FourCC_I420);
+  if (!IsSupported(fourCC)) {
+    throw QELRuntimeError(QEL_TEXT("OutputFourCC " << uint32_t{fourCC}
+                                                   << " is not supported; supported are "
+                                                   << SupportedFormats()));
+  }
+  return fourCC;
+}
+
+Size ReadOutputSize(const ParametersCollectionInstanceConstPtr& config) {
+  if (!config)
+    throw QELRuntimeError("motion-JPEG decoder was given no update configuration");
+  const int64_t width = config->GetParamInt64(kOutputWidth).value_or(0);
+  const int64_t height = config->GetParamInt64(kOutputHeight).value_or(0);
+  if (width == 0 && height == 0)
+    return {};
+  if (!IsWithinLimits(width, height)) {
+    throw QELRuntimeError(QEL_TEXT(
+        "output size " << width << "x" << height << " is not supported: both or none, at most "
+                       << kMaxPictureSide << " a side and " << kMaxPicturePixels << " pixels"));
+  }
+  return {static_cast<int>(width), static_cast<int>(height)};
+}
+
+// The one sample that a container must hold.
+SampleConstPtr OnlySample(const SampleContainerConstPtr& container) {
+  const SampleList samples = container ? container->GetAllSamples() : SampleList();
+  if (samples.size() != 1 || !samples.front() || !samples.front()->GetData()) {
+    throw QELRuntimeError(
+        QEL_TEXT("motion-JPEG decoder takes containers of one sample with data, this one has "
+                 << samples.size() << " samples"));
+  }
+  return samples.front();
+}
+
+class MotionJpegDecoder : public IVideoDecoder {
+ public:
+  void SetInitConfig(ParametersCollectionInstanceConstPtr config) override {
+    const FourCC fourCC = ReadOutputFourCC(config);
+    const std::lock_guard<std::mutex> lock(stateAccess_);
+    outputFourCC_ = fourCC;
+  }
+
+  void UpdateConfig(ParametersCollectionInstanceConstPtr config) override {
+    const Size size = ReadOutputSize(config);
+    const std::lock_guard<std::mutex> lock(stateAccess_);
+    outputSize_ = size;
+  }
+
+  void DefineInput(InfoContainerConstPtr input, std::string) override {
+    const std::lock_guard<std::mutex> lock(stateAccess_);
+    input_ = std::move(input);
+  }
+
+  InfoContainerConstPtr GetDefinedInput(std::string) override {
+    const std::lock_guard<std::mutex> lock(stateAccess_);
+    return input_;
+  }
+
+  void PushSample(SampleContainerConstPtr container) override {
+    const std::lock_guard<std::mutex> lock(stateAccess_);
+    decoded_.reset();
+    if (outputFourCC_ == FourCC_undefined)
+      throw QELRuntimeError("motion-JPEG decoder was pushed a sample before SetInitConfig");
+    if (!input_)
+      throw QELRuntimeError("motion-JPEG decoder was pushed a sample before DefineInput");
+    decoded_ = Decode(*OnlySample(container));
+  }
+
+  SampleContainerConstPtr GetSample() override {
+    const std::lock_guard<std::mutex> lock(stateAccess_);
+    return std::exchange(decoded_, nullptr);
+  }
+
+ private:
+  SampleContainerConstPtr Decode(const ISample& sample) const {
+    const BufferConstPtr encoded = sample.GetData();
+    const YuvPictureConstPtr picture = DecodePlanes(*encoded);
+    if (!picture->damage.empty()) {
+      QEL_LOG(QEL_WARNING, "motion-JPEG picture of stream \""
+                               << sample.GetStreamId() << "\" is damaged: " << picture->damage);
+    }
+    const Size size = outputSize_ == Size{} ? picture->codedSize : outputSize_;
+    BufferConstPtr output = MakeOutputPicture(*picture, outputFourCC_, size);
+    return CreateSampleContainer(
+        CreateVideoSample(sample.GetInfo(), sample.GetChannelInfo(), std::move(output), size.width,
+                          size.height, outputFourCC_),
+        PackagingInfoConstPtr());
+  }
+
+  YuvPictureConstPtr DecodePlanes(const IBuffer& encoded) const {
+    JpegPicture jpeg({encoded.GetInnerBuffer(), encoded.GetDataSize()});
+    const Size size =
+        outputSize_ == Size{} ? jpeg.CodedSize() : DecodeSize(jpeg.CodedSize(), outputSize_);
+    return jpeg.Decode(size, PreferredPlanes(outputFourCC_));
+  }
+
+  std::mutex stateAccess_;  // guards all below
+  FourCC outputFourCC_ = FourCC_undefined;
+  Size outputSize_;  // 0x0: the size of each picture
+  InfoContainerConstPtr input_;
+  SampleContainerConstPtr decoded_;  // what GetSample delivers next
+};
+
+}  // namespace
+
+void RegisterMotionJpegDecoder() {
+  using Prototype = ParametersCollectionPrototype;
+  using Parameters = Prototype::ParameterMap;
+  const auto noParameters = std::make_shared<Prototype>(Parameters{});
+  RegisterElement("qel", "video.mjpeg",
+                  {.factory = std::make_shared<ElementFactory<ElementFactoryType_VideoDecoder>>(
+                       [](const auto&) { return std::make_shared<MotionJpegDecoder>(); }),
+                   .manifest = noParameters->CreateInstance(),
+                   .initConfig = std::make_shared<Prototype>(
+                       Parameters{{kOutputFourCC, {Prototype::Type::FourCC, FourCC_I420}}}),
+                   .updateConfig = std::make_shared<Prototype>(
+                       Parameters{{kOutputWidth, {Prototype::Type::Int64, int64_t{0}}},
+                                  {kOutputHeight, {Prototype::Type::Int64, int64_t{0}}}})});
+}
+
+}  // namespace qel
