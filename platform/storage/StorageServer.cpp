@@ -1,97 +1,32 @@
 #include "storage/StorageServer.h"
 
-#include <arpa/inet.h>
 #include <fcntl.h>
 #include <locale.h>
 #include <microhttpd.h>
-#include <netdb.h>
-#include <netinet/in.h>
-#include <netinet/tcp.h>
-#include <strings.h>
-#include <sys/socket.h>
 #include <sys/stat.h>
-#include <sys/un.h>
 #include <time.h>
 
 #include <algorithm>
 #include <cerrno>
 #include <charconv>
 #include <cstring>
-#include <limits>
 #include <mutex>
+#include <new>
 #include <optional>
 #include <stdexcept>
 #include <system_error>
 #include <utility>
 
+#include "storage/ByteRange.h"
 #include "storage/Descriptor.h"
+#include "storage/Listening.h"
 
 namespace Moravel::Player {
 
 namespace {
 
 constexpr unsigned kThreads = 2;
-constexpr int kBacklog = 128;
 constexpr std::string_view kTrackPrefix = "/tracks/";
-
-std::string LastError() {
-  return std::generic_category().message(errno);
-}
-
-// Listening sockets.
-
-Descriptor Listen(int family, const sockaddr* address, socklen_t length, const std::string& name) {
-  Descriptor result(::socket(family, SOCK_STREAM | SOCK_CLOEXEC, 0));
-  const int on = 1;
-  if (family != AF_UNIX) {
-    ::setsockopt(result.Get(), SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
-    ::setsockopt(result.Get(), IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);  // for its connections
-  }
-  if (!result || ::bind(result.Get(), address, length) != 0 ||
-      ::listen(result.Get(), kBacklog) != 0) {
-    throw std::runtime_error("storage server: cannot listen on " + name + ": " + LastError());
-  }
-  return result;
-}
-
-Descriptor ListenOnTcp(const std::string& address, uint16_t port) {
-  addrinfo hints{};
-  hints.ai_flags = AI_NUMERICHOST | AI_NUMERICSERV | AI_PASSIVE;
-  hints.ai_socktype = SOCK_STREAM;
-  addrinfo* found = nullptr;
-  const std::string portText = std::to_string(port);
-  if (const int error = ::getaddrinfo(address.c_str(), portText.c_str(), &hints, &found)) {
-    throw std::runtime_error("storage server: '" + address + "' is no numeric IPv4 or IPv6 " +
-                             "address: " + ::gai_strerror(error));
-  }
-  const std::unique_ptr<addrinfo, decltype(&::freeaddrinfo)> holder(found, &::freeaddrinfo);
-  return Listen(found->ai_family, found->ai_addr, found->ai_addrlen, address + ":" + portText);
-}
-
-Descriptor ListenOnUnixDomainSocket(const std::string& path) {
-  sockaddr_un address{};
-  address.sun_family = AF_UNIX;
-  if (path.size() >= sizeof address.sun_path) {
-    throw std::runtime_error("storage server: the path of a unix domain socket has at most " +
-                             std::to_string(sizeof address.sun_path - 1) + " bytes: " + path);
-  }
-  path.copy(address.sun_path, path.size());
-  return Listen(AF_UNIX, reinterpret_cast<const sockaddr*>(&address), sizeof address, path);
-}
-
-uint16_t PortOf(const Descriptor& listening) {
-  sockaddr_storage address{};
-  socklen_t length = sizeof address;
-  ::getsockname(listening.Get(), reinterpret_cast<sockaddr*>(&address), &length);
-  switch (address.ss_family) {
-    case AF_INET:
-      return ntohs(reinterpret_cast<const sockaddr_in&>(address).sin_port);
-    case AF_INET6:
-      return ntohs(reinterpret_cast<const sockaddr_in6&>(address).sin6_port);
-    default:
-      return 0;
-  }
-}
 
 // Files.
 
@@ -173,48 +108,6 @@ bool PreconditionsHold(const Headers& headers, const File& file, const std::stri
   return !limit || file.state.st_mtim.tv_sec <= *limit;
 }
 
-struct ByteRange {
-  uint64_t offset;
-  uint64_t size;  // 0: nothing of the file is in the range
-};
-
-// Cuts a number off the text; the largest one in place of those that are too large.
-std::optional<uint64_t> CutNumber(std::string_view& text) {
-  uint64_t number = 0;
-  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
-  if (error == std::errc::invalid_argument) {
-    return std::nullopt;
-  }
-  text.remove_prefix(static_cast<size_t>(end - text.data()));
-  return error == std::errc() ? number : std::numeric_limits<uint64_t>::max();
-}
-
-// Empty for what is not one byte range: then the header does not count.
-std::optional<ByteRange> ParseRange(std::string_view text, uint64_t fileSize) {
-  constexpr std::string_view kUnit = "bytes=";
-  if (text.size() < kUnit.size() || ::strncasecmp(text.data(), kUnit.data(), kUnit.size()) != 0) {
-    return std::nullopt;
-  }
-  text.remove_prefix(kUnit.size());
-  const std::optional<uint64_t> first = CutNumber(text);
-  if (!text.starts_with('-')) {
-    return std::nullopt;
-  }
-  text.remove_prefix(1);
-  const std::optional<uint64_t> last = CutNumber(text);
-  if (!text.empty() || (!first && !last) || (first && last && *last < *first)) {
-    return std::nullopt;
-  }
-  if (!first) {
-    const uint64_t size = std::min(*last, fileSize);
-    return ByteRange{fileSize - size, size};
-  }
-  if (*first >= fileSize) {
-    return ByteRange{0, 0};
-  }
-  return ByteRange{*first, std::min(last.value_or(fileSize), fileSize - 1) - *first + 1};
-}
-
 // Empty for the whole file.
 std::optional<ByteRange> WantedRange(const Headers& headers, const File& file,
                                      const std::string& etag) {
@@ -225,52 +118,52 @@ std::optional<ByteRange> WantedRange(const Headers& headers, const File& file,
   return range != nullptr && current ? ParseRange(range, file.Size()) : std::nullopt;
 }
 
+// The status of the answer, and the part of the file in it.
+std::pair<unsigned, ByteRange> Judge(const Headers& headers, bool get, const File& file,
+                                     const std::string& etag) {
+  if (!PreconditionsHold(headers, file, etag)) {
+    return {MHD_HTTP_PRECONDITION_FAILED, {0, 0}};
+  }
+  const std::optional<ByteRange> range = get ? WantedRange(headers, file, etag) : std::nullopt;
+  if (!range) {
+    return {MHD_HTTP_OK, {0, file.Size()}};
+  }
+  return {range->size != 0 ? MHD_HTTP_PARTIAL_CONTENT : MHD_HTTP_RANGE_NOT_SATISFIABLE, *range};
+}
+
 // Answers.
 
 class Response {
  public:
   // An empty body.
-  Response() : response_(::MHD_create_response_from_buffer(0, nullptr, MHD_RESPMEM_PERSISTENT)) {}
+  Response() : response_(::MHD_create_response_from_buffer(0, nullptr, MHD_RESPMEM_PERSISTENT)) {
+    Check();
+  }
   // That part of the file.
   Response(Descriptor file, const ByteRange& range)
       : response_(::MHD_create_response_from_fd_at_offset64(range.size, file.Get(), range.offset)) {
-    if (response_) {
-      file.Release();
-    }
+    Check();
+    file.Release();
   }
 
   void Add(const char* name, const std::string& value) {
     ::MHD_add_response_header(response_.get(), name, value.c_str());
   }
-  // False when there is no memory for it.
   bool Send(MHD_Connection* connection, unsigned status) {
-    return response_ && ::MHD_queue_response(connection, status, response_.get()) == MHD_YES;
+    return ::MHD_queue_response(connection, status, response_.get()) == MHD_YES;
   }
 
  private:
+  void Check() const {
+    if (!response_) {
+      throw std::bad_alloc();
+    }
+  }
   struct Destroyer {
     void operator()(MHD_Response* response) const { ::MHD_destroy_response(response); }
   };
   std::unique_ptr<MHD_Response, Destroyer> response_;
 };
-
-std::string ContentRange(const ByteRange& range, uint64_t fileSize) {
-  const std::string part = range.size == 0 ? "*"
-                                           : std::to_string(range.offset) + '-' +
-                                                 std::to_string(range.offset + range.size - 1);
-  return "bytes " + part + '/' + std::to_string(fileSize);
-}
-
-std::optional<int64_t> TrackOfPath(std::string_view path) {
-  int64_t id = 0;
-  if (!path.starts_with(kTrackPrefix)) {
-    return std::nullopt;
-  }
-  path.remove_prefix(kTrackPrefix.size());
-  const auto [end, error] = std::from_chars(path.data(), path.data() + path.size(), id);
-  return error == std::errc() && end == path.data() + path.size() ? std::optional(id)
-                                                                  : std::nullopt;
-}
 
 }  // namespace
 
@@ -289,7 +182,14 @@ StorageServer::StorageServer(const Options& options) {
   port_ = PortOf(listening);
 
   const auto answer = [](void* server, MHD_Connection* connection, const char* path,
-                         const char* method, const char*, const char*, size_t*, void**) {
+                         const char* method, const char*, const char*, size_t* uploaded,
+                         void** request) {
+    // The connection is kept only when the answer waits for the end of the request.
+    if (*request == nullptr || *uploaded != 0) {
+      *request = server;
+      *uploaded = 0;
+      return MHD_YES;
+    }
     try {
       const bool keep = static_cast<StorageServer*>(server)->Answer(connection, path, method);
       return keep ? MHD_YES : MHD_NO;
@@ -310,53 +210,55 @@ StorageServer::~StorageServer() = default;
 
 void StorageServer::AddTrack(int64_t id, std::filesystem::path file) {
   if (!OpenRegularFile(file).descriptor) {
-    throw std::runtime_error("track " + std::to_string(id) + ": cannot read " + file.string() +
-                             ": " + (errno == EINVAL ? "Not a regular file" : LastError()));
+    const int error = errno;
+    throw std::runtime_error(
+        "track " + std::to_string(id) + ": cannot read " + file.string() + ": " +
+        (error == EINVAL ? "Not a regular file" : std::generic_category().message(error)));
   }
   const std::lock_guard lock(tracksAccess_);
   tracks_.insert_or_assign(id, std::move(file));
 }
 
+std::filesystem::path StorageServer::FileOf(std::string_view path) {
+  int64_t id = 0;
+  if (!path.starts_with(kTrackPrefix)) {
+    return {};
+  }
+  path.remove_prefix(kTrackPrefix.size());
+  const auto [end, error] = std::from_chars(path.data(), path.data() + path.size(), id);
+  if (error != std::errc() || end != path.data() + path.size()) {
+    return {};
+  }
+  const std::shared_lock lock(tracksAccess_);
+  const auto track = tracks_.find(id);
+  return track != tracks_.end() ? track->second : std::filesystem::path();
+}
+
 bool StorageServer::Answer(MHD_Connection* connection, std::string_view path,
                            std::string_view method) {
   ++requestCount_;
-  if (method != MHD_HTTP_METHOD_GET && method != MHD_HTTP_METHOD_HEAD) {
+  const bool get = method == MHD_HTTP_METHOD_GET;
+  if (!get && method != MHD_HTTP_METHOD_HEAD) {
     Response response;
     response.Add(MHD_HTTP_HEADER_ALLOW, "GET, HEAD");
     return response.Send(connection, MHD_HTTP_METHOD_NOT_ALLOWED);
   }
-  const std::optional<int64_t> id = TrackOfPath(path);
-  File file;
-  {
-    const std::shared_lock lock(tracksAccess_);
-    const auto track = id ? tracks_.find(*id) : tracks_.end();
-    file = track != tracks_.end() ? OpenRegularFile(track->second) : File{};
-  }
+  File file = OpenRegularFile(FileOf(path));
   if (!file.descriptor) {
     return Response().Send(connection, MHD_HTTP_NOT_FOUND);
   }
-  const Headers headers(connection);
   const std::string etag = ETag(file.state);
-  if (!PreconditionsHold(headers, file, etag)) {
-    return Response().Send(connection, MHD_HTTP_PRECONDITION_FAILED);
-  }
-
-  const bool get = method == MHD_HTTP_METHOD_GET;  // ranges are for GET only
-  const uint64_t size = file.Size();
-  const std::optional<ByteRange> range = get ? WantedRange(headers, file, etag) : std::nullopt;
-  const ByteRange part = range.value_or(ByteRange{0, size});
-  const bool unsatisfiable = range && part.size == 0;
-  Response response = unsatisfiable ? Response() : Response(std::move(file.descriptor), part);
+  const auto [status, part] = Judge(Headers(connection), get, file, etag);
+  const bool refused = status >= MHD_HTTP_BAD_REQUEST;
+  Response response = refused ? Response() : Response(std::move(file.descriptor), part);
   response.Add(MHD_HTTP_HEADER_ACCEPT_RANGES, "bytes");
   response.Add(MHD_HTTP_HEADER_ETAG, etag);
   response.Add(MHD_HTTP_HEADER_LAST_MODIFIED, DateText(file.state.st_mtim.tv_sec));
-  if (range) {
-    response.Add(MHD_HTTP_HEADER_CONTENT_RANGE, ContentRange(part, size));
+  if (status == MHD_HTTP_PARTIAL_CONTENT || status == MHD_HTTP_RANGE_NOT_SATISFIABLE) {
+    response.Add(MHD_HTTP_HEADER_CONTENT_RANGE, ContentRange(part, file.Size()));
   }
   bytesRequested_ += get ? part.size : 0;
-  return response.Send(connection, unsatisfiable ? MHD_HTTP_RANGE_NOT_SATISFIABLE
-                                   : range       ? MHD_HTTP_PARTIAL_CONTENT
-                                                 : MHD_HTTP_OK);
+  return response.Send(connection, status);
 }
 
 }  // namespace Moravel::Player

@@ -52,6 +52,8 @@ class StorageServer {
     void operator()(MHD_Daemon* daemon) const;
   };
 
+  // The file behind the path of a URL; empty when it is no track.
+  std::filesystem::path FileOf(std::string_view path);
   // False: the connection is to be closed.
   bool Answer(MHD_Connection* connection, std::string_view path, std::string_view method);
 
