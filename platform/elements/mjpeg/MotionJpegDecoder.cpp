@@ -1,5 +1,6 @@
 #include "elements/mjpeg/MotionJpegDecoder.h"
 
+#include <algorithm>
 #include <memory>
 #include <mutex>
 #include <span>
@@ -7,6 +8,7 @@
 
 #include "elements/mjpeg/JpegPicture.h"
 #include "elements/mjpeg/OutputPicture.h"
+#include "elements/mjpeg/SharedPictures.h"
 #include "qel/WorkflowStepImplementation.h"
 #include "qelCore/Parameters.h"
 #include "qelCore/Registry.h"
@@ -60,6 +62,21 @@ SampleConstPtr OnlySample(const SampleContainerConstPtr& container) {
   return samples.front();
 }
 
+// Decodes at the size and with the planes that serve all of the outputs.
+YuvPictureConstPtr DecodePlanes(const IBuffer& encoded, const WantedOutputs& outputs) {
+  JpegPicture jpeg({encoded.GetInnerBuffer(), encoded.GetDataSize()});
+  const Size coded = jpeg.CodedSize();
+  Size largest;
+  auto planes = JpegPicture::Planes::Luma;
+  for (const WantedOutput& output : outputs) {
+    const Size size = output.size == Size{} ? coded : DecodeSize(coded, output.size);
+    largest = {std::max(largest.width, size.width), std::max(largest.height, size.height)};
+    if (PreferredPlanes(output.fourCC) != JpegPicture::Planes::Luma)
+      planes = PreferredPlanes(output.fourCC);
+  }
+  return jpeg.Decode(largest, planes);
+}
+
 class MotionJpegDecoder : public IVideoDecoder {
  public:
   void SetInitConfig(ParametersCollectionInstanceConstPtr config) override {
@@ -75,7 +92,9 @@ class MotionJpegDecoder : public IVideoDecoder {
   }
 
   void DefineInput(InfoContainerConstPtr input, std::string) override {
+    const InfoList infos = input ? input->GetInfoList() : InfoList();
     const std::lock_guard<std::mutex> lock(stateAccess_);
+    track_ = infos.empty() ? nullptr : infos.front();
     input_ = std::move(input);
   }
 
@@ -102,7 +121,9 @@ class MotionJpegDecoder : public IVideoDecoder {
  private:
   SampleContainerConstPtr Decode(const ISample& sample) const {
     const BufferConstPtr encoded = sample.GetData();
-    const YuvPictureConstPtr picture = DecodePlanes(*encoded);
+    const YuvPictureConstPtr picture = SharedPictures::Instance().Get(
+        track_, encoded, {outputSize_, outputFourCC_},
+        [&encoded](const WantedOutputs& outputs) { return DecodePlanes(*encoded, outputs); });
     if (!picture->damage.empty()) {
       QEL_LOG(QEL_WARNING, "motion-JPEG picture of stream \""
                                << sample.GetStreamId() << "\" is damaged: " << picture->damage);
@@ -115,17 +136,11 @@ class MotionJpegDecoder : public IVideoDecoder {
         PackagingInfoConstPtr());
   }
 
-  YuvPictureConstPtr DecodePlanes(const IBuffer& encoded) const {
-    JpegPicture jpeg({encoded.GetInnerBuffer(), encoded.GetDataSize()});
-    const Size size =
-        outputSize_ == Size{} ? jpeg.CodedSize() : DecodeSize(jpeg.CodedSize(), outputSize_);
-    return jpeg.Decode(size, PreferredPlanes(outputFourCC_));
-  }
-
   std::mutex stateAccess_;  // guards all below
   FourCC outputFourCC_ = FourCC_undefined;
   Size outputSize_;  // 0x0: the size of each picture
   InfoContainerConstPtr input_;
+  InfoConstPtr track_;               // what all decoders of one track have in common
   SampleContainerConstPtr decoded_;  // what GetSample delivers next
 };
 
