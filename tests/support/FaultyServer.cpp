@@ -145,6 +145,7 @@ size_t OffsetOf(const std::optional<Fault::Point>& point, size_t headerSize, siz
 
 struct FaultyServer::Connection {
   Descriptor socket;
+  uint64_t releases = 0;  // before the request that is answered now
   std::atomic<bool> done = false;
   std::thread thread = {};
   ~Connection() {
@@ -242,8 +243,9 @@ void FaultyServer::Serve(Connection& connection) {
     {
       const std::lock_guard lock(stateAccess_);
       request.number = requestCount_++;
+      connection.releases = releases_;
     }
-    keep = Answer(connection.socket, request, ChooseFault(request));
+    keep = Answer(connection, request, ChooseFault(request));
   }
   ::shutdown(connection.socket.Get(), SHUT_RDWR);  // closed when its owner lets go of it
   connection.done = true;
@@ -261,7 +263,8 @@ std::shared_ptr<const FaultyServer::Track> FaultyServer::FindTrack(const std::st
 }
 
 // False: the connection is to be closed.
-bool FaultyServer::Answer(const Descriptor& socket, const Request& request, const Fault& fault) {
+bool FaultyServer::Answer(const Connection& connection, const Request& request,
+                          const Fault& fault) {
   const std::shared_ptr<const Track> track = FindTrack(request.path);
   Reply reply{.status = 404, .etag = {}, .contentRange = {}, .body = {}};
   if (request.method != "GET") {
@@ -275,18 +278,18 @@ bool FaultyServer::Answer(const Descriptor& socket, const Request& request, cons
   const size_t end = OffsetOf(fault.cut, header.size(), answer.size());
   const size_t stall = OffsetOf(fault.stall, header.size(), end);
   const std::string_view bytes(answer);
-  if (!Send(socket, bytes.substr(0, stall))) {
+  if (!Send(connection.socket, bytes.substr(0, stall))) {
     return false;
   }
   if (fault.stall) {
-    AwaitRelease();
+    AwaitRelease(connection.releases);
   }
-  return Send(socket, bytes.substr(stall, end - stall)) && !fault.cut;
+  return Send(connection.socket, bytes.substr(stall, end - stall)) && !fault.cut;
 }
 
-void FaultyServer::AwaitRelease() {
+void FaultyServer::AwaitRelease(uint64_t before) {
   std::unique_lock lock(stateAccess_);
-  released_.wait(lock, [this, before = releases_] { return closing_ || releases_ != before; });
+  released_.wait(lock, [this, before] { return closing_ || releases_ != before; });
 }
 
 }  // namespace Moravel::Test

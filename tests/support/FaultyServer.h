@@ -50,6 +50,9 @@ struct Fault {
 // A storage server that breaks on demand, on a loopback port that it keeps for its life. It knows
 // byte ranges, If-Match and If-Range with ETags, and keeps connections. All operations may be
 // called from any thread, but SetListening from one at a time.
+//
+// libcurl repeats a request by itself when a connection that it has used before is cut within the
+// answer's header: to see that fault, let it last for two requests.
 class FaultyServer {
  public:
   // Asked before each answer, by the server's threads, one at a time.
@@ -67,7 +70,7 @@ class FaultyServer {
   // The same for the next so many requests; those after them are answered well.
   void SetFault(const Fault& fault, int requests = std::numeric_limits<int>::max());
 
-  // Those that stall now go on.
+  // Answers to requests that came before it do not stall any more.
   void ReleaseStalls();
   // False: closes all connections and refuses new ones. True: as before, on the same port.
   void SetListening(bool listening);
@@ -86,8 +89,8 @@ class FaultyServer {
   void Serve(Connection& connection);
   Fault ChooseFault(const Request& request);
   std::shared_ptr<const Track> FindTrack(const std::string& path) const;
-  bool Answer(const Descriptor& socket, const Request& request, const Fault& fault);
-  void AwaitRelease();
+  bool Answer(const Connection& connection, const Request& request, const Fault& fault);
+  void AwaitRelease(uint64_t before);
 
   uint16_t port_ = 0;
 
