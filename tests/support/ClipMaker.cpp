@@ -17,7 +17,7 @@ namespace {
 // A picture is a grid of bright and dark cells, one for each bit of its number; the lowest bit is
 // at the top left.
 constexpr int kCells = 4;
-constexpr int kBright = 190;
+constexpr int kBright = 180;
 constexpr int kDark = 60;
 
 int CellOf(int position, int extent) {
@@ -31,7 +31,7 @@ std::vector<uint8_t> MakePixels(const PictureSpec& spec) {
     for (int x = 0; x < spec.width; ++x) {
       const int cell = CellOf(y, spec.height) * kCells + CellOf(x, spec.width);
       const bool bit = (spec.number >> cell) & 1;
-      const int gradient = 40 * x / spec.width - 20 * y / spec.height;
+      const int gradient = 30 * x / spec.width - 20 * y / spec.height;
       const int luma = (bit ? kBright : kDark) + gradient;
       const int tint = (spec.number * 5 + cell * 7) % 31 * 2 - 30;  // hardly changes the luma
       rgb.push_back(static_cast<uint8_t>(luma + tint));
