@@ -1,0 +1,31 @@
+#pragma once
+
+#include <functional>
+#include <memory>
+#include <thread>
+#include <vector>
+
+#include "Picture.h"
+#include "Stopper.h"
+#include "TrackSetup.h"
+#include "WorkQueue.h"
+
+namespace Moravel::Play {
+
+using PictureSinks = std::vector<std::unique_ptr<IPictureSink>>;
+
+// Threads that take samples from the queue, decode them in every size and field, and give the
+// pictures to the sinks. A worker decodes all sizes of a picture one after the other, so that the
+// decoder elements can share the work. Pictures that fail are counted, and the first of each track
+// is told.
+class DecodeWorkers {
+ public:
+  // `done` is called by each worker as its last act. All references outlive the workers.
+  DecodeWorkers(int jobs, WorkQueue& queue, const PictureSinks& sinks, Stopper& stopper,
+                std::function<void()> done);
+
+ private:
+  std::vector<std::jthread> threads_;
+};
+
+}  // namespace Moravel::Play

@@ -1,0 +1,64 @@
+#pragma once
+
+#include <compare>
+#include <cstdint>
+#include <filesystem>
+#include <optional>
+#include <stdexcept>
+#include <string>
+#include <variant>
+#include <vector>
+
+#include "TrackArgument.h"
+#include "logging/ILogger.h"
+#include "qel/FourCC.h"
+
+namespace Moravel::Play {
+
+// Picture size in pixels.
+struct Size {
+  int width = 0;
+  int height = 0;
+
+  std::string ToString() const { return std::to_string(width) + "x" + std::to_string(height); }
+  bool operator==(const Size&) const = default;
+};
+
+enum class Order { Forward, Reverse, Random };
+
+// What the user asked for; checked.
+struct Options {
+  std::vector<TrackArgument> tracks;
+  std::vector<Size> sizes;  // largest first, each once; empty: the track's own
+  qel::FourCC format = qel::FourCC_I420;
+
+  double startSeconds = 0;
+  std::optional<int64_t> count;  // samples; neither this nor the duration: to the end
+  std::optional<double> durationSeconds;
+  Order order = Order::Forward;
+  bool fields = false;  // both fields of interlaced material, else the top field only
+
+  int jobs = 1;
+  int window = 16;
+
+  std::filesystem::path pngFolder;  // empty: none, like those below
+  std::filesystem::path contactSheet;
+  std::filesystem::path y4mFile;  // "-": standard output
+  bool json = false;
+  bool quiet = false;
+  orl::mv::logging::ILogger::Level logLevel = orl::mv::logging::ILogger::Level_Warning;
+
+  bool WritesPicturesToStandardOutput() const { return y4mFile == "-"; }
+};
+
+// A command line that cannot be carried out; the text is one line for the user.
+class UsageError : public std::runtime_error {
+ public:
+  using std::runtime_error::runtime_error;
+};
+
+// The options, or the text that the user asked for instead of playing (help, version).
+// Throws UsageError.
+std::variant<Options, std::string> ParseOptions(int argc, const char* const* argv);
+
+}  // namespace Moravel::Play

@@ -1,0 +1,42 @@
+#pragma once
+
+#include <cstddef>
+#include <filesystem>
+#include <span>
+#include <stdexcept>
+
+namespace Moravel::Play {
+
+// Something could not be written: the file and the reason, in one line.
+class OutputError : public std::runtime_error {
+ public:
+  using std::runtime_error::runtime_error;
+};
+
+// The reader of a pipe has gone.
+class ClosedPipe : public std::runtime_error {
+ public:
+  using std::runtime_error::runtime_error;
+};
+
+// A file being written from its beginning, or standard output ("-"). Used by one thread at a time.
+// Errors are OutputError and ClosedPipe.
+class OutputFile {
+ public:
+  explicit OutputFile(const std::filesystem::path& path);
+  ~OutputFile();
+  OutputFile(const OutputFile&) = delete;
+  OutputFile& operator=(const OutputFile&) = delete;
+
+  void Write(std::span<const uint8_t> bytes);
+  // Errors that the system tells only when a file is closed come here.
+  void Close();
+
+ private:
+  [[noreturn]] void Fail() const;
+
+  const std::filesystem::path path_;
+  int descriptor_;
+};
+
+}  // namespace Moravel::Play

@@ -1,0 +1,42 @@
+#pragma once
+
+#include <cstdint>
+
+#include "Options.h"
+#include "Track.h"
+#include "qel/Samples.h"
+
+namespace Moravel::Play {
+
+// One picture of the playback, as it goes to those who write it.
+struct Picture {
+  const Track& track;
+  Size size;
+  int64_t position;                // of its sample in the track's play sequence
+  int64_t sampleNumber;            // in the track
+  bool bottom;                     // the bottom field of interlaced material
+  qel::VideoSampleConstPtr image;  // shared, never changed; empty: missing, or not decodable
+
+  // Among all pictures of its track and size, from 0.
+  int64_t PlayIndex() const { return position * track.picturesPerSample + (bottom ? 1 : 0); }
+};
+
+// "", or which field it is.
+inline const char* FieldName(const Picture& picture) {
+  if (!picture.track.interlaced)
+    return "";
+  return picture.bottom ? "bottom" : "top";
+}
+
+// Writes pictures somewhere. Write may be called from several threads at once, with pictures in
+// almost any order; Finish once, after the last of them.
+// What cannot be written is an OutputError, or ClosedPipe.
+class IPictureSink {
+ public:
+  virtual ~IPictureSink() = default;
+
+  virtual void Write(const Picture& picture) = 0;
+  virtual void Finish() = 0;
+};
+
+}  // namespace Moravel::Play

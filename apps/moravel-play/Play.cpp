@@ -1,0 +1,200 @@
+#include "Play.h"
+
+#include <atomic>
+#include <condition_variable>
+#include <cstdio>
+#include <latch>
+#include <mutex>
+#include <thread>
+
+#include "ContactSheet.h"
+#include "DecodeWorkers.h"
+#include "ExitCode.h"
+#include "Interrupt.h"
+#include "OutputFile.h"
+#include "PngSink.h"
+#include "PreloadLoop.h"
+#include "Problem.h"
+#include "Progress.h"
+#include "Report.h"
+#include "TrackSetup.h"
+#include "Y4mSink.h"
+#include "host/LiveQueues.h"
+
+namespace Moravel::Play {
+
+namespace {
+
+constexpr std::chrono::milliseconds kLookAround{50};  // for signals, and to draw the progress bar
+
+PictureSinks MakeSinks(const Options& options, const std::vector<PlayingTrack*>& tracks) {
+  PictureSinks sinks;
+  if (!options.pngFolder.empty())
+    sinks.push_back(std::make_unique<PngSink>(options.pngFolder));
+  if (!options.contactSheet.empty()) {
+    std::vector<const Track*> facts;
+    for (const PlayingTrack* track : tracks)
+      facts.push_back(&track->facts);
+    sinks.push_back(std::make_unique<ContactSheet>(options.contactSheet, facts));
+  }
+  if (!options.y4mFile.empty())
+    sinks.push_back(std::make_unique<Y4mSink>(options.y4mFile, tracks.front()->facts));
+  return sinks;
+}
+
+// The caches as the live queues of the preloaders, as long as the object.
+class Registration {
+ public:
+  explicit Registration(Setup& setup) : setup_(setup) {
+    for (PlayingServer& server : setup_.servers) {
+      for (const auto& track : server.tracks)
+        queues_.Add(&track->cache);
+      server.preloader->SetExistingCacheUpdateQueues(&queues_);
+    }
+  }
+  ~Registration() {
+    for (PlayingServer& server : setup_.servers)
+      server.preloader->SetExistingCacheUpdateQueues(nullptr);
+  }
+  Registration(const Registration&) = delete;
+  Registration& operator=(const Registration&) = delete;
+
+ private:
+  Setup& setup_;
+  Player::LiveQueues queues_;
+};
+
+// Counts the decode workers that have ended.
+class WorkersEnd {
+ public:
+  explicit WorkersEnd(int workers) : left_(workers) {}
+
+  void Arrive() {
+    const std::lock_guard<std::mutex> lock(leftAccess_);
+    --left_;
+    arrived_.notify_one();
+  }
+
+  bool WaitFor(std::chrono::milliseconds time) {
+    std::unique_lock<std::mutex> lock(leftAccess_);
+    return arrived_.wait_for(lock, time, [this] { return left_ == 0; });
+  }
+
+ private:
+  std::mutex leftAccess_;  // guards left_
+  std::condition_variable arrived_;
+  int left_;
+};
+
+// Runs all threads to their end; this one looks after the user meanwhile.
+void RunThreads(const Options& options, Setup& setup, const PictureSinks& sinks, Stopper& stopper) {
+  const Registration registration(setup);
+  WorkQueue queue(setup.servers.size());
+  WorkersEnd end(options.jobs);
+  Progress progress(setup.Tracks(), !options.quiet);
+  std::vector<std::jthread> preloaders;
+  for (PlayingServer& server : setup.servers) {
+    preloaders.emplace_back(
+        [&server, &queue, token = stopper.Token()] { PreloadLoop(server, queue).Run(token); });
+  }
+  const DecodeWorkers workers(options.jobs, queue, sinks, stopper, [&end] { end.Arrive(); });
+  while (!end.WaitFor(kLookAround)) {
+    if (Interrupted())
+      stopper.Interrupt();
+    progress.Draw();
+  }
+}
+
+void FinishSinks(const PictureSinks& sinks, Stopper& stopper) {
+  for (const auto& sink : sinks) {
+    try {
+      sink->Finish();
+    } catch (const ClosedPipe&) {
+      stopper.OutputClosed();
+    } catch (const std::exception& error) {
+      stopper.OutputFailed(error.what());
+    }
+  }
+}
+
+bool LostPictures(const std::vector<PlayingTrack*>& tracks) {
+  for (const PlayingTrack* track : tracks) {
+    if (track->statistics.missing != 0)
+      return true;
+    for (const SizeStatistics& size : track->statistics.sizes) {
+      if (size.damaged != 0)
+        return true;
+    }
+  }
+  return false;
+}
+
+bool HadErrors(const std::vector<PlayingTrack*>& tracks) {
+  for (const PlayingTrack* track : tracks) {
+    if (track->statistics.errors != 0)
+      return true;
+  }
+  return false;
+}
+
+int FindExitCode(const Setup& setup, const Stopper& stopper) {
+  const std::vector<PlayingTrack*> tracks = setup.Tracks();
+  if (stopper.Interrupted())
+    return kExitInterrupted;
+  if (stopper.OutputFailure())
+    return kExitUnwritable;
+  if (!setup.failed.empty() || HadErrors(tracks))
+    return kExitUnreadable;
+  return LostPictures(tracks) ? kExitPicturesLost : kExitFine;
+}
+
+void WriteReport(const Options& options, const Outcome& outcome) {
+  if (options.json)
+    std::fputs(ToJson(outcome).c_str(), stdout);
+  if (!options.quiet) {
+    const bool standardOutputIsTaken = options.json || options.WritesPicturesToStandardOutput();
+    std::fputs(ToTable(outcome).c_str(), standardOutputIsTaken ? stderr : stdout);
+  }
+  std::fflush(stdout);  // nobody minds a reader that has gone
+}
+
+int PlayOpened(const Options& options, Setup& setup) {
+  Stopper stopper;
+  const Clock::time_point start = Clock::now();
+  {
+    const PictureSinks sinks = MakeSinks(options, setup.Tracks());
+    RunThreads(options, setup, sinks, stopper);
+    FinishSinks(sinks, stopper);
+  }
+  const double seconds = std::chrono::duration<double>(Clock::now() - start).count();
+  if (const auto failure = stopper.OutputFailure())
+    PrintProblem(*failure);
+  const int exitCode = FindExitCode(setup, stopper);
+  WriteReport(options, {setup.Tracks(), setup.failed, seconds, stopper.Interrupted(), exitCode});
+  return exitCode;
+}
+
+}  // namespace
+
+int Play(const Options& options) {
+  try {
+    Setup setup = OpenTracks(options);
+    for (const FailedTrack& track : setup.failed)
+      PrintProblem(track.name + ": " + track.reason);
+    if (!setup.servers.empty())
+      return PlayOpened(options, setup);
+    if (options.json)
+      WriteReport(options, {{}, setup.failed, 0, false, kExitUnreadable});
+    return kExitUnreadable;
+  } catch (const UsageError& error) {
+    PrintProblem(error.what());
+    return kExitUsage;
+  } catch (const OutputError& error) {
+    PrintProblem(error.what());
+    return kExitUnwritable;
+  } catch (const ClosedPipe&) {
+    return kExitFine;
+  }
+}
+
+}  // namespace Moravel::Play

@@ -1,0 +1,45 @@
+#include "PngSink.h"
+
+#include <unistd.h>
+
+#include <cstdio>
+#include <system_error>
+
+#include "CairoSurface.h"
+#include "OutputFile.h"
+#include "PixelConversion.h"
+
+namespace Moravel::Play {
+
+namespace {
+
+std::string FileName(const Picture& picture) {
+  char number[32];
+  std::snprintf(number, sizeof number, "%06lld", static_cast<long long>(picture.sampleNumber));
+  const std::string field = FieldName(picture);
+  return "track" + std::to_string(picture.track.index) + "-" + picture.size.ToString() + "-" +
+         number + (field.empty() ? "" : "-" + field) + ".png";
+}
+
+}  // namespace
+
+PngSink::PngSink(const std::filesystem::path& folder) : folder_(folder) {
+  std::error_code error;
+  std::filesystem::create_directories(folder_, error);
+  if (!error && ::access(folder_.c_str(), W_OK | X_OK) != 0)
+    error = std::error_code(errno, std::generic_category());
+  if (error)
+    throw OutputError(folder_.string() + ": is no folder to write to: " + error.message());
+}
+
+void PngSink::Write(const Picture& picture) {
+  if (!picture.image)
+    return;
+  CairoSurface surface({picture.image->GetWidth(), picture.image->GetHeight()});
+  surface.Flush();
+  ConvertToBgrx(*picture.image, surface.Data(), surface.Stride());
+  surface.MarkDirty();
+  surface.WritePng(folder_ / FileName(picture));
+}
+
+}  // namespace Moravel::Play

@@ -1,0 +1,113 @@
+#include "PreloadLoop.h"
+
+#include <chrono>
+#include <condition_variable>
+#include <mutex>
+#include <string>
+
+#include "Player/QELSample.h"
+#include "Problem.h"
+
+namespace Moravel::Play {
+
+namespace {
+
+// A server that comes back within some seconds costs a few pictures; after that many failures in
+// a row its tracks are given up.
+constexpr int kMaxFailuresInARow = 10;
+constexpr std::chrono::milliseconds kPauseAfterFailure{100};
+
+void Pause(std::chrono::milliseconds time, std::stop_token stop) {
+  std::mutex access;
+  std::condition_variable_any never;
+  std::unique_lock<std::mutex> lock(access);
+  never.wait_for(lock, stop, time, [] { return false; });
+}
+
+int64_t CompressedBytes(const Player::ISample& sample) {
+  int64_t bytes = 0;
+  if (const auto* const qelSample = dynamic_cast<const Player::QELSample*>(&sample)) {
+    for (const qel::SampleConstPtr& part : qelSample->GetContainer()->GetAllSamples())
+      bytes += part && part->GetData() ? part->GetData()->GetDataSize() : 0;
+  }
+  return bytes;
+}
+
+}  // namespace
+
+struct PreloadLoop::Answer {
+  bool failed = false;
+  std::string reason;  // empty: the library has logged it
+};
+
+void PreloadLoop::Run(std::stop_token stop) {
+  std::vector<PlayingTrack*> active;
+  for (const auto& track : server_.tracks)
+    active.push_back(track.get());
+  for (int64_t position = 0; !active.empty() && !stop.stop_requested(); ++position) {
+    std::erase_if(active, [&](PlayingTrack* track) {
+      return position >= track->facts.sequence.Count() || !PreloadOne(*track, position, stop);
+    });
+  }
+  queue_.ProducerDone();
+}
+
+bool PreloadLoop::PreloadOne(PlayingTrack& track, int64_t position, std::stop_token stop) {
+  if (!track.cache.WaitForRoom(stop))
+    return false;
+  const Time::TimePoint time = track.facts.TimeOf(track.facts.sequence.SampleAt(position));
+  const Answer answer = Order(track, time);
+  Player::ISample* const sample = track.cache.Protect(time);
+  TrackStatistics& statistics = track.statistics;
+  if (sample != nullptr) {
+    ++statistics.preloaded;
+    statistics.bytes += CompressedBytes(*sample);
+  } else if (answer.failed) {
+    ++statistics.errors;
+  } else {
+    ++statistics.missing;
+  }
+  queue_.Push({&track, position, sample});
+  if (answer.failed)
+    return GoOnAfterFailure(track, position, answer, stop);
+  failuresInARow_ = 0;
+  return true;
+}
+
+PreloadLoop::Answer PreloadLoop::Order(PlayingTrack& track, const Time::TimePoint& time) {
+  const Player::PreloadOrder order(time, track.facts.sampleRate, &track.cache, track.facts.id);
+  TrackStatistics& statistics = track.statistics;
+  const Clock::time_point start = Clock::now();
+  if (!statistics.firstOrder)
+    statistics.firstOrder = start;
+  Answer answer;
+  try {
+    answer.failed = server_.preloader->Preload(order) == Player::IPreloader::PreloadResult::ERROR;
+  } catch (const std::exception& error) {
+    answer = {true, error.what()};
+  }
+  statistics.lastAnswer = Clock::now();
+  if (!answer.failed)
+    statistics.latency.Add(statistics.lastAnswer - start);
+  return answer;
+}
+
+// The first failure of a track is told, the others are counted.
+bool PreloadLoop::GoOnAfterFailure(PlayingTrack& track, int64_t position, const Answer& answer,
+                                   std::stop_token stop) {
+  if (track.statistics.errors == 1 && !answer.reason.empty()) {
+    PrintProblem(track.facts.name + ": sample " +
+                 std::to_string(track.facts.sequence.SampleAt(position)) + ": " + answer.reason);
+  }
+  if (++failuresInARow_ < kMaxFailuresInARow) {
+    Pause(kPauseAfterFailure * failuresInARow_, stop);
+    return true;
+  }
+  const int64_t left = track.facts.sequence.Count() - position - 1;
+  track.statistics.missing += left;
+  PrintProblem(track.facts.name + ": gave up after " + std::to_string(kMaxFailuresInARow) +
+               " failures in a row, " + std::to_string(left) + " samples not played");
+  return false;
+}
+
+}  // namespace Moravel::Play

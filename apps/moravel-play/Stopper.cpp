@@ -1,0 +1,32 @@
+#include "Stopper.h"
+
+namespace Moravel::Play {
+
+void Stopper::Interrupt() {
+  {
+    const std::lock_guard<std::mutex> lock(reasonAccess_);
+    interrupted_ = true;
+  }
+  stop_.request_stop();
+}
+
+void Stopper::OutputFailed(const std::string& reason) {
+  {
+    const std::lock_guard<std::mutex> lock(reasonAccess_);
+    if (!outputFailure_)
+      outputFailure_ = reason;
+  }
+  stop_.request_stop();
+}
+
+bool Stopper::Interrupted() const {
+  const std::lock_guard<std::mutex> lock(reasonAccess_);
+  return interrupted_;
+}
+
+std::optional<std::string> Stopper::OutputFailure() const {
+  const std::lock_guard<std::mutex> lock(reasonAccess_);
+  return outputFailure_;
+}
+
+}  // namespace Moravel::Play

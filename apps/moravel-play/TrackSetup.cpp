@@ -1,0 +1,193 @@
+#include "TrackSetup.h"
+
+#include <algorithm>
+#include <cmath>
+#include <future>
+#include <map>
+
+#include "qel/WorkflowStepImplementation.h"
+
+namespace Moravel::Play {
+
+namespace {
+
+struct NamedTrack {
+  int index;
+  std::string name;
+  Player::TrackId id;
+};
+
+using NamedServers = std::map<Player::StorageId, std::vector<NamedTrack>>;
+
+// What came of one server. The failures carry the index of their track, for their order.
+struct OpenedServer {
+  PlayingServer server;
+  std::vector<std::pair<int, FailedTrack>> failed;
+};
+
+// One source, which belongs to the first track that could be opened and is then set to the others.
+struct Source {
+  qel::MediaSourcePtr media;
+  qel::SourceControlPtr control;
+
+  void Select(const Player::TrackId& id) {
+    if (!media) {
+      Source made;
+      Player::QELPreloader::InitSource(made.media, made.control, id);
+      *this = made;
+      return;
+    }
+    const auto config = qel::CreateParametersCollectionInstance(qel::GetUpdateConfigPrototype(
+        qel::ElementFactoryType_Source, "qel.StorageSource", "storage"));
+    config->SetParamInt64("track_id", id.Id());
+    control->UpdateConfig(config);
+  }
+};
+
+int64_t FirstSample(const Options& options, const Track& track) {
+  constexpr double kMicroseconds = 1e6;
+  const auto start = static_cast<uint64_t>(std::llround(options.startSeconds * kMicroseconds));
+  return Time::TimePoint().FromRatio(start, 1, 1'000'000).SampleNumber(track.sampleRate);
+}
+
+int64_t CountSamples(const Options& options, const Track& track, int64_t first) {
+  if (options.count)
+    return *options.count;
+  if (options.durationSeconds) {
+    const double rate = static_cast<double>(track.sampleRate.Numerator()) /
+                        static_cast<double>(track.sampleRate.Denominator());
+    return std::max<int64_t>(1, std::llround(*options.durationSeconds * rate));
+  }
+  if (first >= track.sampleCount) {
+    throw UsageError(track.name + ": nothing to play at --start " + QEL_TEXT(options.startSeconds) +
+                     ": the track ends at " +
+                     QEL_TEXT(track.TimeOf(track.sampleCount).ToSeconds()) + " seconds");
+  }
+  return track.sampleCount - first;
+}
+
+Track Describe(const NamedTrack& named, const qel::InfoContainerConstPtr& output,
+               const Options& options) {
+  const qel::VideoInfoList infos = output ? output->GetVideoInfoList() : qel::VideoInfoList();
+  if (infos.empty())
+    throw std::runtime_error("the track has no video");
+  const qel::IVideoInfo& info = *infos.front();
+  const qel::EditRate& rate = info.GetEditRate();
+  if (rate._numerator == 0 || rate._denominator == 0 || info.GetSampleCount() <= 0)
+    throw std::runtime_error("the track has no pictures, or no picture rate");
+
+  Track track;
+  track.index = named.index;
+  track.name = named.name;
+  track.id = named.id;
+  track.ownSize = {info.GetWidth(), info.GetHeight()};
+  track.interlaced = infos.size() == 2;
+  track.sampleCount = info.GetSampleCount();
+  track.sampleRate = Player::SampleRate(rate._numerator, rate._denominator);
+  track.picturesPerSample = track.interlaced && options.fields ? 2 : 1;
+  track.sizes = options.sizes.empty() ? std::vector<Size>{track.ownSize} : options.sizes;
+  const int64_t first = FirstSample(options, track);
+  track.sequence = PlaySequence(first, CountSamples(options, track, first), options.order);
+  return track;
+}
+
+std::unique_ptr<PlayingTrack> OpenTrack(Source& source, const NamedTrack& named,
+                                        const Options& options) {
+  source.Select(named.id);
+  auto track = std::make_unique<PlayingTrack>(
+      Describe(named, source.media->GetDefinedOutput(""), options), options.window);
+  for (int worker = 0; worker < options.jobs; ++worker) {
+    track->decodersOfWorker.emplace_back(source.media, options.format, track->facts.sizes);
+  }
+  return track;
+}
+
+OpenedServer OpenServer(const Player::StorageId& id, const std::vector<NamedTrack>& tracks,
+                        const Options& options) {
+  OpenedServer opened;
+  Source source;
+  for (const NamedTrack& named : tracks) {
+    try {
+      opened.server.tracks.push_back(OpenTrack(source, named, options));
+    } catch (const UsageError&) {
+      throw;
+    } catch (const std::exception& error) {
+      opened.failed.push_back({named.index, {named.name, error.what()}});
+    }
+  }
+  if (!opened.server.tracks.empty()) {
+    opened.server.preloader = std::make_unique<Player::QELPreloader>();
+    opened.server.preloader->SetStorageSource(id, source.media, source.control);
+  }
+  return opened;
+}
+
+void CheckFile(const std::string& name) {
+  const auto status = std::filesystem::status(name);
+  if (!std::filesystem::exists(status))
+    throw std::runtime_error("no such file (a track of a server is ADDRESS:PORT:Tn)");
+  if (!std::filesystem::is_regular_file(status))
+    throw std::runtime_error("is not a regular file: a motion-JPEG file (AVI or MOV) is needed");
+}
+
+// Files become tracks of the embedded server. Those that cannot are noted as failed.
+NamedServers NameServers(const Options& options, Setup& setup, std::map<int, FailedTrack>& failed) {
+  NamedServers servers;
+  int index = 0;
+  for (const TrackArgument& argument : options.tracks) {
+    ++index;
+    if (argument.remoteId) {
+      servers[argument.remoteId->StorageId()].push_back({index, argument.text, *argument.remoteId});
+      continue;
+    }
+    try {
+      CheckFile(argument.text);
+      const Player::StorageServer::Options loopback;
+      if (!setup.fileServer)
+        setup.fileServer = std::make_unique<Player::StorageServer>(loopback);
+      setup.fileServer->AddTrack(index, argument.text);
+      const Player::StorageId storage(loopback.address, setup.fileServer->Port());
+      servers[storage].push_back({index, argument.text, Player::TrackId(storage, index)});
+    } catch (const std::exception& error) {
+      failed[index] = {argument.text, error.what()};
+    }
+  }
+  return servers;
+}
+
+}  // namespace
+
+std::vector<PlayingTrack*> Setup::Tracks() const {
+  std::vector<PlayingTrack*> tracks;
+  for (const PlayingServer& server : servers) {
+    for (const auto& track : server.tracks)
+      tracks.push_back(track.get());
+  }
+  std::sort(tracks.begin(), tracks.end(), [](const PlayingTrack* a, const PlayingTrack* b) {
+    return a->facts.index < b->facts.index;
+  });
+  return tracks;
+}
+
+Setup OpenTracks(const Options& options) {
+  Setup setup;
+  std::map<int, FailedTrack> failed;  // in the order of the command line
+  const NamedServers named = NameServers(options, setup, failed);
+
+  std::vector<std::future<OpenedServer>> opening;
+  for (const auto& [id, tracks] : named) {
+    opening.push_back(std::async(std::launch::async, OpenServer, std::cref(id), std::cref(tracks),
+                                 std::cref(options)));
+  }
+  for (auto& future : opening) {
+    OpenedServer opened = future.get();
+    failed.insert(opened.failed.begin(), opened.failed.end());
+    if (!opened.server.tracks.empty())
+      setup.servers.push_back(std::move(opened.server));
+  }
+  for (auto& [index, track] : failed)
+    setup.failed.push_back(std::move(track));
+  return setup;
+}
+
+}  // namespace Moravel::Play

@@ -1,0 +1,53 @@
+#pragma once
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "Options.h"
+#include "Player/QELPreloader.h"
+#include "SampleCache.h"
+#include "Statistics.h"
+#include "Track.h"
+#include "TrackDecoders.h"
+#include "storage/StorageServer.h"
+
+namespace Moravel::Play {
+
+// All that plays one track.
+struct PlayingTrack {
+  PlayingTrack(Track track, int window)
+      : facts(std::move(track)), statistics(facts.sizes.size()), cache(window) {}
+
+  const Track facts;
+  TrackStatistics statistics;
+  SampleCache cache;
+  std::vector<TrackDecoders> decodersOfWorker;
+};
+
+// A storage server with its one source, and its tracks.
+struct PlayingServer {
+  std::unique_ptr<Player::QELPreloader> preloader;
+  std::vector<std::unique_ptr<PlayingTrack>> tracks;
+};
+
+struct FailedTrack {
+  std::string name;
+  std::string reason;
+};
+
+// The tracks that could be opened, and those that could not. The embedded server serves the files.
+struct Setup {
+  std::unique_ptr<Player::StorageServer> fileServer;
+  std::vector<PlayingServer> servers;  // only such as have tracks
+  std::vector<FailedTrack> failed;
+
+  // In the order of the command line.
+  std::vector<PlayingTrack*> Tracks() const;
+};
+
+// Opens everything, all servers at the same time. A track that cannot be opened is a failed track;
+// throws UsageError when the options ask for nothing of a track.
+Setup OpenTracks(const Options& options);
+
+}  // namespace Moravel::Play

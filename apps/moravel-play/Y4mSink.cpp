@@ -1,0 +1,76 @@
+#include "Y4mSink.h"
+
+#include <numeric>
+#include <string_view>
+
+namespace Moravel::Play {
+
+namespace {
+
+constexpr int64_t kMaxEarlyPictures = 4;
+
+std::span<const uint8_t> Bytes(std::string_view text) {
+  return {reinterpret_cast<const uint8_t*>(text.data()), text.size()};
+}
+
+std::string ReducedRatio(int64_t a, int64_t b) {
+  const int64_t divisor = std::gcd(a, b);
+  return std::to_string(a / divisor) + ":" + std::to_string(b / divisor);
+}
+
+// Each field is a picture of its own here: the stream itself is progressive ("Ip").
+std::string Header(const Track& track) {
+  const Size size = track.sizes.front();
+  const Size shape = track.DisplayShape();
+  const Player::SampleRate rate = track.PictureRate();
+  return "YUV4MPEG2 W" + std::to_string(size.width) + " H" + std::to_string(size.height) + " F" +
+         ReducedRatio(rate.Numerator(), rate.Denominator()) + " Ip A" +
+         ReducedRatio(int64_t(shape.width) * size.height, int64_t(shape.height) * size.width) +
+         " C420jpeg XCOLORRANGE=FULL\n";
+}
+
+}  // namespace
+
+Y4mSink::Y4mSink(const std::filesystem::path& path, const Track& track) : file_(path) {
+  file_.Write(Bytes(Header(track)));
+}
+
+void Y4mSink::Write(const Picture& picture) {
+  const int64_t index = picture.PlayIndex();
+  std::unique_lock<std::mutex> lock(picturesAccess_);
+  advanced_.wait(lock, [&] { return broken_ || index < next_ + kMaxEarlyPictures; });
+  if (broken_)
+    return;
+  early_.emplace(index, picture.image);
+  if (!writing_)
+    WriteWhatIsNext(lock);
+}
+
+void Y4mSink::WriteWhatIsNext(std::unique_lock<std::mutex>& lock) {
+  writing_ = true;
+  while (!early_.empty() && early_.begin()->first == next_) {
+    const qel::VideoSampleConstPtr image = early_.extract(early_.begin()).mapped();
+    lock.unlock();
+    try {
+      if (image)
+        WriteFrame(*image);
+    } catch (...) {
+      lock.lock();
+      broken_ = true;
+      advanced_.notify_all();
+      throw;
+    }
+    lock.lock();
+    ++next_;
+    advanced_.notify_all();
+  }
+  writing_ = false;
+}
+
+void Y4mSink::WriteFrame(const qel::IVideoSample& image) {
+  const qel::BufferConstPtr data = image.GetData();
+  file_.Write(Bytes("FRAME\n"));
+  file_.Write({data->GetInnerBuffer(), data->GetDataSize()});
+}
+
+}  // namespace Moravel::Play

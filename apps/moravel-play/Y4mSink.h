@@ -1,0 +1,39 @@
+#pragma once
+
+#include <condition_variable>
+#include <map>
+#include <mutex>
+
+#include "OutputFile.h"
+#include "Picture.h"
+
+namespace Moravel::Play {
+
+// Writes the pictures of one track and size as a YUV4MPEG2 stream, in the order of the play
+// sequence; pictures that are missing are left out. Takes I420.
+//
+// Pictures that come early wait here; a worker that is far ahead waits itself, so that there are
+// never more than a few.
+class Y4mSink : public IPictureSink {
+ public:
+  Y4mSink(const std::filesystem::path& path, const Track& track);
+
+  void Write(const Picture& picture) override;
+  void Finish() override { file_.Close(); }
+
+ private:
+  // Takes the lock of the pictures, and gives it back while it writes.
+  void WriteWhatIsNext(std::unique_lock<std::mutex>& lock);
+  void WriteFrame(const qel::IVideoSample& image);
+
+  OutputFile file_;  // used by the thread that set writing_
+
+  std::mutex picturesAccess_;  // guards all below
+  std::condition_variable advanced_;
+  std::map<int64_t, qel::VideoSampleConstPtr> early_;  // by play index
+  int64_t next_ = 0;                                   // play index of the next picture
+  bool writing_ = false;
+  bool broken_ = false;  // a write failed: nothing more is written
+};
+
+}  // namespace Moravel::Play
