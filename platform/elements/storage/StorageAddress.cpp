@@ -1,0 +1,90 @@
+#include "elements/storage/StorageAddress.h"
+
+#include <arpa/inet.h>
+#include <sys/un.h>
+
+#include <algorithm>
+#include <new>
+#include <string_view>
+
+#include "qel/WorkflowStepImplementation.h"
+
+namespace qel {
+
+namespace {
+
+constexpr size_t kMaxHostName = 253;  // RFC 1035
+
+bool IsHostName(std::string_view text) {
+  const auto isAllowed = [](char c) {
+    return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '-' ||
+           c == '.' || c == '_';
+  };
+  return !text.empty() && text.size() <= kMaxHostName && text.front() != '-' &&
+         text.front() != '.' && std::all_of(text.begin(), text.end(), isAllowed);
+}
+
+bool IsIpv6(const std::string& text) {
+  in6_addr ignored{};
+  return text.find('\0') == std::string::npos && inet_pton(AF_INET6, text.c_str(), &ignored) == 1;
+}
+
+std::string HostOf(const std::string& address) {
+  if (IsHostName(address))
+    return address;
+  if (IsIpv6(address))
+    return "[" + address + "]";
+  throw QELRuntimeError(QEL_TEXT("\"tcp_address\" \""
+                                 << address
+                                 << "\" is neither a host name nor an IP address (no scheme, "
+                                    "user, port or path)"));
+}
+
+void Set(CURLU* url, CURLUPart part, const std::string& value) {
+  const CURLUcode result = curl_url_set(url, part, value.c_str(), 0);
+  if (result == CURLUE_OUT_OF_MEMORY)
+    throw std::bad_alloc();
+  if (result != CURLUE_OK) {
+    throw QELRuntimeError(QEL_TEXT(
+        "\"" << value << "\" cannot be part of a storage address: " << curl_url_strerror(result)));
+  }
+}
+
+}  // namespace
+
+StorageAddress::StorageAddress(std::string address, int64_t port, std::string unixDomainSocket)
+    : unixDomainSocket_(std::move(unixDomainSocket)) {
+  if (!unixDomainSocket_.empty()) {
+    if (unixDomainSocket_.size() >= sizeof(sockaddr_un::sun_path) ||
+        unixDomainSocket_.find('\0') != std::string::npos) {
+      throw QELRuntimeError(QEL_TEXT("\"unix_domain_socket\" \""
+                                     << unixDomainSocket_ << "\" is no path of at most "
+                                     << sizeof(sockaddr_un::sun_path) - 1 << " bytes"));
+    }
+    host_ = "localhost";
+    port_ = "80";
+    return;
+  }
+  host_ = HostOf(address);
+  if (port < 1 || port > 65535)
+    throw QELRuntimeError(QEL_TEXT("\"tcp_port\" " << port << " is not from 1 to 65535"));
+  port_ = std::to_string(port);
+}
+
+std::string StorageAddress::TrackName(int64_t trackId) const {
+  const std::string server = unixDomainSocket_.empty() ? host_ + ":" + port_ : unixDomainSocket_;
+  return server + ":T" + std::to_string(trackId);
+}
+
+CurlUrl StorageAddress::TrackUrl(int64_t trackId) const {
+  CurlUrl url(curl_url());
+  if (!url)
+    throw std::bad_alloc();
+  Set(url.get(), CURLUPART_SCHEME, "http");
+  Set(url.get(), CURLUPART_HOST, host_);
+  Set(url.get(), CURLUPART_PORT, port_);
+  Set(url.get(), CURLUPART_PATH, "/tracks/" + std::to_string(trackId));
+  return url;
+}
+
+}  // namespace qel

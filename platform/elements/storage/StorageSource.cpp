@@ -1,0 +1,248 @@
+#include "elements/storage/StorageSource.h"
+
+#include <algorithm>
+#include <string>
+#include <utility>
+
+#include "elements/storage/JpegFields.h"
+#include "qel/WorkflowStepImplementation.h"
+#include "qelCore/Infos.h"
+#include "qelCore/Parameters.h"
+#include "qelCore/Registry.h"
+#include "qelCore/Samples.h"
+
+extern "C" {
+#include <libavutil/log.h>
+}
+
+namespace qel {
+
+namespace {
+
+constexpr int64_t kConnectTimeoutMs = 2000;
+constexpr int64_t kStallTimeoutMs = 5000;
+constexpr int64_t kMaxTimeoutMs = 3'600'000;
+// Tracks whose samples arrive at the same time.
+constexpr int kMaxLiveStreams = 8;
+
+using FieldOrder = TrackIndex::FieldOrder;
+
+std::chrono::milliseconds Timeout(const IParametersCollectionInstance& config,
+                                  const std::string& key, int64_t defaultMs) {
+  const int64_t value = config.GetParamInt64(key).value_or(defaultMs);
+  if (value < 1 || value > kMaxTimeoutMs) {
+    throw QELRuntimeError(
+        QEL_TEXT("\"" << key << "\" " << value << " is not from 1 to " << kMaxTimeoutMs));
+  }
+  return std::chrono::milliseconds(value);
+}
+
+InfoList MakeInfos(const TrackIndex& index) {
+  const auto info = [&index](std::string stream) {
+    return std::make_shared<VideoInfo>(std::move(stream), index.width, index.height, index.Count(),
+                                       index.meanRate);
+  };
+  if (index.fieldOrder == FieldOrder::Progressive)
+    return {info("video")};
+  return {info("video.top"), info("video.bottom")};
+}
+
+// A picture's own mark goes before what is known of the track.
+bool IsBottomFirst(std::span<const uint8_t> sample, FieldOrder fieldOrder) {
+  const auto facts = ReadJpegFacts(sample);
+  if (facts && facts->polarity != FieldPolarity::Frame)
+    return facts->polarity == FieldPolarity::Even;
+  return fieldOrder == FieldOrder::BottomFirst;
+}
+
+BufferConstPtr View(const SampleBytes& bytes, std::span<const uint8_t> part) {
+  return std::make_shared<BufferView>(bytes.memory, part.data(),
+                                      static_cast<uint32_t>(part.size()));
+}
+
+}  // namespace
+
+StorageSource::StorageSource()
+    : pool_(std::make_shared<BufferPool>()),
+      top_(CreateChannelInfo(0)),
+      bottom_(CreateChannelInfo(1)),
+      positionTime_(EditRate(1, 1), 0, nullptr) {}
+
+void StorageSource::SetInitConfig(ParametersCollectionInstanceConstPtr config) {
+  if (!config)
+    throw QELRuntimeError("the storage source needs an initial configuration, and got none");
+  StorageAddress address(config->GetParamUTF8String("tcp_address").value_or(""),
+                         config->GetParamInt64("tcp_port").value_or(0),
+                         config->GetParamUTF8String("unix_domain_socket").value_or(""));
+  const HttpTimeouts timeouts{Timeout(*config, "connect_timeout_ms", kConnectTimeoutMs),
+                              Timeout(*config, "stall_timeout_ms", kStallTimeoutMs)};
+  auto client = std::make_unique<HttpClient>(std::move(address), timeouts);
+  selected_.reset();
+  tracks_.clear();
+  client_ = std::move(client);
+  if (const auto trackId = config->GetParamInt64("track_id"))
+    SelectTrack(*trackId);
+}
+
+void StorageSource::UpdateConfig(ParametersCollectionInstanceConstPtr config) {
+  if (!config)
+    throw QELRuntimeError("the storage source needs an update configuration, and got none");
+  if (const auto trackId = config->GetParamInt64("remove_track"))
+    ForgetTrack(*trackId);
+  if (const auto trackId = config->GetParamInt64("track_id"))
+    SelectTrack(*trackId);
+}
+
+void StorageSource::SelectTrack(int64_t trackId) {
+  if (selected_ == trackId)
+    return;
+  selected_.reset();
+  if (!client_)
+    throw QELRuntimeError(
+        QEL_TEXT("track T" << trackId << ": the storage source has no initial configuration yet"));
+  if (!tracks_.contains(trackId)) {
+    if (tracks_.size() >= kMaxOpenTracks) {
+      throw QELRuntimeError(QEL_TEXT("track " << client_->Address().TrackName(trackId) << ": "
+                                              << kMaxOpenTracks
+                                              << " tracks are open, which is the most; "
+                                                 "\"remove_track\" forgets one"));
+    }
+    OpenTrack open;
+    open.track = std::make_unique<StorageTrack>(*client_, pool_, trackId);
+    open.infos = MakeInfos(open.track->Index());
+    tracks_.emplace(trackId, std::move(open));
+  }
+  selected_ = trackId;
+  position_ = 0;
+  positionTime_ = MediaTime(EditRate(1, 1), 0, nullptr);
+  isInside_ = true;
+}
+
+void StorageSource::ForgetTrack(int64_t trackId) {
+  tracks_.erase(trackId);
+  if (selected_ == trackId)
+    selected_.reset();
+}
+
+StorageSource::OpenTrack& StorageSource::Selected() {
+  if (!selected_)
+    throw QELRuntimeError("no track is selected: set \"track_id\" to one that can be opened");
+  return tracks_.at(*selected_);
+}
+
+InfoContainerConstPtr StorageSource::GetDefinedOutput(std::string) {
+  return selected_ ? CreateInfoContainer(Selected().infos) : nullptr;
+}
+
+MediaTime StorageSource::GotoTimeOffset(const MediaTime& time, std::string) {
+  const TrackIndex& index = Selected().track->Index();
+  const auto found = index.Find(time);
+  isInside_ = found.has_value();
+  positionTime_ = time;
+  if (!found)
+    return time;
+  position_ = *found;
+  return MediaTime(index.timeRate, index.Start(position_), time.GetClockInfo());
+}
+
+SampleContainerConstPtr StorageSource::GetSample() {
+  OpenTrack& open = Selected();
+  if (!isInside_ || position_ >= open.track->Index().Count())
+    return nullptr;
+  LimitStreams(*open.track);
+  const auto bytes = ReadSample(open);
+  SampleContainerConstPtr container = bytes ? MakeContainer(open, *bytes) : nullptr;
+  const TrackIndex& index = open.track->Index();
+  if (isInside_)
+    positionTime_ = MediaTime(index.timeRate, index.Start(++position_), nullptr);
+  return container;
+}
+
+std::optional<SampleBytes> StorageSource::ReadSample(OpenTrack& open) {
+  try {
+    return open.track->Read(position_);
+  } catch (const FileChangedError&) {
+    ReopenSelected(open);
+  }
+  if (!isInside_)
+    return std::nullopt;
+  try {
+    return open.track->Read(position_);
+  } catch (const FileChangedError&) {
+    ForgetTrack(*selected_);
+    throw;
+  }
+}
+
+void StorageSource::ReopenSelected(OpenTrack& open) {
+  try {
+    open.track->Reopen();
+  } catch (...) {
+    ForgetTrack(*selected_);  // its index and its file do not belong together
+    throw;
+  }
+  open.infos = MakeInfos(open.track->Index());
+  const auto found = open.track->Index().Find(positionTime_);
+  isInside_ = found.has_value();
+  position_ = found.value_or(0);
+}
+
+void StorageSource::LimitStreams(const StorageTrack& reading) {
+  StorageTrack* oldest = nullptr;
+  int others = 0;
+  for (const auto& [id, open] : tracks_) {
+    StorageTrack* const track = open.track.get();
+    if (track == &reading || !track->IsStreaming())
+      continue;
+    ++others;
+    if (oldest == nullptr || track->LastRead() < oldest->LastRead())
+      oldest = track;
+  }
+  if (others >= kMaxLiveStreams)
+    oldest->StopStreaming();
+}
+
+SampleContainerConstPtr StorageSource::MakeContainer(const OpenTrack& open,
+                                                     const SampleBytes& bytes) const {
+  const TrackIndex& index = open.track->Index();
+  const TimeLimits limits(MediaTime(index.timeRate, index.Start(position_), nullptr),
+                          index.Duration(position_));
+  SampleList samples;
+  if (index.fieldOrder == FieldOrder::Progressive) {
+    samples = {CreateSample(open.infos[0], top_, View(bytes, bytes.payload))};
+  } else {
+    const bool bottomFirst = IsBottomFirst(bytes.payload, index.fieldOrder);
+    const size_t split = FindSecondPicture(bytes.payload).value_or(bytes.payload.size());
+    samples.push_back(CreateSample(open.infos[bottomFirst ? 1 : 0], bottomFirst ? bottom_ : top_,
+                                   View(bytes, bytes.payload.first(split))));
+    if (split < bytes.payload.size()) {
+      samples.push_back(CreateSample(open.infos[bottomFirst ? 0 : 1], bottomFirst ? top_ : bottom_,
+                                     View(bytes, bytes.payload.subspan(split))));
+    }
+  }
+  return CreateSampleContainer(std::move(samples), {{"StorageTimePoint", limits}});
+}
+
+void RegisterStorageSource() {
+  using Prototype = ParametersCollectionPrototype;
+  using enum Prototype::Type;
+  // What it has to say about broken files comes as exceptions; its own lines would go past the
+  // framework's log.
+  av_log_set_level(AV_LOG_QUIET);
+  ElementRegistration registration;
+  registration.factory = std::make_shared<ElementFactory<ElementFactoryType_Source>>(
+      [](const auto&) { return std::make_shared<StorageSource>(); });
+  registration.manifest = std::make_shared<Prototype>(Prototype::ParameterMap{})->CreateInstance();
+  registration.initConfig = std::make_shared<Prototype>(
+      Prototype::ParameterMap{{"tcp_address", {UTF8String}},
+                              {"unix_domain_socket", {UTF8String, std::string()}},
+                              {"tcp_port", {Int64}},
+                              {"track_id", {Int64}},
+                              {"connect_timeout_ms", {Int64, kConnectTimeoutMs}},
+                              {"stall_timeout_ms", {Int64, kStallTimeoutMs}}});
+  registration.updateConfig = std::make_shared<Prototype>(
+      Prototype::ParameterMap{{"track_id", {Int64}}, {"remove_track", {Int64}}});
+  RegisterElement("qel.StorageSource", "storage", std::move(registration));
+}
+
+}  // namespace qel

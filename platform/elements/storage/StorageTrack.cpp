@@ -1,0 +1,104 @@
+#include "elements/storage/StorageTrack.h"
+
+#include <algorithm>
+#include <utility>
+
+#include "qel/WorkflowStepImplementation.h"
+
+namespace qel {
+
+namespace {
+
+constexpr int64_t kMaxRunSamples = 4096;
+
+}  // namespace
+
+StorageTrack::StorageTrack(HttpClient& client, std::shared_ptr<BufferPool> pool, int64_t trackId)
+    : name_("track " + client.Address().TrackName(trackId)),
+      pool_(std::move(pool)),
+      maxIdle_(client.Timeouts().stall),
+      file_(client, trackId) {
+  Reopen();
+}
+
+StorageTrack::~StorageTrack() {
+  StopStreaming();
+}
+
+// Puts the track's name in front of what went wrong.
+template <typename Function>
+auto StorageTrack::Named(Function function) {
+  try {
+    return function();
+  } catch (const FileChangedError& error) {
+    throw FileChangedError(name_ + ": " + error.what());
+  } catch (const QELRuntimeError& error) {
+    throw QELRuntimeError(name_ + ": " + error.what());
+  }
+}
+
+void StorageTrack::Reopen() {
+  StopStreaming();
+  successor_ = -1;
+  Named([this] {
+    file_.Open();
+    index_ = ReadTrackIndex(file_);
+  });
+}
+
+void StorageTrack::StopStreaming() {
+  file_.StopRange();
+  run_.reset();
+}
+
+std::optional<SampleBytes> StorageTrack::Read(int64_t number) {
+  const auto now = std::chrono::steady_clock::now();
+  const bool isStale = now - std::exchange(lastRead_, now) > maxIdle_;
+  const bool isSequence = std::exchange(successor_, number + 1) == number;
+  if (index_.At(number).size == 0)
+    return std::nullopt;
+  if (run_ && (isStale || run_->Next() != number))
+    StopStreaming();
+  try {
+    return Named([=, this] { return ReadStored(number, isSequence); });
+  } catch (...) {
+    StopStreaming();
+    successor_ = -1;
+    throw;
+  }
+}
+
+SampleBytes StorageTrack::ReadStored(int64_t number, bool isSequence) {
+  if (!run_) {
+    CheckPlace(number);
+    runSamples_ = isSequence ? std::min(runSamples_ * 2, kMaxRunSamples) : 1;
+    StartRun(number);
+  }
+  file_.Receive();
+  SampleBytes sample = run_->TakeSample();
+  if (run_->IsAtEnd())
+    StopStreaming();
+  return sample;
+}
+
+void StorageTrack::CheckPlace(int64_t number) const {
+  const TrackIndex::Sample sample = index_.At(number);
+  if (sample.size > kMaxSampleBytes) {
+    throw QELRuntimeError(QEL_TEXT("sample " << number << " of " << sample.size
+                                             << " bytes is larger than the " << kMaxSampleBytes
+                                             << " that are read"));
+  }
+  const int64_t header = index_.isAvi ? TrackIndex::kAviChunkHeaderBytes : 0;
+  if (sample.offset < header || sample.offset > file_.Size() - sample.size) {
+    throw QELRuntimeError(QEL_TEXT("the file is truncated: sample " << number << " ends at byte "
+                                                                    << sample.offset + sample.size
+                                                                    << " of " << file_.Size()));
+  }
+}
+
+void StorageTrack::StartRun(int64_t number) {
+  run_ = std::make_unique<SampleRun>(index_, file_.Size(), number, runSamples_, *pool_);
+  file_.StartRange(run_->Range(), *run_);
+}
+
+}  // namespace qel
