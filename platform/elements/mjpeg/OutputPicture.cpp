@@ -79,7 +79,8 @@ Size ChromaSize(Layout layout, Size size, const YuvPicture& picture) {
   return coded == Size{Half(picture.size.width), picture.size.height} ? half : size;
 }
 
-// Twice the rows, each between two of the source's at a quarter of their distance.
+// Twice the rows, each between two of the source's at a quarter of their distance, as decoders show
+// chroma of half the rows.
 void DoubleRows(const Plane& from, uint8_t* to, Size size) {
   constexpr int kQuarter = 64;
   const int width = size.width;
@@ -96,6 +97,15 @@ void DoubleRows(const Plane& from, uint8_t* to, Size size) {
   }
 }
 
+// Each sample four times, as decoders show 4:1:1.
+void QuadrupleColumns(const Plane& from, uint8_t* to, Size size) {
+  for (int y = 0; y < size.height; ++y) {
+    const uint8_t* const row = from.data + ptrdiff_t{from.stride} * y;
+    for (int x = 0; x < size.width; ++x)
+      *to++ = row[x / 4];
+  }
+}
+
 // Writes the plane at another size, rows without padding.
 void FitPlane(const Plane& from, uint8_t* to, Size size) {
   const bool sameWidth = from.size.width == size.width;
@@ -103,6 +113,9 @@ void FitPlane(const Plane& from, uint8_t* to, Size size) {
     libyuv::CopyPlane(from.data, from.stride, to, size.width, size.width, size.height);
   } else if (sameWidth && size.height > 2 && Half(size.height) == from.size.height) {
     DoubleRows(from, to, size);
+  } else if (from.size.height == size.height && from.size.width == (size.width + 3) / 4 &&
+             size.width > 4) {
+    QuadrupleColumns(from, to, size);
   } else {
     const bool larger = from.size.width < size.width || from.size.height < size.height;
     libyuv::ScalePlane(from.data, from.stride, from.size.width, from.size.height, to, size.width,

@@ -1,0 +1,198 @@
+#include "elements/mjpeg/SharedPictures.h"
+
+#include <atomic>
+#include <future>
+#include <latch>
+#include <thread>
+
+#include "mjpeg/MjpegTest.h"
+
+namespace qel::mjpeg {
+
+namespace {
+
+const WantedOutput kFull = {{}, FourCC_I420};
+const WantedOutput kHalf = {{32, 24}, FourCC_I420};
+const WantedOutput kQuarter = {{16, 12}, FourCC_I420};
+
+class SharedPicturesTest : public testing::Test {
+ protected:
+  // Asks for the picture and counts how often it is decoded.
+  YuvPictureConstPtr Get(const BufferConstPtr& encoded, const WantedOutput& output,
+                         size_t bytes = 1) {
+    return pictures_.Get(track_, encoded, output, [this, bytes](const WantedOutputs& outputs) {
+      ++decodes_;
+      outputs_ = outputs;
+      const auto picture = std::make_shared<YuvPicture>();
+      picture->bytes = bytes;
+      return picture;
+    });
+  }
+
+  // All these outputs have been asked for before.
+  void WarmUp(const WantedOutputs& outputs) {
+    for (const WantedOutput& output : outputs)
+      Get(NewBuffer({}), output);
+    decodes_ = 0;
+  }
+
+  SharedPictures pictures_;
+  const InfoConstPtr track_ = NewTrack();
+  std::atomic<int> decodes_ = 0;
+  WantedOutputs outputs_;  // of the last decode
+};
+
+}  // namespace
+
+TEST_F(SharedPicturesTest, OneDecodeServesEveryOutputOnce) {
+  WarmUp({kFull, kHalf, kQuarter});
+  const BufferConstPtr encoded = NewBuffer({});
+  const std::weak_ptr<const YuvPicture> picture = Get(encoded, kQuarter);
+  EXPECT_THAT(outputs_, testing::UnorderedElementsAre(kFull, kHalf, kQuarter));
+  EXPECT_EQ(Get(encoded, kFull), picture.lock());
+  EXPECT_EQ(Get(encoded, kHalf), picture.lock());
+  EXPECT_EQ(decodes_, 1);
+  EXPECT_TRUE(picture.expired());
+}
+
+TEST_F(SharedPicturesTest, NothingIsKeptForTheOnlyOutputOrOneThatStaysAway) {
+  EXPECT_EQ(Get(NewBuffer({}), kFull).use_count(), 1);
+  Get(NewBuffer({}), kHalf);
+  for (int64_t push = 1; push < kWantedPushes; ++push)
+    Get(NewBuffer({}), kFull);
+  const BufferConstPtr last = NewBuffer({});
+  EXPECT_EQ(Get(last, kFull).use_count(), 2);
+  const BufferConstPtr tooLate = NewBuffer({});
+  EXPECT_EQ(Get(tooLate, kFull).use_count(), 1);
+}
+
+TEST_F(SharedPicturesTest, PicturesAreToldApartByOwnerNotByAddress) {
+  WarmUp({kFull, kHalf});
+  const BufferConstPtr storage = NewBuffer({});
+  const BufferConstPtr before(std::make_shared<int>(), storage.get());
+  const BufferConstPtr after(std::make_shared<int>(), storage.get());
+  const YuvPictureConstPtr picture = Get(before, kFull);
+  EXPECT_NE(Get(after, kHalf), picture);
+  EXPECT_EQ(Get(before, kHalf), picture);
+}
+
+TEST_F(SharedPicturesTest, TracksDoNotWaitForEachOthersOutputs) {
+  WarmUp({kFull});
+  pictures_.Get(NewTrack(), NewBuffer({}), kHalf,
+                [](const auto&) { return std::make_shared<YuvPicture>(); });
+  EXPECT_EQ(Get(NewBuffer({}), kFull).use_count(), 1);
+}
+
+TEST_F(SharedPicturesTest, MemoryIsBoundedAndFreedWithTheEncodedPicture) {
+  WarmUp({kFull, kHalf});
+  const BufferConstPtr first = NewBuffer({}), second = NewBuffer({});
+  BufferConstPtr third = NewBuffer({});
+  const std::weak_ptr<const YuvPicture> oldest = Get(first, kFull, kMaxSharedPictureMemory / 2);
+  Get(second, kFull, kMaxSharedPictureMemory / 2);
+  EXPECT_FALSE(oldest.expired());
+  const std::weak_ptr<const YuvPicture> youngest = Get(third, kFull, 1);
+  EXPECT_TRUE(oldest.expired());
+  third.reset();
+  Get(first, kFull);
+  EXPECT_TRUE(youngest.expired());
+  EXPECT_EQ(decodes_, 4);
+  Get(second, kHalf);
+  EXPECT_EQ(decodes_, 4);
+  EXPECT_EQ(Get(NewBuffer({}), kFull, kMaxSharedPictureMemory + 1).use_count(), 1);
+}
+
+TEST_F(SharedPicturesTest, AFailureIsNotKept) {
+  WarmUp({kFull, kHalf});
+  const BufferConstPtr encoded = NewBuffer({});
+  const auto fail = [](const auto&) -> YuvPictureConstPtr { throw QELRuntimeError("broken"); };
+  EXPECT_THROW(pictures_.Get(track_, encoded, kFull, fail), QELRuntimeError);
+  EXPECT_THROW(pictures_.Get(track_, encoded, kHalf, fail), QELRuntimeError);
+  EXPECT_EQ(Get(encoded, kFull), Get(encoded, kHalf));
+  EXPECT_EQ(decodes_, 1);
+}
+
+TEST_F(SharedPicturesTest, WhoComesDuringTheDecodeWaitsForIt) {
+  for (const bool fails : {false, true}) {
+    WarmUp({kFull, kHalf});
+    const BufferConstPtr encoded = NewBuffer({});
+    std::future<YuvPictureConstPtr> other;
+    const auto decode = [&](const WantedOutputs&) -> YuvPictureConstPtr {
+      std::latch started(1);
+      other = std::async(std::launch::async, [&] {
+        started.count_down();
+        return Get(encoded, kHalf);
+      });
+      started.wait();
+      if (fails)
+        throw QELRuntimeError("broken");
+      return std::make_shared<YuvPicture>();
+    };
+    if (fails) {
+      EXPECT_THROW(pictures_.Get(track_, encoded, kFull, decode), QELRuntimeError);
+      EXPECT_NE(other.get(), nullptr);
+      EXPECT_EQ(decodes_, 1);
+    } else {
+      const YuvPictureConstPtr picture = pictures_.Get(track_, encoded, kFull, decode);
+      EXPECT_EQ(other.get(), picture);
+      EXPECT_EQ(decodes_, 0);
+    }
+  }
+}
+
+// Elements share through the store of the process: the grey output is a view of the other's luma.
+TEST(SharedDecodeTest, ElementsOfOneTrackShareTheirPictures) {
+  const InfoConstPtr track = NewTrack();
+  TestDecoder full(track), grey(track, FourCC_Y800), small(track, FourCC_BGRA, 16, 12);
+  for (int number = 0; number < 3; ++number) {
+    const BufferConstPtr encoded = NewBuffer(MakeJpeg({.number = number}));
+    const BufferConstPtr luma = grey.Decode(encoded)->GetData();
+    small.Decode(encoded);
+    const BufferConstPtr picture = full.Decode(encoded)->GetData();
+    if (number > 0) {
+      EXPECT_EQ(picture->GetInnerBuffer(), luma->GetInnerBuffer());
+    }
+    EXPECT_EQ(luma->GetDataSize(), 64u * 48);
+  }
+}
+
+// Each thread makes its sizes of all pictures, side by side with others that do the same, or that
+// make the other sizes; a picture must never show another one's number.
+TEST(SharedDecodeTest, ThreadsGetTheRightPictures) {
+  constexpr int kPictures = 40;
+  const InfoConstPtr track = NewTrack();
+  std::vector<BufferConstPtr> encoded;
+  for (int number = 0; number < kPictures; ++number) {
+    const bool damaged = number % 10 == 9;
+    Bytes jpeg = MakeJpeg({.number = number});
+    encoded.push_back(NewBuffer(damaged ? Bytes(100, 7) : std::move(jpeg)));
+  }
+  std::atomic<int> failures = 0;
+  const auto work = [&](const std::vector<int>& divisors) {
+    std::vector<TestDecoder> decoders;
+    for (const int divisor : divisors)
+      decoders.emplace_back(track, FourCC_I420, 64 / divisor, 48 / divisor);
+    for (int number = 0; number < kPictures; ++number) {
+      for (TestDecoder& decoder : decoders) {
+        try {
+          const VideoSampleConstPtr picture = decoder.Decode(encoded[size_t(number)]);
+          const uint8_t* const luma = picture->GetData()->GetInnerBuffer();
+          EXPECT_EQ(Moravel::Test::ReadPictureNumber(luma, picture->GetWidth(), picture->GetWidth(),
+                                                     picture->GetHeight()),
+                    number);
+        } catch (const QELRuntimeError&) {
+          EXPECT_EQ(number % 10, 9);
+          ++failures;
+        }
+      }
+    }
+  };
+  const TestDecoder registered(track);
+  std::vector<std::jthread> threads;
+  for (const std::vector<int>& divisors :
+       {std::vector{1, 2, 4}, {4, 2, 1}, {1}, {2}, {4}, {1, 2, 4}})
+    threads.emplace_back(work, divisors);
+  threads.clear();
+  EXPECT_EQ(failures, kPictures / 10 * 12);
+}
+
+}  // namespace qel::mjpeg
