@@ -93,5 +93,127 @@ TEST_P(SourceVariants, DeliversWhatWasMuxedInAnyOrder) {
   EXPECT_EQ(source.media->GetSample(), nullptr);
 }
 
+TEST(StorageSource, TakesOneRequestForARandomSampleAndFewForASequence) {
+  const TempFolder folder;
+  const Clip clip = MakeClip({.file = folder / "a", .pictures = 200});
+  Player::StorageServer server({});
+  server.AddTrack(1, clip.file);
+  server.AddTrack(2, clip.file);
+  SourceUnderTest source;
+  source.Init(server.Port());
+  EXPECT_THAT(server.RequestCount(), Le(10u));
+
+  const uint64_t requests = server.RequestCount();
+  const uint64_t bytes = server.BytesRequested();
+  for (const int64_t number : {100, 50, 3, 199})
+    EXPECT_EQ(AllBytes(source.Read(number)), clip.samples[static_cast<size_t>(number)]);
+  EXPECT_EQ(server.RequestCount() - requests, 4u);
+  size_t expected = 0;
+  for (const size_t number : {100, 50, 3, 199})
+    expected += clip.samples[number].size();
+  EXPECT_THAT(server.BytesRequested() - bytes, Le(expected + 4 * 8));
+
+  // Two tracks in turns are two sequences.
+  const uint64_t before = server.RequestCount();
+  for (int64_t number = 0; number < 200; ++number) {
+    for (const int64_t track : {1, 2}) {
+      source.Update("track_id", track);
+      ASSERT_EQ(AllBytes(source.Read(number)), clip.samples[static_cast<size_t>(number)]);
+    }
+  }
+  EXPECT_THAT(server.RequestCount() - before, Le(2 * 200 * 3 / 10u));
+}
+
+TEST(StorageSource, TellsTimesOfAVariableRate) {
+  const TempFolder folder;
+  const Clip clip = MakeClip(
+      {.file = folder / "a", .container = Container::Mov, .pictures = 9, .variableRate = true});
+  Player::StorageServer server({});
+  server.AddTrack(1, clip.file);
+  SourceUnderTest source;
+  source.Init(server.Port());
+  for (size_t i = 0; i < clip.samples.size(); ++i) {
+    const bool isLast = i + 1 == clip.samples.size();
+    for (int64_t time = clip.times[i]; time < (isLast ? clip.times[i] + 1 : clip.times[i + 1]);
+         ++time) {
+      const auto container = source.Read(time);
+      ASSERT_EQ(AllBytes(container), clip.samples[i]) << time;
+      const auto& limits = container->GetTimeInfo("StorageTimePoint");
+      const auto& start = limits.GetStartTime();
+      EXPECT_EQ(start.GetTimeNumber() * 25 * start.GetEditRate()._denominator,
+                clip.times[i] * start.GetEditRate()._numerator);
+      EXPECT_GT(limits.GetDurationNumber(), 0);
+    }
+  }
+}
+
+TEST(StorageSource, DeliversNothingOutsideAndAfterARemoval) {
+  const TempFolder folder;
+  const Clip clip = MakeClip({.file = folder / "a", .interlaced = true});
+  Player::StorageServer server({});
+  server.AddTrack(1, clip.file);
+  SourceUnderTest source;
+  EXPECT_THAT(ErrorOf([&] { source.Update("track_id", 1); }), HasSubstr("no initial config"));
+  source.Init(server.Port());
+  for (const int64_t outside : {int64_t{-1}, int64_t{10}, INT64_MAX})
+    EXPECT_EQ(source.Read(outside), nullptr);
+  EXPECT_THAT(ErrorOf([&] { source.Goto(1, 0, 1); }), HasSubstr("0/1"));
+  // Fields are views of one buffer, which they keep.
+  const auto fields = source.Read(9)->GetAllSamples();
+  ASSERT_EQ(fields.size(), 2u);
+  EXPECT_EQ(fields[0]->GetData()->GetInnerBuffer() + fields[0]->GetData()->GetDataSize(),
+            fields[1]->GetData()->GetInnerBuffer());
+
+  source.Update("remove_track", 99);
+  source.Update("remove_track", 1);
+  EXPECT_THAT(ErrorOf([&] { source.Goto(0); }), HasSubstr("no track is selected"));
+  EXPECT_THAT(ErrorOf([&] { source.media->GetSample(); }), HasSubstr("no track is selected"));
+  source.Update("track_id", 1);
+  EXPECT_EQ(AllBytes(source.Read(0)), clip.samples[0]);
+}
+
+TEST(StorageSource, KeepsSoManyTracksOpenAndNoMore) {
+  const TempFolder folder;
+  const Clip clip = MakeClip({.file = folder / "a", .pictures = 1});
+  Player::StorageServer server({});
+  for (int64_t id = 0; id <= 256; ++id)
+    server.AddTrack(id, clip.file);
+  SourceUnderTest source;
+  source.Init(server.Port(), 0);
+  for (int64_t id = 1; id < 256; ++id)
+    source.Update("track_id", id);
+  EXPECT_THAT(ErrorOf([&] { source.Update("track_id", 256); }),
+              AllOf(HasSubstr(":T256: "), HasSubstr("remove_track")));
+  source.Update("remove_track", 7);
+  source.Update("track_id", 256);
+  EXPECT_EQ(AllBytes(source.Read(0)), clip.samples[0]);
+}
+
+TEST(StorageSource, RefusesAddressesThatAreMoreThanAnAddress) {
+  const std::pair<const char*, int64_t> wrong[] = {{"", 80},
+                                                   {"user@127.0.0.1", 80},
+                                                   {"127.0.0.1/x?", 80},
+                                                   {"127.0.0.1:81", 80},
+                                                   {"[::1]", 80},
+                                                   {"::1%lo/..", 80},
+                                                   {"http://a", 80},
+                                                   {"a b", 80},
+                                                   {"a\r\nX: y", 80},
+                                                   {"a#", 80},
+                                                   {"%61", 80},
+                                                   {"127.0.0.1", 0},
+                                                   {"127.0.0.1", -1},
+                                                   {"127.0.0.1", 65536}};
+  for (const auto& [address, port] : wrong) {
+    SourceUnderTest source;
+    EXPECT_THAT(ErrorOf([&, host = address, number = port] { source.Init(number, 1, "", host); }),
+                HasSubstr("\"tcp_"))
+        << address << " " << port;
+  }
+  SourceUnderTest source;
+  EXPECT_THAT(ErrorOf([&] { source.Init(0, 1, std::string(200, 'x')); }),
+              HasSubstr("unix_domain_socket"));
+}
+
 }  // namespace
 }  // namespace Moravel::Test

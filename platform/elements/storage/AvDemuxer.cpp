@@ -15,6 +15,13 @@ namespace {
 
 constexpr int kIoBufferBytes = 32 << 10;
 
+// What is wrong with a file becomes an exception; libavformat's own lines would go past the
+// framework's log.
+void SilenceOwnLog() {
+  static const bool silenced = (av_log_set_level(AV_LOG_QUIET), true);
+  static_cast<void>(silenced);
+}
+
 std::string ErrorText(int error) {
   char text[AV_ERROR_MAX_STRING_SIZE] = {};
   av_strerror(error, text, sizeof text);
@@ -30,6 +37,7 @@ void AvDemuxer::CloseIo::operator()(AVIOContext* io) const {
 
 AvDemuxer::AvDemuxer(const char* format, int64_t size, int64_t maxBytes, ReadAt readAt)
     : size_(size), readAt_(std::move(readAt)), bytesLeft_(maxBytes) {
+  SilenceOwnLog();
   std::unique_ptr<void, decltype(&av_free)> buffer(av_malloc(kIoBufferBytes), &av_free);
   io_.reset(buffer ? avio_alloc_context(static_cast<unsigned char*>(buffer.get()), kIoBufferBytes,
                                         0, this, &AvDemuxer::Read, nullptr, &AvDemuxer::Seek)

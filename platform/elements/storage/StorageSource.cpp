@@ -11,10 +11,6 @@
 #include "qelCore/Registry.h"
 #include "qelCore/Samples.h"
 
-extern "C" {
-#include <libavutil/log.h>
-}
-
 namespace qel {
 
 namespace {
@@ -226,9 +222,6 @@ SampleContainerConstPtr StorageSource::MakeContainer(const OpenTrack& open,
 void RegisterStorageSource() {
   using Prototype = ParametersCollectionPrototype;
   using enum Prototype::Type;
-  // What it has to say about broken files comes as exceptions; its own lines would go past the
-  // framework's log.
-  av_log_set_level(AV_LOG_QUIET);
   ElementRegistration registration;
   registration.factory = std::make_shared<ElementFactory<ElementFactoryType_Source>>(
       [](const auto&) { return std::make_shared<StorageSource>(); });

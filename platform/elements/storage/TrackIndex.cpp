@@ -16,6 +16,7 @@ namespace qel {
 namespace {
 
 constexpr int64_t kFirstPictureHeadBytes = 4096;
+constexpr int64_t kAviReadAround = 16 << 10;
 
 std::string_view Text(std::span<const uint8_t> bytes) {
   return {reinterpret_cast<const char*>(bytes.data()), bytes.size()};
@@ -47,21 +48,23 @@ std::optional<uint32_t> AviIndexChunkSize(std::span<const uint8_t> header) {
 
 // The parts of an AVI file for libavformat. It goes either to the header of a chunk or right behind
 // that, and reads on in small steps; so what comes from the server is first a little around the
-// place, and then all of the chunk if it holds index entries.
-std::span<const uint8_t> ReadAviPart(ReadAheadCache& file, int64_t offset) {
+// place, and then all of the chunk if it holds index entries. The indexes of a file's segments are
+// about as long as each other: `indexChunkSize`, the last one's, is what the next is fetched by.
+std::span<const uint8_t> ReadAviPart(ReadAheadCache& file, int64_t offset,
+                                     int64_t& indexChunkSize) {
   constexpr int kHeader = 8;
   if (file.Holds(offset) || offset >= file.Size())
     return file.At(offset);
   const int64_t around = std::max<int64_t>(offset - kHeader, 0);
-  file.At(around);
-  file.At(offset);
+  file.Fetch(around, around + indexChunkSize);
   for (const int64_t start : {around, offset}) {
     std::array<uint8_t, kHeader> header{};
     if (start + kHeader > file.Size())
       break;
     file.ReadExactly(start, header);
     if (const auto size = AviIndexChunkSize(header)) {
-      file.Fetch(start, start + kHeader + int64_t{*size});
+      indexChunkSize = kHeader + int64_t{*size};
+      file.Fetch(start, start + indexChunkSize);
       break;
     }
   }
@@ -72,7 +75,9 @@ AvDemuxer OpenDemuxer(ReadAheadCache& file, bool isAvi) {
   if (isAvi) {
     const int64_t maxBytes = std::min(4 * file.Size(), 16 * kMaxIndexEntries) + (int64_t{1} << 20);
     return AvDemuxer("avi", file.Size(), maxBytes,
-                     [&file](int64_t offset) { return ReadAviPart(file, offset); });
+                     [&file, indexChunkSize = kAviReadAround](int64_t offset) mutable {
+                       return ReadAviPart(file, offset, indexChunkSize);
+                     });
   }
   const auto header = std::make_shared<const std::vector<uint8_t>>(ExtractMovHeader(file));
   const auto size = static_cast<int64_t>(header->size());
