@@ -43,7 +43,7 @@ class Logger : public ILogger {
   explicit Logger(const std::string& name)
       : logger_(name, std::make_shared<spdlog::sinks::stderr_color_sink_mt>()) {
     logger_.set_level(spdlog::level::trace);
-    logger_.set_pattern("%Y-%m-%d %H:%M:%S.%e %^%l%$ [%n] %v (%s:%#)");
+    logger_.set_pattern("%Y-%m-%d %H:%M:%S.%e %^%l%$ [%n] %v (%g:%#)");
   }
 
   Level GetLevel() const override { return currentLevel; }
