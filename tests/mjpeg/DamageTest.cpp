@@ -10,6 +10,7 @@ using testing::IsEmpty;
 
 namespace {
 
+constexpr uint8_t kFrame = 0xC0;
 constexpr uint8_t kStartOfScan = 0xDA;
 constexpr uint8_t kHuffmanTables = 0xC4;
 constexpr uint8_t kQuantizationTables = 0xDB;
@@ -63,16 +64,21 @@ TEST(DamageTest, WhatCanNotBeDecodedThrowsAndLeavesNothingBehind) {
   const Bytes broken = {0x12, 0x34, 0xFF, kStartOfScan, 0, 3, 9};
   warnedAndBroken.insert(warnedAndBroken.begin() + ptrdiff_t(afterScan), broken.begin(),
                          broken.end());
+  Bytes warnedAndUnknown = second;  // foreign bytes, then a subsampling of 3:1
+  const size_t frame = FindSegment(second, kFrame);
+  warnedAndUnknown[frame + 11] = 0x31;
+  warnedAndUnknown.insert(warnedAndUnknown.begin() + ptrdiff_t(frame), {1, 2, 3});
   const Bytes garbage(1000, 0x55);
   const Bytes tablesOnly = [&] {
-    Bytes bytes = CutTo(second, FindSegment(second, 0xC0));
+    Bytes bytes = CutTo(second, FindSegment(second, kFrame));
     bytes.insert(bytes.end(), {0xFF, 0xD9});
     return bytes;
   }();
   TestDecoder decoder(NewTrack());
-  for (const Bytes& bytes : {Bytes(), Bytes{0xFF}, garbage, tablesOnly, CutTo(second, 100),
-                             warnedAndBroken, CutTo(second, FindSegment(second, kStartOfScan) + 1),
-                             WithoutSegments(second, kQuantizationTables)}) {
+  for (const Bytes& bytes :
+       {Bytes(), Bytes{0xFF}, garbage, tablesOnly, warnedAndUnknown, CutTo(second, 100),
+        warnedAndBroken, CutTo(second, FindSegment(second, kStartOfScan) + 1),
+        WithoutSegments(second, kQuantizationTables)}) {
     decoder.filter_->PushSample(NewContainer(NewBuffer(first)));
     EXPECT_THROW(decoder.filter_->PushSample(NewContainer(NewBuffer(bytes))), QELRuntimeError);
     EXPECT_EQ(decoder.filter_->GetSample(), nullptr);

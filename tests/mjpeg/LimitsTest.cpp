@@ -48,6 +48,11 @@ TEST(LimitsTest, CompressedSize) {
   EXPECT_TRUE(IsAccepted(jpeg));
   jpeg.push_back(0);
   EXPECT_FALSE(IsAccepted(jpeg));
+  Bytes progressive = MakeProgressive(MakeJpeg({}));
+  progressive.resize(kMaxScannedBytes);
+  EXPECT_TRUE(IsAccepted(progressive));
+  progressive.push_back(0);
+  EXPECT_FALSE(IsAccepted(progressive));
 }
 
 TEST(LimitsTest, Scans) {

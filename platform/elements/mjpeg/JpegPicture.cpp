@@ -25,25 +25,26 @@ const uint8_t* NeutralRow() {
   return row.data();
 }
 
-void CheckCompressedSize(size_t bytes) {
+void CheckCompressedSize(size_t bytes, size_t limit) {
   if (bytes == 0)
     throw QELRuntimeError("motion-JPEG picture is empty");
-  if (bytes > kMaxCompressedBytes) {
+  if (bytes > limit) {
     throw QELRuntimeError(QEL_TEXT("motion-JPEG picture has " << bytes << " bytes, at most "
-                                                              << kMaxCompressedBytes
-                                                              << " are supported"));
+                                                              << limit << " are supported"));
   }
 }
 
-void CheckStructure(const JpegStructure& structure, Size size) {
+void CheckStructure(const JpegStructure& structure, Size size, size_t bytes) {
   if (structure.arithmeticCoding)
     throw QELRuntimeError("JPEG picture is arithmetic coded, motion JPEG is Huffman coded");
-  const int64_t scannedPixels = structure.scans * size.width * size.height;
-  if (structure.scans > 1 && scannedPixels > kMaxScannedPixels) {
+  if (structure.scans <= 1)
+    return;
+  CheckCompressedSize(bytes, kMaxScannedBytes);
+  const int64_t pixels = int64_t{size.width} * size.height;
+  if (structure.scans * pixels > kMaxScannedPixels) {
     throw QELRuntimeError(QEL_TEXT("motion-JPEG picture of "
                                    << size.width << "x" << size.height << " has " << structure.scans
-                                   << " scans, at most "
-                                   << kMaxScannedPixels / size.width / size.height
+                                   << " scans, at most " << kMaxScannedPixels / pixels
                                    << " are supported at that size"));
   }
 }
@@ -83,9 +84,9 @@ JpegPicture::JpegPicture(std::span<const uint8_t> encoded)
     : encoded_(encoded), handle_(tjInitDecompress()) {
   if (!handle_)
     throw QELRuntimeError(QEL_TEXT("TurboJPEG can not start: " << tjGetErrorStr2(nullptr)));
-  CheckCompressedSize(encoded.size());
+  CheckCompressedSize(encoded.size(), kMaxCompressedBytes);
   ReadHeader();
-  CheckStructure(ReadJpegStructure(encoded), size_);
+  CheckStructure(ReadJpegStructure(encoded), size_, encoded.size());
 }
 
 void JpegPicture::ReadHeader() {
@@ -93,7 +94,8 @@ void JpegPicture::ReadHeader() {
   const int result = tjDecompressHeader3(handle_.get(), encoded_.data(), encoded_.size(),
                                          &size_.width, &size_.height, &subsampling_, &colorSpace);
   if (result != 0) {
-    if (tjGetErrorCode(handle_.get()) != TJERR_WARNING || colorSpace < 0)
+    // An error that follows a warning is called a warning too.
+    if (tjGetErrorCode(handle_.get()) != TJERR_WARNING || subsampling_ < 0)
       throw QELRuntimeError(QEL_TEXT("no motion-JPEG picture: " << tjGetErrorStr2(handle_.get())));
     NoteDamage();
   }
@@ -141,7 +143,7 @@ void JpegPicture::DecodeInto(const YuvPicture& picture, uint8_t* memory) {
   const Plane& luma = picture.planes[0];
   uint8_t& lastSample =
       memory[size_t(luma.stride) * size_t(luma.size.height - 1) + size_t(luma.size.width - 1)];
-  for (const uint8_t mark : {uint8_t{0}, uint8_t{255}}) {
+  for (const uint8_t mark : {uint8_t{77}, uint8_t{178}}) {
     lastSample = mark;
     if (Decompress(picture, memory))
       return;

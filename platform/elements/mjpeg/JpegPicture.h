@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <memory>
 #include <span>
@@ -11,10 +12,11 @@ namespace qel::mjpeg {
 // Limits that hold before anything is allocated. Pictures up to 8K (8192 x 4320).
 constexpr int kMaxPictureSide = 8192;
 constexpr int64_t kMaxPicturePixels = int64_t{8192} * 4320;
-// About a byte for each pixel of the largest picture.
-constexpr uint32_t kMaxCompressedBytes = uint32_t{32} << 20;
-// Pixels times scans of pictures that come in several scans, each of which passes over the whole
-// picture: fifteen scans at 4K.
+// Five bits for each pixel of the largest picture.
+constexpr size_t kMaxCompressedBytes = size_t{24} << 20;
+// Pictures that come in several scans take far longer to decode, and each scan passes over the
+// whole picture: limits for their bytes, and for their pixels times scans (fifteen scans at 4K).
+constexpr size_t kMaxScannedBytes = size_t{8} << 20;
 constexpr int64_t kMaxScannedPixels = int64_t{15} * 4096 * 2160;
 
 // Whether a picture of that size is within the limits.
@@ -56,8 +58,8 @@ class JpegPicture {
   const std::span<const uint8_t> encoded_;
   const std::unique_ptr<void, CloseHandle> handle_;
   Size size_;
-  int subsampling_ = 0;  // one of TJSAMP
-  std::string damage_;   // the first warning about the picture
+  int subsampling_ = -1;  // one of TJSAMP
+  std::string damage_;    // the first warning about the picture
 };
 
 }  // namespace qel::mjpeg
