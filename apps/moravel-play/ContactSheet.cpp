@@ -28,6 +28,8 @@ constexpr int kMaxSheetHeight = 30000;  // the drawing library ends at 32767
 constexpr int kColumns = 6;
 constexpr int kSheetWidth = 2 * kMargin + kColumns * kThumbnailWidth + (kColumns - 1) * kGap;
 
+const char* const kDot = "  \u00b7  ";
+
 constexpr double kBackground = 0.09;
 constexpr double kEmptyCell = 0.15;
 constexpr double kBright = 0.95;
@@ -55,12 +57,25 @@ CairoSurface Shrink(const qel::IVideoSample& image, const Size& size) {
   return small;
 }
 
+// Files go by their name alone. File names may hold any bytes; text to draw is UTF-8.
+std::string Title(const Track& track, cairo_t* pen) {
+  std::string title = std::filesystem::path(track.name).filename().string();
+  cairo_text_extents_t extents;
+  const std::unique_ptr<cairo_t, decltype(&cairo_destroy)> trial(
+      cairo_create(cairo_get_target(pen)), &cairo_destroy);
+  cairo_text_extents(trial.get(), title.c_str(), &extents);
+  if (cairo_status(trial.get()) != CAIRO_STATUS_SUCCESS)
+    std::replace_if(
+        title.begin(), title.end(), [](char c) { return (c & 0x80) != 0; }, '?');
+  return title;
+}
+
 std::string Head(const Track& track, const Size& size) {
-  const bool own = size == track.ownSize;
-  return size.ToString() + (own ? "" : " of " + track.ownSize.ToString()) + "   " +
-         ToRateText(track.sampleRate) + "   " +
-         (track.interlaced ? "interlaced, " : "progressive, ") + std::to_string(track.sampleCount) +
-         " samples, " + std::to_string(track.sequence.Count()) + " played";
+  const std::string from = size == track.ownSize ? "" : " from " + track.ownSize.ToString();
+  return size.ToString() + from + kDot + ToRateText(track.sampleRate) + kDot +
+         (track.interlaced ? "interlaced" : "progressive") + kDot +
+         std::to_string(track.sequence.Count()) + " of " + std::to_string(track.sampleCount) +
+         " samples played";
 }
 
 }  // namespace
@@ -94,9 +109,12 @@ ContactSheet::ContactSheet(const std::filesystem::path& path,
                            const std::vector<const Track*>& tracks)
     : path_(path) {
   const std::filesystem::path folder = path_.has_parent_path() ? path_.parent_path() : ".";
-  if (::access(folder.c_str(), W_OK | X_OK) != 0 || std::filesystem::is_directory(path_)) {
-    throw OutputError(path_.string() + ": is no file that can be written" +
-                      (errno != 0 ? ": " + std::generic_category().message(errno) : ""));
+  int error = ::access(folder.c_str(), W_OK | X_OK) != 0 ? errno : 0;
+  if (std::filesystem::is_directory(path_))
+    error = EISDIR;
+  if (error != 0) {
+    throw OutputError(path_.string() +
+                      ": cannot be written: " + std::generic_category().message(error));
   }
   LayOut(tracks);
   const int height = sections_.back().top + sections_.back().Height() + kMargin - kSectionGap;
@@ -132,7 +150,7 @@ void ContactSheet::LayOut(const std::vector<const Track*>& tracks) {
 }
 
 void ContactSheet::DrawHead(const Section& section) {
-  DrawText(section.track->name, kMargin, section.top + 32, 26, kBright, true);
+  DrawText(Title(*section.track, pen_.get()), kMargin, section.top + 32, 26, kBright, true);
   DrawText(Head(*section.track, section.size), kMargin, section.top + 62, 18, kDim, false);
 }
 
@@ -150,7 +168,7 @@ void ContactSheet::DrawCaption(const Section& section, int cell, const Picture& 
                               ToTimeCode(picture.track, picture.sampleNumber) + "   " +
                               section.size.ToString() + (field.empty() ? "" : "   " + field) +
                               (picture.image ? "" : "   not shown");
-  DrawText(caption, section.CellLeft(cell), baseline, 13, picture.image ? kBright : kDim, false);
+  DrawText(caption, section.CellLeft(cell), baseline, 14, picture.image ? kBright : kDim, false);
 }
 
 void ContactSheet::DrawText(const std::string& text, double x, double y, double size,

@@ -2,6 +2,7 @@
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
+#include <cmath>
 #include <map>
 #include <regex>
 #include <thread>
@@ -127,6 +128,12 @@ void Declare(CLI::App& app, Options& options, RawOptions& raw) {
   app.footer(kFooter);
 }
 
+// The ranges let pass what is not a number at all.
+void CheckSeconds(double seconds, const char* option) {
+  if (std::isnan(seconds))
+    throw UsageError(std::string(option) + ": must be a number of seconds");
+}
+
 void CheckTogether(const Options& options) {
   if (options.y4mFile.empty())
     return;
@@ -163,6 +170,8 @@ std::variant<Options, std::string> ParseOptions(int argc, const char* const* arg
   options.format = Choose(kFormats, "--format", raw.format);
   options.order = Choose(kOrders, "--order", raw.order);
   options.logLevel = Choose(kLogLevels, "--log-level", raw.logLevel);
+  CheckSeconds(options.startSeconds, "--start");
+  CheckSeconds(options.durationSeconds.value_or(0), "--duration");
   CheckTogether(options);
   return options;
 }

@@ -1,9 +1,7 @@
 #include "Play.h"
 
-#include <atomic>
 #include <condition_variable>
 #include <cstdio>
-#include <latch>
 #include <mutex>
 #include <thread>
 
@@ -151,7 +149,7 @@ int FindExitCode(const Setup& setup, const Stopper& stopper) {
 void WriteReport(const Options& options, const Outcome& outcome) {
   if (options.json)
     std::fputs(ToJson(outcome).c_str(), stdout);
-  if (!options.quiet) {
+  if (!options.quiet && !outcome.tracks.empty()) {
     const bool standardOutputIsTaken = options.json || options.WritesPicturesToStandardOutput();
     std::fputs(ToTable(outcome).c_str(), standardOutputIsTaken ? stderr : stdout);
   }
@@ -183,9 +181,10 @@ int Play(const Options& options) {
       PrintProblem(track.name + ": " + track.reason);
     if (!setup.servers.empty())
       return PlayOpened(options, setup);
+    const int exitCode = Interrupted() ? kExitInterrupted : kExitUnreadable;
     if (options.json)
-      WriteReport(options, {{}, setup.failed, 0, false, kExitUnreadable});
-    return kExitUnreadable;
+      WriteReport(options, {{}, setup.failed, 0, Interrupted(), exitCode});
+    return exitCode;
   } catch (const UsageError& error) {
     PrintProblem(error.what());
     return kExitUsage;

@@ -84,7 +84,7 @@ PreloadLoop::Answer PreloadLoop::Order(PlayingTrack& track, const Time::TimePoin
   try {
     answer.failed = server_.preloader->Preload(order) == Player::IPreloader::PreloadResult::ERROR;
   } catch (const std::exception& error) {
-    answer = {true, error.what()};
+    answer = {true, ReasonOf(error, track.facts.id)};
   }
   statistics.lastAnswer = Clock::now();
   if (!answer.failed)

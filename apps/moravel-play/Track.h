@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <exception>
 #include <string>
 #include <vector>
 
@@ -47,5 +48,7 @@ struct Track {
 std::string ToTimeCode(const Track& track, int64_t sampleNumber);
 // "25 fps", "29.97 fps".
 std::string ToRateText(const Player::SampleRate& rate);
+// What went wrong with a track, for a line that begins with the track's name: without its id.
+std::string ReasonOf(const std::exception& error, const Player::TrackId& id);
 
 }  // namespace Moravel::Play

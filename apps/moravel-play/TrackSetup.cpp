@@ -88,6 +88,7 @@ Track Describe(const NamedTrack& named, const qel::InfoContainerConstPtr& output
   track.sizes = options.sizes.empty() ? std::vector<Size>{track.ownSize} : options.sizes;
   const int64_t first = FirstSample(options, track);
   track.sequence = PlaySequence(first, CountSamples(options, track, first), options.order);
+  track.TimeOf(first + track.sequence.Count());  // refuses times that nobody can count
   return track;
 }
 
@@ -112,7 +113,7 @@ OpenedServer OpenServer(const Player::StorageId& id, const std::vector<NamedTrac
     } catch (const UsageError&) {
       throw;
     } catch (const std::exception& error) {
-      opened.failed.push_back({named.index, {named.name, error.what()}});
+      opened.failed.push_back({named.index, {named.name, ReasonOf(error, named.id)}});
     }
   }
   if (!opened.server.tracks.empty()) {

@@ -1,0 +1,344 @@
+#include <cairo.h>
+#include <gmock/gmock.h>
+#include <signal.h>
+
+#include <algorithm>
+#include <fstream>
+#include <nlohmann/json.hpp>
+#include <numeric>
+
+#include "PlayerRun.h"
+#include "storage/StorageServer.h"
+#include "support/ClipMaker.h"
+#include "support/FaultyServer.h"
+
+// The built program, run as its users run it.
+namespace Moravel::Test {
+namespace {
+
+using ::testing::AllOf;
+using ::testing::HasSubstr;
+using ::testing::StartsWith;
+
+constexpr int kUsage = 2;
+constexpr int kUnreadable = 3;
+constexpr int kUnwritable = 4;
+constexpr int kInterrupted = 130;
+
+int Lines(const std::string& text) {
+  return static_cast<int>(std::count(text.begin(), text.end(), '\n'));
+}
+
+// A picture file.
+struct Png {
+  explicit Png(const std::filesystem::path& file)
+      : surface(cairo_image_surface_create_from_png(file.c_str()), cairo_surface_destroy),
+        width(cairo_image_surface_get_width(surface.get())),
+        height(cairo_image_surface_get_height(surface.get())) {}
+
+  int Number() const {
+    std::vector<uint8_t> luma;
+    for (int y = 0; y < height; ++y) {
+      const uint8_t* pixel = Row(y);
+      for (int x = 0; x < width; ++x, pixel += 4)
+        luma.push_back(
+            static_cast<uint8_t>((114 * pixel[0] + 587 * pixel[1] + 299 * pixel[2]) / 1000));
+    }
+    return ReadPictureNumber(luma.data(), width, width, height);
+  }
+  const uint8_t* Row(int y) const {
+    return cairo_image_surface_get_data(surface.get()) +
+           y * cairo_image_surface_get_stride(surface.get());
+  }
+
+  std::unique_ptr<cairo_surface_t, decltype(&cairo_surface_destroy)> surface;
+  int width;
+  int height;
+};
+
+// A stream of raw pictures: its header, and the number in each picture.
+struct Y4m {
+  explicit Y4m(const std::string& bytes, int width, int height) {
+    size_t at = bytes.find('\n') + 1;
+    header = bytes.substr(0, at);
+    const int chroma = ((width + 1) / 2) * ((height + 1) / 2);
+    const auto size = static_cast<size_t>(width * height + 2 * chroma);
+    while (bytes.compare(at, 6, "FRAME\n") == 0 && bytes.size() >= at + 6 + size) {
+      numbers.push_back(ReadPictureNumber(reinterpret_cast<const uint8_t*>(bytes.data()) + at + 6,
+                                          width, width, height));
+      at += 6 + size;
+    }
+    bytesLeft = bytes.size() - at;
+  }
+
+  std::string header;
+  std::vector<int> numbers;
+  size_t bytesLeft;
+};
+
+std::vector<int> Range(int first, int count) {
+  std::vector<int> numbers(static_cast<size_t>(count));
+  std::iota(numbers.begin(), numbers.end(), first);
+  return numbers;
+}
+
+class Run : public ::testing::Test {
+ protected:
+  std::string MakeTrack(const std::string& name, ClipSpec spec = {}) {
+    spec.file = folder_ / name;
+    MakeClip(spec);
+    return spec.file.string();
+  }
+
+  nlohmann::json PlayJson(std::vector<std::string> arguments, int exitCode) {
+    arguments.insert(arguments.end(), {"--json", "--quiet"});
+    const RunResult result = Play(arguments);
+    errors_ = result.errors;
+    EXPECT_EQ(result.exitCode, exitCode) << result.errors;
+    const auto json = nlohmann::json::parse(result.output);
+    EXPECT_EQ(json["exit_code"], exitCode);
+    return json;
+  }
+
+  TempFolder folder_;
+  std::string errors_;
+};
+
+TEST_F(Run, WrongInputGetsOneLineAndItsExitCode) {
+  const std::string clip = MakeTrack("clip.avi");
+  const std::string text = folder_ / "text.avi";
+  std::ofstream(text) << "not a picture in sight";
+  std::ofstream(folder_ / "empty.avi");
+  uint16_t deadPort = 0;
+  { deadPort = Player::StorageServer(Player::StorageServer::Options()).Port(); }
+  Player::StorageServer live{Player::StorageServer::Options()};
+  const std::string dead = "127.0.0.1:" + std::to_string(deadPort) + ":T1";
+  const std::string unknown = "127.0.0.1:" + std::to_string(live.Port()) + ":T9";
+  const struct {
+    std::vector<std::string> arguments;
+    int exitCode;
+    std::string named;
+  } cases[] = {
+      {{}, kUsage, "TRACK"},
+      {{clip, "--size", "big"}, kUsage, "--size big"},
+      {{clip, "--start", "7"}, kUsage, "clip.avi"},
+      {{folder_ / "nowhere.avi"}, kUnreadable, "nowhere.avi: no such file"},
+      {{folder_.Path()}, kUnreadable, "regular file"},
+      {{text}, kUnreadable, "text.avi"},
+      {{folder_ / "empty.avi"}, kUnreadable, "empty.avi"},
+      {{dead}, kUnreadable, dead},
+      {{unknown}, kUnreadable, unknown},
+      {{clip, "--png", text + "/x"}, kUnwritable, "text.avi/x"},
+      {{clip, "--contact-sheet", folder_ / "no/sheet.png"}, kUnwritable, "no/sheet.png"},
+      {{clip, "--y4m", folder_ / "no/clip.y4m"}, kUnwritable, "no/clip.y4m"},
+      {{clip, "--y4m", "/dev/full", "--quiet"}, kUnwritable, "No space"},
+      {{clip, "--contact-sheet", "/dev/full", "--quiet"}, kUnwritable, "No space"},
+  };
+  for (const auto& test : cases) {
+    const RunResult result = Play(test.arguments);
+    EXPECT_EQ(result.exitCode, test.exitCode) << result.errors;
+    EXPECT_EQ(Lines(result.errors), 1) << result.errors;
+    EXPECT_THAT(result.errors, AllOf(StartsWith("moravel-play: "), HasSubstr(test.named)));
+    EXPECT_EQ(result.output, "");
+  }
+}
+
+TEST_F(Run, PlaysSeveralTracksInSeveralSizes) {
+  const std::string a = MakeTrack("a.avi");
+  const std::string b =
+      MakeTrack("b.mov", {.file = {}, .container = Container::Mov, .pictures = 7});
+  const auto json =
+      PlayJson({a, b, "--size", "32x24", "--size", "64x48", "--png", folder_ / "png",
+                "--contact-sheet", folder_ / "sheet.png", "--jobs", "3", "--window", "2"},
+               0);
+  ASSERT_EQ(json["tracks"].size(), 2u);
+  for (const auto& [track, samples] : {std::pair(0, 10), std::pair(1, 7)}) {
+    const auto& report = json["tracks"][static_cast<size_t>(track)];
+    EXPECT_EQ(report["preloaded"], samples);
+    EXPECT_EQ(report["missing"], 0);
+    EXPECT_GT(report["bytes"], 0);
+    for (const auto& size : report["sizes"]) {
+      EXPECT_EQ(size["pictures"], samples);
+      EXPECT_EQ(size["damaged"], 0);
+    }
+    for (int number = 0; number < samples; ++number) {
+      const std::string name = "-00000" + std::to_string(number) + ".png";
+      const std::string stem = folder_ / ("png/track" + std::to_string(track + 1));
+      EXPECT_EQ(Png(stem + "-64x48" + name).Number(), number);
+      EXPECT_EQ(Png(stem + "-32x24" + name).width, 32);
+    }
+  }
+  EXPECT_EQ(errors_, "");
+  EXPECT_GT(Png(folder_ / "sheet.png").width, 1000);
+}
+
+TEST_F(Run, WritesRawVideoInTheOrderOfPlay) {
+  const std::string clip =
+      MakeTrack("clip.avi", {.file = {}, .width = 65, .height = 47, .pictures = 40});
+  const struct {
+    std::vector<std::string> options;
+    std::vector<int> numbers;
+  } cases[] = {
+      {{}, Range(0, 40)},
+      {{"--start", "0.4", "--count", "5"}, Range(10, 5)},
+      {{"--start", "1", "--duration", "0.2", "--window", "1"}, Range(25, 5)},
+  };
+  for (const auto& test : cases) {
+    std::vector<std::string> arguments = {clip, "--y4m", "-", "--jobs", "8", "--quiet"};
+    arguments.insert(arguments.end(), test.options.begin(), test.options.end());
+    const RunResult result = Play(arguments);
+    EXPECT_EQ(result.exitCode, 0) << result.errors;
+    const Y4m video(result.output, 65, 47);
+    EXPECT_EQ(video.header, "YUV4MPEG2 W65 H47 F25:1 Ip A1:1 C420jpeg XCOLORRANGE=FULL\n");
+    EXPECT_EQ(video.numbers, test.numbers);
+    EXPECT_EQ(video.bytesLeft, 0u);
+  }
+  std::vector<int> reverse = Range(0, 40);
+  std::reverse(reverse.begin(), reverse.end());
+  EXPECT_EQ(Y4m(Play({clip, "--y4m", "-", "--order", "reverse", "--quiet"}).output, 65, 47).numbers,
+            reverse);
+  std::vector<int> random =
+      Y4m(Play({clip, "--y4m", "-", "--order", "random", "--quiet"}).output, 65, 47).numbers;
+  EXPECT_NE(random, Range(0, 40));
+  std::sort(random.begin(), random.end());
+  EXPECT_EQ(random, Range(0, 40));
+}
+
+TEST_F(Run, ShowsTheFieldsOfInterlacedTracks) {
+  for (const bool bottomFirst : {false, true}) {
+    const std::string clip =
+        MakeTrack("fields.avi", {.file = {}, .interlaced = true, .bottomFirst = bottomFirst});
+    const Y4m both(Play({clip, "--fields", "--y4m", "-", "--quiet"}).output, 64, 24);
+    EXPECT_EQ(both.header, "YUV4MPEG2 W64 H24 F50:1 Ip A1:2 C420jpeg XCOLORRANGE=FULL\n");
+    EXPECT_EQ(both.numbers, Range(0, 20));
+    const Y4m top(Play({clip, "--y4m", "-", "--quiet", "--count", "2"}).output, 64, 24);
+    EXPECT_EQ(top.header, "YUV4MPEG2 W64 H24 F25:1 Ip A1:2 C420jpeg XCOLORRANGE=FULL\n");
+    EXPECT_EQ(top.numbers, (std::vector<int>{0, 2}));
+    const std::string png = folder_ / "png";
+    EXPECT_EQ(Play({clip, "--fields", "--png", png}).exitCode, 0);
+    EXPECT_EQ(Png(png + "/track1-64x24-000003-top.png").Number(), 6);
+    EXPECT_EQ(Png(png + "/track1-64x24-000003-bottom.png").Number(), 7);
+  }
+}
+
+TEST_F(Run, ShowsTheSamePictureInEveryFormat) {
+  const std::string clip = MakeTrack("clip.avi", {.file = {}, .width = 65, .height = 47});
+  const auto show = [&](const std::string& format) {
+    const std::string png = folder_ / format;
+    EXPECT_EQ(Play({clip, "--count", "1", "--format", format, "--png", png}).exitCode, 0);
+    return Png(png + "/track1-65x47-000000.png");
+  };
+  const Png reference = show("BGR3");
+  for (const char* format :
+       {"I420", "YV12", "I422", "YV16", "YUYV", "YVYU", "UYVY", "BGRA", "RGB3", "RGBA"}) {
+    const Png png = show(format);
+    ASSERT_EQ(png.height, 47) << format;
+    int64_t difference = 0;
+    for (int y = 0; y < 47; ++y) {
+      for (int x = 0; x < 65 * 4; ++x)
+        difference += x % 4 == 3 ? 0 : std::abs(png.Row(y)[x] - reference.Row(y)[x]);
+    }
+    EXPECT_LT(static_cast<double>(difference) / (65 * 47 * 3), 2.0) << format;
+  }
+  EXPECT_EQ(show("Y800").Number(), 0);
+}
+
+TEST_F(Run, CountsWhatIsMissingAndDamaged) {
+  ClipSpec spec;
+  spec.file = folder_ / "clip.avi";
+  const Clip clip = MakeClip(spec);
+  auto json = PlayJson({spec.file, "--count", "14"}, 1);
+  EXPECT_EQ(json["tracks"][0]["preloaded"], 10);
+  EXPECT_EQ(json["tracks"][0]["missing"], 4);
+
+  // One picture loses its header, another one the end of its data.
+  std::fstream file(spec.file, std::ios::in | std::ios::out | std::ios::binary);
+  const std::string bytes((std::istreambuf_iterator<char>(file)), {});
+  const auto overwrite = [&](size_t number, size_t from, size_t count) {
+    const std::vector<uint8_t>& sample = clip.samples[number];
+    file.seekp(
+        static_cast<std::streamoff>(bytes.find(std::string(sample.begin(), sample.end())) + from));
+    file << std::string(count, '\xff');
+  };
+  overwrite(3, 0, 40);
+  overwrite(6, clip.samples[6].size() - 60, 60);
+  file.close();
+  json = PlayJson({spec.file, "--size", "64x48", "--size", "32x24"}, 1);
+  EXPECT_EQ(json["tracks"][0]["preloaded"], 10);
+  for (const auto& size : json["tracks"][0]["sizes"]) {
+    EXPECT_EQ(size["pictures"], 9) << size;
+    EXPECT_EQ(size["damaged"], 2) << size;
+  }
+}
+
+TEST_F(Run, PlaysOnBesideADeadServer) {
+  const std::string clip = MakeTrack("clip.avi");
+  uint16_t deadPort = 0;
+  { deadPort = Player::StorageServer(Player::StorageServer::Options()).Port(); }
+  const std::string dead = "127.0.0.1:" + std::to_string(deadPort) + ":T1";
+  const auto json = PlayJson({dead, clip}, kUnreadable);
+  EXPECT_EQ(json["failed_tracks"][0]["track"], dead);
+  EXPECT_EQ(json["tracks"][0]["preloaded"], 10);
+  EXPECT_EQ(json["tracks"][0]["sizes"][0]["pictures"], 10);
+  EXPECT_EQ(Lines(errors_), 1) << errors_;
+}
+
+TEST_F(Run, TellsTheFirstFailureOfATrackAndPlaysOn) {
+  ClipSpec spec;
+  spec.file = folder_ / "clip.avi";
+  MakeClip(spec);
+  FaultyServer server;
+  server.SetTrack(4, spec.file);
+  const std::string track = "127.0.0.1:" + std::to_string(server.Port()) + ":T4";
+  // Random reads are one request each; the opening is over with the first of them.
+  const uint64_t opening = [&] {
+    PlayJson({track, "--count", "1", "--order", "random"}, 0);
+    return server.RequestCount();
+  }();
+  server.SetFaults([opening](const Request& request) {
+    Fault fault;
+    fault.status = request.number == 2 * opening + 2 ? 500 : 0;
+    return fault;
+  });
+  const auto json = PlayJson({track, "--order", "random"}, kUnreadable);
+  EXPECT_EQ(json["tracks"][0]["errors"], 1);
+  EXPECT_EQ(json["tracks"][0]["preloaded"], 9);
+  EXPECT_EQ(Lines(errors_), 1) << errors_;
+  EXPECT_THAT(errors_, AllOf(HasSubstr(track), HasSubstr("500")));
+}
+
+TEST_F(Run, EndsQuietlyWhenItsOutputIsClosed) {
+  // More bytes than a pipe holds.
+  const std::string clip = MakeTrack("clip.avi", {.file = {}, .width = 640, .height = 480});
+  PlayerRun run({clip, "--y4m", "-", "--quiet"});
+  EXPECT_THAT(run.ReadLine(), StartsWith("YUV4MPEG2"));
+  run.CloseOutput();
+  EXPECT_EQ(run.Wait(), 0);
+  EXPECT_EQ(run.Errors(), "");
+}
+
+TEST_F(Run, FinishesItsReportAtTheFirstInterrupt) {
+  const std::string clip = MakeTrack("clip.avi");
+  PlayerRun run({clip, "--count", "1000000000", "--y4m", "-"});
+  EXPECT_THAT(run.ReadLine(), StartsWith("YUV4MPEG2"));
+  run.Signal(SIGINT);
+  run.ReadAll();
+  EXPECT_EQ(run.Wait(), kInterrupted);
+  EXPECT_THAT(run.Errors(), HasSubstr("preloaded"));
+}
+
+TEST_F(Run, StopsAtOnceAtTheSecondInterrupt) {
+  const std::string clip =
+      MakeTrack("clip.avi", {.file = {}, .width = 640, .height = 480, .pictures = 10});
+  PlayerRun run({clip, "--y4m", "-"});
+  EXPECT_THAT(run.ReadLine(), StartsWith("YUV4MPEG2"));
+  // The pipe is full and nobody reads it: only the second interrupt can end the program. Signals
+  // that come too fast count as one.
+  while (run.TryWait() < 0)
+    run.Signal(SIGINT);
+  EXPECT_EQ(run.Wait(), kInterrupted);
+  EXPECT_EQ(run.Errors(), "");
+}
+
+}  // namespace
+}  // namespace Moravel::Test
