@@ -61,7 +61,8 @@ TEST(DamageTest, WhatCanNotBeDecodedThrowsAndLeavesNothingBehind) {
       ++at;
     return at;
   }();
-  const Bytes broken = {0x12, 0x34, 0xFF, kStartOfScan, 0, 3, 9};
+  Bytes broken(40, 0x12);
+  broken.insert(broken.end(), {0xFF, kStartOfScan, 0, 3, 9});
   warnedAndBroken.insert(warnedAndBroken.begin() + ptrdiff_t(afterScan), broken.begin(),
                          broken.end());
   Bytes warnedAndUnknown = second;  // foreign bytes, then a subsampling of 3:1
