@@ -15,6 +15,7 @@ using orl::mv::logging::ILogger;
 
 constexpr int kMaxSide = 16384;
 constexpr double kMaxSeconds = 1e9;
+constexpr int64_t kMaxCount = 1'000'000'000'000;
 
 const std::map<std::string, Order> kOrders = {
     {"forward", Order::Forward}, {"reverse", Order::Reverse}, {"random", Order::Random}};
@@ -95,34 +96,51 @@ std::vector<Size> ParseSizes(const std::vector<std::string>& texts) {
   return sizes;
 }
 
+// The help names ranges in words of its own.
+template <typename Number>
+CLI::Validator Within(Number least, Number most) {
+  return CLI::Range(least, most).description("");
+}
+
 void Declare(CLI::App& app, Options& options, RawOptions& raw) {
-  app.add_option("TRACK", raw.tracks, "File or ADDRESS:PORT:Tn")->required();
+  app.add_option("TRACK", raw.tracks, "File or ADDRESS:PORT:Tn")->required()->type_name("");
   app.add_option("--size", raw.sizes,
-                 "Picture size WxH, repeatable (default: the track's own; of a field as coded)")
-      ->allow_extra_args(false);
-  app.add_option("--format", raw.format, "Pixel format: " + Keys(kFormats))->capture_default_str();
-  app.add_option("--start", options.startSeconds, "Start time in seconds")
-      ->check(CLI::Range(0.0, kMaxSeconds));
+                 "Picture size, repeatable (default: the track's own; of a field as coded)")
+      ->allow_extra_args(false)
+      ->type_name("WxH");
+  app.add_option("--format", raw.format, "Pixel format (I420): " + Keys(kFormats))
+      ->type_name("FOURCC");
+  app.add_option("--start", options.startSeconds, "Start time (0)")
+      ->check(Within(0.0, kMaxSeconds))
+      ->type_name("SECONDS");
   auto* const count = app.add_option("--count", options.count, "Samples to play of each track")
-                          ->check(CLI::Range(int64_t(1), int64_t(1'000'000'000'000)));
-  app.add_option("--duration", options.durationSeconds, "Seconds to play of each track")
-      ->check(CLI::Range(0.0, kMaxSeconds))
-      ->excludes(count);
-  app.add_option("--order", raw.order, "forward, reverse or random")->capture_default_str();
+                          ->check(Within(int64_t(1), kMaxCount))
+                          ->type_name("N");
+  app.add_option("--duration", options.durationSeconds, "Time to play of each track")
+      ->check(Within(0.0, kMaxSeconds))
+      ->excludes(count)
+      ->type_name("SECONDS");
+  app.add_option("--order", raw.order, "forward, reverse or random (forward)")->type_name("ORDER");
   app.add_flag("--fields", options.fields,
                "Both fields of interlaced material (default: the top field)");
-  app.add_option("--jobs", options.jobs, "Decode workers (default: the cores)")
-      ->check(CLI::Range(1, 256));
-  app.add_option("--window", options.window, "Samples of each track preloaded ahead")
-      ->check(CLI::Range(1, 4096))
-      ->capture_default_str();
-  app.add_option("--png", options.pngFolder, "Write each picture into this folder");
-  app.add_option("--contact-sheet", options.contactSheet, "Write an overview as a PNG file");
+  app.add_option("--jobs", options.jobs, "Decode workers, 1 to 256 (default: the cores)")
+      ->check(Within(1, 256))
+      ->type_name("N");
+  app.add_option("--window", options.window,
+                 "Samples of each track preloaded ahead, 1 to 4096 (16)")
+      ->check(Within(1, 4096))
+      ->type_name("N");
+  app.add_option("--png", options.pngFolder, "Write each picture into this folder")
+      ->type_name("DIR");
+  app.add_option("--contact-sheet", options.contactSheet, "Write an overview as a PNG file")
+      ->type_name("FILE");
   app.add_option("--y4m", options.y4mFile,
-                 "Write raw video, - for standard output (one track, one size, I420)");
+                 "Write raw video, - for standard output (one track, one size, I420)")
+      ->type_name("FILE");
   app.add_flag("--json", options.json, "Report as one JSON object on standard output");
-  app.add_option("--log-level", raw.logLevel, "trace, debug, info, warning, error or none")
-      ->capture_default_str();
+  app.add_option("--log-level", raw.logLevel,
+                 "trace, debug, info, warning, error or none (warning)")
+      ->type_name("LEVEL");
   app.add_flag("--quiet", options.quiet, "No progress bar, no report");
   app.set_version_flag("--version", "moravel-play " MORAVEL_PLAY_VERSION);
   app.footer(kFooter);
