@@ -177,10 +177,10 @@ BoxPlace FindTopLevelBox(ReadAheadCache& file, std::string_view wanted) {
 
 std::vector<uint8_t> ExtractMovHeader(ReadAheadCache& file) {
   const BoxPlace moov = FindTopLevelBox(file, "moov");
-  if (moov.end - moov.content > kMaxIndexBytes / 2) {
-    throw QELRuntimeError(QEL_TEXT("the header takes " << moov.end - moov.content
-                                                       << " bytes, at most " << kMaxIndexBytes / 2
-                                                       << " are read"));
+  const auto moovBytes = static_cast<uint64_t>(moov.end - moov.content);
+  if (moovBytes > kMaxIndexBytes / 2) {
+    throw QELRuntimeError(QEL_TEXT("the header takes " << moovBytes << " bytes, at most "
+                                                       << kMaxIndexBytes / 2 << " are read"));
   }
   file.Fetch(moov.content, moov.end);
   constexpr std::string_view kFileType(
@@ -189,7 +189,7 @@ std::vector<uint8_t> ExtractMovHeader(ReadAheadCache& file) {
       20);
   std::vector<uint8_t> header(kFileType.begin(), kFileType.end());
   const size_t moovAt = header.size();
-  header.resize(moovAt + kBoxHeader + static_cast<size_t>(moov.end - moov.content));
+  header.resize(moovAt + kBoxHeader + moovBytes);
   const auto box = std::span(header).subspan(moovAt);
   WriteBig32(box, 0, static_cast<uint32_t>(box.size()));
   std::copy_n("moov", 4, box.begin() + 4);
