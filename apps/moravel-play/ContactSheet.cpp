@@ -1,5 +1,6 @@
 #include "ContactSheet.h"
 
+#include <fontconfig/fontconfig.h>
 #include <libyuv.h>
 #include <unistd.h>
 
@@ -127,6 +128,13 @@ ContactSheet::ContactSheet(const std::filesystem::path& path,
     for (int cell = 0; cell < section.Cells(); ++cell)
       DrawEmptyCell(section, cell);
   }
+}
+
+ContactSheet::~ContactSheet() {
+  pen_.reset();
+  sheet_.reset();
+  cairo_debug_reset_static_data();
+  FcFini();
 }
 
 void ContactSheet::LayOut(const std::vector<const Track*>& tracks) {

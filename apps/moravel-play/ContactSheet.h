@@ -15,6 +15,8 @@ class ContactSheet : public IPictureSink {
  public:
   // The tracks outlive the sheet.
   ContactSheet(const std::filesystem::path& path, const std::vector<const Track*>& tracks);
+  // Frees the fonts that the drawing library keeps: there is one sheet at a time.
+  ~ContactSheet() override;
 
   void Write(const Picture& picture) override;
   void Finish() override;
