@@ -1,0 +1,183 @@
+#include <benchmark/benchmark.h>
+#include <turbojpeg.h>
+
+#include <memory>
+#include <stdexcept>
+#include <thread>
+#include <utility>
+#include <vector>
+
+#include "LoadedClip.h"
+#include "Player/QELMultiResDecoder.h"
+#include "qel/WorkflowStepImplementation.h"
+
+extern "C" {
+#include <libavcodec/avcodec.h>
+}
+
+namespace Moravel::Bench {
+
+namespace {
+
+using namespace Moravel::Player;
+using Size = std::pair<int, int>;
+
+// The size of the clip's pictures, halved `halvings` times.
+Size Halved(int halvings) {
+  const qel::IVideoInfo& info = TheClip().track_->Info();
+  return {info.GetWidth() >> halvings, info.GetHeight() >> halvings};
+}
+
+// A dispatcher with a decoder for each size.
+class Decoders {
+ public:
+  explicit Decoders(const std::vector<Size>& sizes) {
+    for (const auto& [width, height] : sizes) {
+      QELDecoder element;
+      QELSampleDecoder::InitJPEGDecoder(TheClip().track_->Source(), element, qel::FourCC_I420);
+      const auto config = qel::CreateParametersCollectionInstance(qel::GetUpdateConfigPrototype(
+          qel::ElementFactoryType_VideoDecoder, "qel", "video.mjpeg"));
+      config->SetParamInt64("output_width", width);
+      config->SetParamInt64("output_height", height);
+      element.second->UpdateConfig(config);
+      decoders_.push_back(std::make_unique<QELSampleDecoder>());
+      decoders_.back()->SetDecoder(element);
+      dispatcher_.AddDecoder(width, height, decoders_.back().get());
+    }
+  }
+
+  void Decode(ISample* sample, Size size) {
+    DecodeOrder order;
+    order.toDecode_ = sample;
+    order.decodeTopField_ = true;
+    order.width_ = size.first;
+    order.height_ = size.second;
+    if (!std::unique_ptr<ISample>(dispatcher_.Decode(order)))
+      throw std::runtime_error("no picture");
+  }
+
+ private:
+  std::vector<std::unique_ptr<QELSampleDecoder>> decoders_;
+  QELMultiResDecoder dispatcher_;
+};
+
+// Walks over the samples of the clip, round and round.
+class Cursor {
+ public:
+  explicit Cursor(size_t first = 0) : next_(first) {}
+  ISample* Next() {
+    const auto& samples = TheClip().cache_.samples_;
+    return samples[next_++ % samples.size()].get();
+  }
+
+ private:
+  size_t next_;
+};
+
+struct Encoded {
+  explicit Encoded(const ISample& sample) {
+    data = sample.GetData(*sample.GetDataKeys().begin(), size);
+  }
+  const uint8_t* data;
+  uint64_t size = 0;
+};
+
+// One picture at the first `sizes` of 1/1, 1/2, 1/4.
+void DecodeSizes(benchmark::State& state) {
+  std::vector<Size> sizes;
+  for (int halvings = 0; halvings < state.range(0); ++halvings)
+    sizes.push_back(Halved(halvings));
+  Decoders decoders(sizes);
+  Cursor cursor;
+  for (auto _ : state) {
+    ISample* const sample = cursor.Next();
+    for (const Size& size : sizes)
+      decoders.Decode(sample, size);
+  }
+  state.SetItemsProcessed(state.iterations());
+}
+BENCHMARK(DecodeSizes)->Arg(1)->Arg(3)->Unit(benchmark::kMillisecond);
+
+void DecodeBareTurboJpeg(benchmark::State& state) {
+  const std::unique_ptr<void, int (*)(void*)> decoder(tjInitDecompress(), tjDestroy);
+  Cursor cursor;
+  std::vector<uint8_t> memory;
+  for (auto _ : state) {
+    const Encoded encoded(*cursor.Next());
+    int width = 0, height = 0, subsampling = 0, colorspace = 0;
+    tjDecompressHeader3(decoder.get(), encoded.data, encoded.size, &width, &height, &subsampling,
+                        &colorspace);
+    memory.resize(tjBufSizeYUV2(width, 1, height, subsampling));
+    uint8_t* planes[3] = {memory.data()};
+    planes[1] = planes[0] + tjPlaneSizeYUV(0, width, 0, height, subsampling);
+    planes[2] = planes[1] + tjPlaneSizeYUV(1, width, 0, height, subsampling);
+    if (tjDecompressToYUVPlanes(decoder.get(), encoded.data, encoded.size, planes, width, nullptr,
+                                height, 0) != 0)
+      throw std::runtime_error("no picture");
+  }
+  state.SetItemsProcessed(state.iterations());
+}
+BENCHMARK(DecodeBareTurboJpeg)->Unit(benchmark::kMillisecond);
+
+void DecodeAvcodec(benchmark::State& state) {
+  const auto freeContext = [](AVCodecContext* context) { avcodec_free_context(&context); };
+  const auto freeFrame = [](AVFrame* frame) { av_frame_free(&frame); };
+  const auto freePacket = [](AVPacket* packet) { av_packet_free(&packet); };
+  const AVCodec* const codec = avcodec_find_decoder(AV_CODEC_ID_MJPEG);
+  const std::unique_ptr<AVCodecContext, decltype(freeContext)> context(
+      avcodec_alloc_context3(codec), freeContext);
+  context->thread_count = 1;
+  if (avcodec_open2(context.get(), codec, nullptr) != 0)
+    throw std::runtime_error("no decoder");
+  const std::unique_ptr<AVFrame, decltype(freeFrame)> frame(av_frame_alloc(), freeFrame);
+  const std::unique_ptr<AVPacket, decltype(freePacket)> packet(av_packet_alloc(), freePacket);
+  // The decoder wants its input padded and reference-counted: prepared once, outside the loop.
+  std::vector<std::unique_ptr<AVPacket, decltype(freePacket)>> packets;
+  for (const auto& sample : TheClip().cache_.samples_) {
+    const Encoded encoded(*sample);
+    packets.emplace_back(av_packet_alloc(), freePacket);
+    av_new_packet(packets.back().get(), static_cast<int>(encoded.size));
+    std::copy_n(encoded.data, encoded.size, packets.back()->data);
+  }
+  size_t next = 0;
+  for (auto _ : state) {
+    if (avcodec_send_packet(context.get(), packets[next++ % packets.size()].get()) != 0 ||
+        avcodec_receive_frame(context.get(), frame.get()) != 0)
+      throw std::runtime_error("no picture");
+  }
+  state.SetItemsProcessed(state.iterations());
+}
+BENCHMARK(DecodeAvcodec)->Unit(benchmark::kMillisecond);
+
+// Four sizes through one dispatcher, from as many threads as the argument says; each thread has
+// pictures of its own.
+void DecodeFourSizes(benchmark::State& state) {
+  constexpr int kSizes = 4;
+  constexpr int kPictures = 12;
+  const auto threads = static_cast<int>(state.range(0));
+  std::vector<Size> sizes;
+  for (int i = 0; i < kSizes; ++i)
+    sizes.emplace_back(Halved(0).first - 2 * i, Halved(0).second);
+  Decoders decoders(sizes);
+  const auto decode = [&](int size) {
+    Cursor cursor(static_cast<size_t>(size * kPictures));
+    for (int i = 0; i < kPictures; ++i)
+      decoders.Decode(cursor.Next(), sizes[static_cast<size_t>(size)]);
+  };
+  for (auto _ : state) {
+    if (threads == 1) {
+      for (int size = 0; size < kSizes; ++size)
+        decode(size);
+    } else {
+      std::vector<std::jthread> workers;
+      for (int size = 0; size < kSizes; ++size)
+        workers.emplace_back(decode, size);
+    }
+  }
+  state.SetItemsProcessed(state.iterations() * kSizes * kPictures);
+}
+BENCHMARK(DecodeFourSizes)->Arg(1)->Arg(4)->Unit(benchmark::kMillisecond)->UseRealTime();
+
+}  // namespace
+
+}  // namespace Moravel::Bench

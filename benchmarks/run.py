@@ -1,0 +1,328 @@
+#!/usr/bin/env python3
+"""Runs the benchmarks beside their peers and writes one table, and the same as JSON.
+
+Every figure is a ratio of two contestants of one run on the same bytes. They take turns, several
+rounds, and their medians are compared: the machine's mood is shared by both.
+"""
+import argparse
+import json
+import re
+import socket
+import statistics
+import struct
+import subprocess
+import sys
+import tempfile
+import time
+from pathlib import Path
+
+class Row:
+    """One line of the table: what was reached, and what is to be reached."""
+
+    def __init__(self, name, against, value, relation, target, unit="x", note=""):
+        self.name, self.against, self.value = name, against, value
+        self.relation, self.target, self.unit, self.note = relation, target, unit, note
+
+    def reached(self):
+        return self.value >= self.target if self.relation == ">=" else self.value <= self.target
+
+    def as_dict(self):
+        return {"row": self.name, "against": self.against, "value": round(self.value, 4),
+                "unit": self.unit, "target": f"{self.relation} {self.target}",
+                "reached": self.reached(), "note": self.note}
+
+
+def run_suite(program, arguments, repetitions, seconds, pattern="."):
+    """Runs a Google Benchmark program, its benchmarks interleaved; medians by name."""
+    command = [str(program), *map(str, arguments), "--benchmark_format=json",
+               f"--benchmark_filter={pattern}", f"--benchmark_min_time={seconds}",
+               f"--benchmark_repetitions={repetitions}",
+               "--benchmark_enable_random_interleaving=true"]
+    report = json.loads(subprocess.run(command, check=True, stdout=subprocess.PIPE,
+                                       stderr=subprocess.DEVNULL).stdout)
+    runs = {}
+    for run in report["benchmarks"]:
+        if run["run_type"] == "iteration":
+            runs.setdefault(run["run_name"].replace("/real_time", ""), []).append(run)
+
+    def median(name, field):
+        return statistics.median(run[field] for run in runs[name])
+    return median
+
+
+def make_video(path, seconds, quality, pixel_format, size="1920x1080"):
+    """Detailed moving pictures with noise: entropy coding has work to do."""
+    if path.exists():
+        return path
+    path.parent.mkdir(parents=True, exist_ok=True)
+    part = path.with_suffix(".part")
+    subprocess.run(["ffmpeg", "-nostdin", "-v", "error", "-y", "-f", "lavfi", "-i",
+                    f"testsrc2=size={size}:rate=25,noise=alls=12:allf=t", "-t", str(seconds),
+                    "-c:v", "mjpeg", "-q:v", str(quality), "-pix_fmt", pixel_format, "-f", "avi",
+                    str(part)], check=True)
+    part.rename(path)
+    return path
+
+
+def repeat_index(source, path, copies):
+    """An AVI whose index lists the pictures of `source` again and again: a long track of few bytes."""
+    if path.exists():
+        return path
+    data = bytearray(source.read_bytes())
+    at = data.rindex(b"idx1")
+    size = struct.unpack_from("<I", data, at + 4)[0]
+    index = bytes(data[at + 8:at + 8 + size])
+    entries = size // 16
+    data[at + 4:] = struct.pack("<I", size * copies) + index * copies
+    header = data.index(b"avih") + 8
+    struct.pack_into("<I", data, header + 16, entries * copies)
+    stream = data.index(b"strh") + 8
+    struct.pack_into("<I", data, stream + 32, entries * copies)
+    struct.pack_into("<I", data, 4, len(data) - 8)
+    path.write_bytes(data)
+    return path
+
+
+class Nginx:
+    """Serves a folder's tracks to all contestants of the whole-program runs."""
+
+    def __init__(self, tracks):
+        self.folder = tempfile.TemporaryDirectory()
+        root = Path(self.folder.name)
+        (root / "tracks").mkdir()
+        for number, file in tracks.items():
+            (root / "tracks" / str(number)).symlink_to(file.resolve())
+        with socket.socket() as probe:
+            probe.bind(("127.0.0.1", 0))
+            self.port = probe.getsockname()[1]
+        log = root / "error.log"
+        config = root / "nginx.conf"
+        config.write_text(f"""
+            daemon off; master_process off; pid {root}/pid; error_log {log};
+            events {{}}
+            http {{ access_log off; sendfile on; client_body_temp_path {root}/b;
+                    proxy_temp_path {root}/p; fastcgi_temp_path {root}/f;
+                    uwsgi_temp_path {root}/u; scgi_temp_path {root}/s;
+                    server {{ listen 127.0.0.1:{self.port}; root {root}; }} }}""")
+        nginx = "/usr/sbin/nginx"
+        self.process = subprocess.Popen([nginx, "-e", str(log), "-c", str(config)],
+                                        stderr=subprocess.DEVNULL)
+        for _ in range(200):
+            with socket.socket() as probe:
+                if probe.connect_ex(("127.0.0.1", self.port)) == 0:
+                    return
+            time.sleep(0.02)
+        raise RuntimeError("nginx did not start: " + log.read_text())
+
+    def __enter__(self):
+        return self
+
+    def __exit__(self, *_):
+        self.process.terminate()
+        self.process.wait()
+        self.folder.cleanup()
+
+    def url(self, number):
+        return f"http://127.0.0.1:{self.port}/tracks/{number}"
+
+    def track(self, number):
+        return f"127.0.0.1:{self.port}:T{number}"
+
+
+def timed(command):
+    begin = time.monotonic()
+    subprocess.run(command, check=True, stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+    return time.monotonic() - begin
+
+
+def race(contestants, rounds):
+    """Median wall time of each command; they take turns."""
+    times = {name: [] for name in contestants}
+    for _ in range(rounds):
+        for name, command in contestants.items():
+            times[name].append(timed(command))
+    return {name: statistics.median(values) for name, values in times.items()}
+
+
+def whole_programs(player, server, number, width, height):
+    """The commands of the end-to-end rows: one size, and three sizes."""
+    url, track = server.url(number), server.track(number)
+    half, quarter = (width // 2, height // 2), (width // 4, height // 4)
+    gst = ["gst-launch-1.0", "-q", "souphttpsrc", f"location={url}", "!", "avidemux", "!",
+           "queue", "!", "jpegdec"]
+    sink = ["!", "fakesink", "sync=false"]
+
+    def branch(size):
+        return ["t.", "!", "queue", "!", "videoscale", "!",
+                f"video/x-raw,width={size[0]},height={size[1]}"] + sink
+    split = (f"[0:v]split=3[a][b][c];[b]scale={half[0]}:{half[1]}[d];"
+             f"[c]scale={quarter[0]}:{quarter[1]}[e]")
+    ffmpeg = ["ffmpeg", "-nostdin", "-v", "error", "-i", url]
+    null = ["-f", "null", "-"]
+    one = {
+        "moravel-play": [str(player), "--quiet", "--log-level", "none", track],
+        "ffmpeg": ffmpeg + ["-map", "0:v"] + null,
+        "gstreamer": gst + sink,
+    }
+    three = {
+        "moravel-play": [str(player), "--quiet", "--log-level", "none", "--size",
+                         f"{width}x{height}", "--size", f"{half[0]}x{half[1]}", "--size",
+                         f"{quarter[0]}x{quarter[1]}", track],
+        "ffmpeg": ffmpeg + ["-filter_complex", split, "-map", "[a]"] + null +
+                  ["-map", "[d]"] + null + ["-map", "[e]"] + null,
+        "gstreamer": gst + ["!", "tee", "name=t", "t.", "!", "queue"] + sink +
+                     branch(half) + branch(quarter),
+    }
+    return one, three
+
+
+def end_to_end(player, clips, rounds):
+    rows = []
+    with Nginx(dict(enumerate(clips, 1))) as server:
+        for number, clip in enumerate(clips, 1):
+            one, three = whole_programs(player, server, number, 1920, 1080)
+            for name, contestants, target in (("one size end to end", one, 1.9),
+                                              ("three sizes end to end", three, 2.0)):
+                times = race(contestants, rounds)
+                ours = times.pop("moravel-play")
+                peer = min(times, key=times.get)
+                rows.append(Row(f"{name}, {clip.stem}", peer, times[peer] / ours, ">=", target,
+                                note=" ".join(f"{k} {v:.2f} s" for k, v in
+                                              {"moravel-play": ours, **times}.items())))
+    return rows
+
+
+def resident(pid):
+    status = Path(f"/proc/{pid}/status").read_text()
+    return int(re.search(r"VmRSS:\s+(\d+)", status).group(1)) * 1024
+
+
+def play_and_watch(command):
+    """Resident memory of the program over its run."""
+    process = subprocess.Popen(command, stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+    sizes = []
+    while process.poll() is None:
+        try:
+            sizes.append(resident(process.pid))
+        except (OSError, AttributeError):
+            break
+        time.sleep(0.05)
+    process.wait()
+    return sizes
+
+
+def memory(player, source, clips, count):
+    """A one-hour track: how much more the player holds than one that plays next to nothing."""
+    hour = repeat_index(source, clips / "one-hour.avi", 3600 // 4)
+    jobs, window = 2, 32
+    picture = 1920 * 1080 * 3 // 2
+    sample = source.stat().st_size / 100
+    allowed = window * sample + (jobs + 2) * picture
+    with Nginx({1: hour, 2: source}) as server:
+        base = max(play_and_watch([str(player), "--quiet", "--window", "1", "--jobs", "1",
+                                   "--size", "16x16", "--count", "1", server.track(2)]) or [0])
+        sizes = play_and_watch([str(player), "--quiet", "--window", str(window), "--jobs",
+                                str(jobs), "--count", str(count), server.track(1)])
+    early, late = sizes[len(sizes) // 4:len(sizes) // 2], sizes[len(sizes) // 2:]
+    rows = [Row("memory, one-hour track, window 32", "window + pictures in flight",
+                (max(sizes) - base) / allowed, "<=", 1.5,
+                note=f"peak {max(sizes) >> 20} MiB, program alone {base >> 20} MiB, "
+                     f"window and pictures {int(allowed) >> 20} MiB"),
+            Row("memory, later against earlier", "flat", max(late) / max(early), "<=", 1.05)]
+    return rows
+
+
+def suites(programs, clips, repetitions, seconds):
+    overhead = run_suite(programs / "library-bench", [], repetitions, seconds)
+    rows = []
+    for name, label, time_limit, allocations in (
+            ("PreloadOrderOverhead", "overhead of a preload order", 1.0, 8),
+            ("DecodeOrderOverhead", "overhead of a decode order", 2.0, 16)):
+        rows.append(Row(label, "nothing", overhead(name, "cpu_time") / 1000, "<=", time_limit, "us"))
+        rows.append(Row(label + ", allocations", "nothing", overhead(name, "allocations"), "<=",
+                        allocations, ""))
+    for clip in clips:
+        median = run_suite(programs / "elements-bench", [clip], repetitions, seconds)
+
+        def rate(name, field="items_per_second", run=median):
+            return run(name, field)
+        one = median("DecodeSizes/1", "cpu_time")
+        rows += [
+            Row(f"decode one size, {clip.stem}", "bare TurboJPEG",
+                median("DecodeBareTurboJpeg", "cpu_time") / one, ">=", 0.97,
+                note=f"{1000 / one:.0f} pictures/s"),
+            Row(f"decode one size, {clip.stem}", "ffmpeg's decoder, one thread",
+                median("DecodeAvcodec", "cpu_time") / one, ">=", 1.25),
+            Row(f"three sizes, CPU time, {clip.stem}", "one size",
+                median("DecodeSizes/3", "cpu_time") / one, "<=", 1.25),
+            Row(f"four sizes from four threads, {clip.stem}", "one thread",
+                rate("DecodeFourSizes/4") / rate("DecodeFourSizes/1"), ">=", 1.9),
+            Row(f"random preloads, {clip.stem}", "bare libcurl, same ranges",
+                rate("PreloadRandom") / rate("BareCurlRandom"), ">=", 0.9),
+            Row(f"random preloads, requests, {clip.stem}", "one a sample",
+                rate("PreloadRandom", "requests"), "<=", 1, ""),
+            Row(f"random preloads, extra bytes, {clip.stem}", "the sample",
+                rate("PreloadRandom", "extra_bytes"), "<=", 1024, "bytes"),
+            Row(f"sequential preloads, {clip.stem}", "bare libcurl, 4 MiB ranges",
+                rate("PreloadSequential", "bytes_per_second") /
+                rate("BareCurlSequential", "bytes_per_second"), ">=", 0.9),
+            Row(f"sequential preloads, requests, {clip.stem}", "a sample",
+                rate("PreloadSequential", "requests_per_sample"), "<=", 0.3, ""),
+            Row(f"sequential preloads over 5 ms, {clip.stem}", "the link's bulk rate",
+                rate("PreloadOverLink", "bytes_per_second") /
+                rate("BulkOverLink", "bytes_per_second"), ">=", 0.85),
+        ]
+    return rows
+
+
+def opening(programs, source, clips, repetitions, seconds):
+    long = repeat_index(source, clips / "hundred-thousand.avi", 100_000 // 100)
+    median = run_suite(programs / "elements-bench", [long], repetitions, seconds, "OpenTrack")
+    note = "a track of 100,000 samples"
+    return [Row("opening, bytes", "the bytes of its index",
+                median("OpenTrack", "bytes_per_index_byte"), "<=", 1.2, note=note),
+            Row("opening, requests", "", median("OpenTrack", "requests"), "<=", 10, "", note=note)]
+
+
+def table(rows):
+    lines = [f"{'row':<52} {'against':<30} {'value':>10} {'to reach':>10}"]
+    for row in rows:
+        mark = "" if row.reached() else "  MISSED"
+        lines.append(f"{row.name:<52} {row.against:<30} {row.value:>7.2f} {row.unit:<2} "
+                     f"{row.relation:>3} {row.target:<6}{mark}"
+                     + (f"   ({row.note})" if row.note else ""))
+    return "\n".join(lines)
+
+
+def main():
+    parser = argparse.ArgumentParser(description=__doc__)
+    parser.add_argument("build", type=Path, help="folder of the optimised build")
+    parser.add_argument("--clips", type=Path, required=True, help="where the clips are kept")
+    parser.add_argument("--json", type=Path, help="where the table goes as JSON")
+    parser.add_argument("--smoke", action="store_true",
+                        help="shortest run of everything; the figures mean nothing")
+    arguments = parser.parse_args()
+    programs = arguments.build / "benchmarks"
+    player = arguments.build / "apps/moravel-play/moravel-play"
+    smoke = arguments.smoke
+    repetitions, seconds, rounds = (1, 0.01, 1) if smoke else (5, 0.5, 5)
+
+    clips = [make_video(arguments.clips / f"{name}.avi", 4, quality, pixel_format)
+             for name, quality, pixel_format in (("1080p-420-small", 12, "yuvj420p"),
+                                                 ("1080p-420-large", 3, "yuvj420p"),
+                                                 ("1080p-422", 5, "yuvj422p"))]
+    for clip in clips:
+        print(f"{clip.stem}: {clip.stat().st_size // 100_000} KB a picture", file=sys.stderr)
+    if smoke:
+        clips = clips[:1]
+    rows = suites(programs, clips, repetitions, seconds)
+    rows += opening(programs, clips[0], arguments.clips, repetitions, seconds)
+    rows += end_to_end(player, clips, rounds)
+    rows += memory(player, clips[0], arguments.clips, 300 if smoke else 20_000)
+    print(table(rows))
+    if arguments.json:
+        arguments.json.write_text(json.dumps([row.as_dict() for row in rows], indent=2) + "\n")
+
+
+if __name__ == "__main__":
+    main()

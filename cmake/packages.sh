@@ -1,0 +1,38 @@
+# The Debian packages that each command needs, and how they get here; sourced by ./dev.
+
+base=(build-essential cmake ninja-build pkg-config libboost-thread-dev libboost-system-dev
+  libcurl4-openssl-dev libavformat-dev libavcodec-dev libavutil-dev libturbojpeg0-dev libyuv-dev
+  libspdlog-dev libmicrohttpd-dev libcli11-dev libcairo2-dev fonts-dejavu-core nlohmann-json3-dev)
+for_play=("${base[@]}" ffmpeg)
+for_test=("${base[@]}" libgtest-dev libgmock-dev)
+for_bench=("${base[@]}" libgtest-dev libgmock-dev libbenchmark-dev ffmpeg python3 gstreamer1.0-tools
+  gstreamer1.0-plugins-base gstreamer1.0-plugins-good)
+for_fuzz=("${base[@]}" clang-14 libclang-rt-14-dev)
+for_check=("${for_bench[@]}" ffmpeg git clang-format-14)
+
+as_root() { if ((EUID == 0)); then "$@"; else sudo "$@"; fi; }
+
+# Installs those of the packages that are missing; touches nothing when all are there.
+need() {
+  local missing
+  mapfile -t missing < <(comm -23 <(printf '%s\n' "$@" | sort -u) \
+    <(dpkg-query -W -f '${db:Status-Abbrev} ${Package}\n' "$@" 2>/dev/null |
+      sed -n 's/^.i *//p' | sort -u))
+  ((${#missing[@]})) || return 0
+  say "installing ${missing[*]}"
+  [[ -n ${updated:-} ]] || as_root apt-get update >&2
+  updated=yes
+  as_root env DEBIAN_FRONTEND=noninteractive RUNLEVEL=1 \
+    apt-get install -y --no-install-recommends "${missing[@]}" >&2
+}
+
+# The tests want nginx as a program: its service starts neither now nor at boot.
+need_nginx() {
+  [[ ! -e /usr/sbin/nginx ]] || return 0
+  local systemd=false
+  [[ ! -d /run/systemd/system ]] || systemd=true
+  ! $systemd || as_root systemctl mask --runtime nginx
+  need nginx-light
+  as_root update-rc.d nginx disable
+  ! $systemd || as_root systemctl unmask --runtime nginx
+}

@@ -1,0 +1,66 @@
+#include <algorithm>
+#include <fstream>
+#include <iterator>
+
+#include "FuzzTarget.h"
+#include "elements/storage/TrackIndex.h"
+#include "qel/QELRuntimeError.h"
+#include "support/ClipMaker.h"
+#include "support/TempFolder.h"
+
+namespace {
+
+class MemoryBytes : public qel::IFileBytes {
+ public:
+  explicit MemoryBytes(std::span<const uint8_t> bytes) : bytes_(bytes) {}
+  int64_t Size() const override { return static_cast<int64_t>(bytes_.size()); }
+  void ReadAt(int64_t offset, std::span<uint8_t> bytes) override {
+    Moravel::Fuzz::Require(offset >= 0 && offset + static_cast<int64_t>(bytes.size()) <= Size(),
+                           "reads inside");
+    std::copy_n(bytes_.begin() + offset, bytes.size(), bytes.begin());
+  }
+
+ private:
+  const std::span<const uint8_t> bytes_;
+};
+
+}  // namespace
+
+// The reader of track indexes: the bytes of a file that may be anything.
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+  using Moravel::Fuzz::Require;
+  MemoryBytes file({data, size});
+  try {
+    const qel::TrackIndex index = qel::ReadTrackIndex(file);
+    Require(index.Count() > 0 && index.width > 0 && index.height > 0, "a track has pictures");
+    for (int64_t n = 0; n < index.Count(); ++n) {
+      Require(index.At(n).offset >= 0, "offsets are not negative");
+      Require(index.Duration(n) >= 0, "time does not run back");
+    }
+    index.Find(qel::MediaTime(qel::EditRate(25, 1), 3, nullptr));
+  } catch (const qel::QELRuntimeError&) {
+  }
+  return 0;
+}
+
+std::vector<Moravel::Fuzz::Input> Moravel::Fuzz::Seeds() {
+  using namespace Moravel::Test;
+  const TempFolder folder;
+  std::vector<Input> seeds;
+  for (const Container container : {Container::Avi, Container::Mov}) {
+    for (const bool interlaced : {false, true}) {
+      ClipSpec spec;
+      spec.file = folder / "clip";
+      spec.container = container;
+      spec.width = 32;
+      spec.height = 32;
+      spec.pictures = 4;
+      spec.interlaced = interlaced;
+      spec.variableRate = interlaced && container == Container::Mov;
+      MakeClip(spec);
+      std::ifstream file(spec.file, std::ios::binary);
+      seeds.emplace_back(std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>());
+    }
+  }
+  return seeds;
+}
