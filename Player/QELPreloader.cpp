@@ -17,8 +17,8 @@ namespace {
 
 using orl::mv::logging::ILogger;
 
-const std::string kImplementation = "qel.StorageSource";
-const std::string kType = "storage";
+const std::string kSourceImplementation = "qel.StorageSource";
+const std::string kSourceType = "storage";
 
 // Objects are named in log lines by their address as a signed decimal number.
 int64_t Identity(const void* object) {
@@ -26,8 +26,8 @@ int64_t Identity(const void* object) {
 }
 
 qel::ParametersCollectionInstancePtr CreateUpdateConfig() {
-  return qel::CreateParametersCollectionInstance(
-      qel::GetUpdateConfigPrototype(qel::ElementFactoryType_Source, kImplementation, kType));
+  return qel::CreateParametersCollectionInstance(qel::GetUpdateConfigPrototype(
+      qel::ElementFactoryType_Source, kSourceImplementation, kSourceType));
 }
 
 // A read is as good as its first sample.
@@ -103,7 +103,7 @@ bool QELPreloader::SelectTrack(const Source& source, const TrackId& trackId) {
   if (!updateConfigInstance_) {
     PLAYER_LOG(logger_, ILogger::Level_Error,
                "Preload: UpdateConfig error: the framework has no update configuration for "
-                   << kImplementation);
+                   << kSourceImplementation);
     return false;
   }
   updateConfigInstance_->SetParamInt64("track_id", trackId.Id());
@@ -158,8 +158,8 @@ bool QELPreloader::RemoveStorageSource(const StorageId& id) {
 
 void QELPreloader::InitSource(qel::MediaSourcePtr& source, qel::SourceControlPtr& control,
                               const TrackId& trackId) {
-  const auto prototype =
-      qel::GetInitConfigPrototype(qel::ElementFactoryType_Source, kImplementation, kType);
+  const auto prototype = qel::GetInitConfigPrototype(qel::ElementFactoryType_Source,
+                                                     kSourceImplementation, kSourceType);
   QEL_CHECK_POINTER(prototype, "GetInitConfigPrototype failed (StorageSource)");
   const auto config = qel::CreateParametersCollectionInstance(prototype);
   config->SetParamUTF8String("tcp_address", trackId.StorageId().Address());
@@ -168,7 +168,7 @@ void QELPreloader::InitSource(qel::MediaSourcePtr& source, qel::SourceControlPtr
   config->SetParamInt64("track_id", trackId.Id());
 
   const auto [mediaSource, sourceControl, asynchronousControl] =
-      qel::ImplementElement<qel::ElementFactoryType_Source>(kImplementation, kType,
+      qel::ImplementElement<qel::ElementFactoryType_Source>(kSourceImplementation, kSourceType,
                                                             qel::StepConstPtr());
   QEL_CHECK_POINTER(mediaSource, "mediaSource");
   source = mediaSource;
@@ -181,8 +181,8 @@ void QELPreloader::RemoveTrackId(const TrackId& trackId) {
   const auto entry = sources_.find(trackId.StorageId());
   if (entry == sources_.end())
     return;
-  const auto prototype =
-      qel::GetUpdateConfigPrototype(qel::ElementFactoryType_Source, kImplementation, kType);
+  const auto prototype = qel::GetUpdateConfigPrototype(qel::ElementFactoryType_Source,
+                                                       kSourceImplementation, kSourceType);
   QEL_CHECK_POINTER(prototype, "GetUpdateConfigPrototype failed (StorageSource)");
   const auto config = qel::CreateParametersCollectionInstance(prototype);
   config->SetParamInt64("remove_track", trackId.Id());

@@ -15,8 +15,8 @@ namespace {
 using orl::mv::logging::ILogger;
 using Clock = std::chrono::steady_clock;
 
-const std::string kImplementation = "qel";
-const std::string kType = "video.mjpeg";
+const std::string kDecoderImplementation = "qel";
+const std::string kDecoderType = "video.mjpeg";
 
 constexpr int kTopChannel = 0;
 constexpr int kBottomChannel = 1;
@@ -72,8 +72,8 @@ void QELSampleDecoder::SetDecoder(QELDecoder decoder) {
 
 void QELSampleDecoder::InitJPEGDecoder(qel::MediaSourcePtr sourceElement, QELDecoder& qelDecoder,
                                        qel::FourCC decoderOutput) {
-  const auto decoderConfigProto =
-      qel::GetInitConfigPrototype(qel::ElementFactoryType_VideoDecoder, kImplementation, kType);
+  const auto decoderConfigProto = qel::GetInitConfigPrototype(qel::ElementFactoryType_VideoDecoder,
+                                                              kDecoderImplementation, kDecoderType);
   QEL_CHECK_POINTER(decoderConfigProto, "GetInitConfigPrototype failed (VideoDecoder)");
   const auto decoderConfig = qel::CreateParametersCollectionInstance(decoderConfigProto);
   decoderConfig->SetParamFourCC("OutputFourCC", decoderOutput);
@@ -88,8 +88,8 @@ void QELSampleDecoder::InitJPEGDecoder(qel::MediaSourcePtr sourceElement, QELDec
   QEL_CHECK_POINTER(videoInfo, "videoInfo");
 
   const auto [decoderElement, decoderControl, asynchronousControl] =
-      qel::ImplementElement<qel::ElementFactoryType_VideoDecoder>(kImplementation, kType,
-                                                                  qel::StepConstPtr());
+      qel::ImplementElement<qel::ElementFactoryType_VideoDecoder>(
+          kDecoderImplementation, kDecoderType, qel::StepConstPtr());
   QEL_CHECK_POINTER(decoderElement, "decoderElement");
   decoderElement->SetInitConfig(decoderConfig);
   const auto videoInfoContainer = qel::CreateInfoContainer(videoInfo, qel::PackagingInfoConstPtr());

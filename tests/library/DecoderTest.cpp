@@ -18,8 +18,8 @@ using orl::mv::logging::ILogger;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
-const char* const kHeader = "Player/QELSampleDecoder.h";
-const char* const kFile = "Player/QELSampleDecoder.cpp";
+const char* const kDecoderHeader = "Player/QELSampleDecoder.h";
+const char* const kDecoderFile = "Player/QELSampleDecoder.cpp";
 const char* const kNotFound =
     "Could not find sample with valid channel in sample container: cannot decode";
 
@@ -57,7 +57,7 @@ class DecoderTest : public fake::LibraryTest {
   void ExpectNull(const DecodeOrder& order, ILogger::Level level, const std::string& text) {
     framework_.hostLog_.clear();
     EXPECT_EQ(Decode(order), nullptr);
-    EXPECT_THAT(framework_.hostLog_, ElementsAre(LogLine{level, text, kFile}));
+    EXPECT_THAT(framework_.hostLog_, ElementsAre(LogLine{level, text, kDecoderFile}));
   }
 
   std::shared_ptr<fake::Decoder> element_ = std::make_shared<fake::Decoder>();
@@ -68,25 +68,25 @@ class DecoderTest : public fake::LibraryTest {
 TEST_F(DecoderTest, AdapterPutsAnySampleOnTheDecodersStream) {
   QELSampleDecoder::AdapterForChangingStreamId adapter;
   const auto one = fake::MakeContainer({Encoded("other", {0})});
-  fake::ExpectCheck(framework_, "[sample container] [ Pointer is null ]", kHeader,
+  fake::ExpectCheck(framework_, "[sample container] [ Pointer is null ]", kDecoderHeader,
                     [&] { adapter.ConvertSampleContainer(nullptr); });
-  fake::ExpectCheck(framework_, "[_info] [ Pointer is null ]", kHeader,
+  fake::ExpectCheck(framework_, "[_info] [ Pointer is null ]", kDecoderHeader,
                     [&] { adapter.ConvertSampleContainer(one); });
   adapter.Init(fake::MakeInfoContainer({fake::MakeInfo("first")}));
   adapter.Init(fake::MakeInfoContainer({fake::MakeInfo("second")}));
-  fake::ExpectCheck(framework_, "[outputInfoContainer] [ Pointer is null ]", kHeader,
+  fake::ExpectCheck(framework_, "[outputInfoContainer] [ Pointer is null ]", kDecoderHeader,
                     [&] { adapter.Init(nullptr); });
-  fake::ExpectCheck(framework_, "[info] [ Pointer is null ]", kHeader,
+  fake::ExpectCheck(framework_, "[info] [ Pointer is null ]", kDecoderHeader,
                     [&] { adapter.Init(fake::MakeInfoContainer({nullptr})); });
   for (const qel::InfoList& infos :
        {qel::InfoList(), qel::InfoList(2, fake::MakeInfo("several"))}) {
-    fake::ExpectCheck(framework_, "[infoList size must be 1] [ Condition is not true ]", kHeader,
-                      [&] { adapter.Init(fake::MakeInfoContainer(infos)); });
+    fake::ExpectCheck(framework_, "[infoList size must be 1] [ Condition is not true ]",
+                      kDecoderHeader, [&] { adapter.Init(fake::MakeInfoContainer(infos)); });
   }
   for (const qel::SampleList& samples :
        {qel::SampleList(), qel::SampleList(2, Encoded("second", {0}))}) {
     fake::ExpectCheck(framework_, "[inputSamples size must be 1] [ Condition is not true ]",
-                      kHeader,
+                      kDecoderHeader,
                       [&] { adapter.ConvertSampleContainer(fake::MakeContainer(samples)); });
   }
   for (const char* streamId : {"other", "second"}) {
@@ -124,29 +124,29 @@ TEST_F(DecoderTest, InitBuildsTheElementForTheFirstVideoStream) {
             "another exception: VideoInfoList is empty, cannot InitJPEGDecoder");
   EXPECT_THAT(framework_.frameworkLog_, IsEmpty());
   source->output_ = nullptr;
-  fake::ExpectCheck(framework_, "[demuxerDefinedOutput] [ Pointer is null ]", kFile, init);
+  fake::ExpectCheck(framework_, "[demuxerDefinedOutput] [ Pointer is null ]", kDecoderFile, init);
   framework_.initPrototype_ = false;
   fake::ExpectCheck(framework_,
-                    "[GetInitConfigPrototype failed (VideoDecoder)] [ Pointer is null ]", kFile,
-                    init);
+                    "[GetInitConfigPrototype failed (VideoDecoder)] [ Pointer is null ]",
+                    kDecoderFile, init);
   EXPECT_EQ(built, before);
 }
 
 TEST_F(DecoderTest, OnlyASuccessfulSetDecoderMakesItReady) {
   const DecodeOrder order = Order({Encoded("s", {0})});
   QELSampleDecoder fresh;
-  fake::ExpectCheck(framework_, "[decoderElement] [ Pointer is null ]", kFile,
+  fake::ExpectCheck(framework_, "[decoderElement] [ Pointer is null ]", kDecoderFile,
                     [&] { fresh.Decode(order); });
-  fake::ExpectCheck(framework_, "[decoder] [ Pointer is null ]", kFile,
+  fake::ExpectCheck(framework_, "[decoder] [ Pointer is null ]", kDecoderFile,
                     [&] { decoder_.SetDecoder({}); });
   EXPECT_TRUE(Decode(order)) << "unchanged";
 
   const auto undefined = std::make_shared<fake::Decoder>();
-  fake::ExpectCheck(framework_, "[outputInfoContainer] [ Pointer is null ]", kHeader, [&] {
+  fake::ExpectCheck(framework_, "[outputInfoContainer] [ Pointer is null ]", kDecoderHeader, [&] {
     decoder_.SetDecoder({undefined, undefined});
   });
   EXPECT_EQ(element_.use_count(), 1) << "replaced all the same";
-  fake::ExpectCheck(framework_, "[decoder is ready] [ Condition is not true ]", kFile,
+  fake::ExpectCheck(framework_, "[decoder is ready] [ Condition is not true ]", kDecoderFile,
                     [&] { Decode(order); });
   decoder_.SetDecoder({element_, element_});
   EXPECT_TRUE(Decode(order));
@@ -226,7 +226,7 @@ TEST_F(DecoderTest, AnswersNullForWhatItCannotServe) {
     fake::ExpectCheck(framework_,
                       "[Encoded sample must have 1 channel. It has " +
                           std::to_string(channels.size()) + "] [ Condition is not true ]",
-                      kFile, [&] {
+                      kDecoderFile, [&] {
                         Decode(Order({Encoded("several", channels), Encoded("s", {0})}));
                       });
   }
@@ -238,9 +238,10 @@ TEST_F(DecoderTest, ASecondOutputIsDroppedWithAWarning) {
   const auto decoded = Decode(Order({Encoded("s", {0})}));
   ASSERT_TRUE(decoded);
   EXPECT_EQ(dynamic_cast<QELSample&>(*decoded).GetContainer(), first);
-  EXPECT_THAT(framework_.hostLog_,
-              ElementsAre(LogLine{ILogger::Level_Warning,
-                                  "GetSample should return NULL on the second call", kFile}));
+  EXPECT_THAT(
+      framework_.hostLog_,
+      ElementsAre(LogLine{ILogger::Level_Warning, "GetSample should return NULL on the second call",
+                          kDecoderFile}));
 }
 
 TEST_F(DecoderTest, DispatchesByExactResolution) {

@@ -18,9 +18,9 @@ using testing::ElementsAre;
 using testing::IsEmpty;
 using Result = IPreloader::PreloadResult;
 
-const char* const kFile = "Player/QELPreloader.cpp";
+const char* const kPreloaderFile = "Player/QELPreloader.cpp";
 const StorageId kStorage("server", 8080);
-const TrackId kTrack(kStorage, 12);
+const TrackId kOrderedTrack(kStorage, 12);
 
 qel::SampleContainerConstPtr OneSample() {
   return fake::MakeContainer({fake::MakeSample("s", {0}, fake::MakeBuffer(1)),
@@ -38,12 +38,12 @@ class PreloaderTest : public fake::LibraryTest {
   }
 
   // The order's time is that of sample 100 at 25/1.
-  PreloadOrder Order() { return {At(100, 1, 25), SampleRate(25, 1), &queue_, kTrack}; }
+  PreloadOrder Order() { return {At(100, 1, 25), SampleRate(25, 1), &queue_, kOrderedTrack}; }
 
   void ExpectRefused(const PreloadOrder& order, ILogger::Level level, const std::string& text) {
     framework_.hostLog_.clear();
     EXPECT_EQ(preloader_->Preload(order), Result::ERROR);
-    EXPECT_THAT(framework_.hostLog_, ElementsAre(LogLine{level, text, kFile}));
+    EXPECT_THAT(framework_.hostLog_, ElementsAre(LogLine{level, text, kPreloaderFile}));
     EXPECT_THAT(queue_.outputs_, IsEmpty());
   }
 
@@ -80,14 +80,14 @@ TEST_F(PreloaderTest, TracesTheSeekWithTheRateCutTo32Bits) {
   PreloadOrder order = Order();
   order.s_ = SampleRate((int64_t{1} << 32) * 25 + 25, (int64_t{1} << 32) + 1);
   EXPECT_EQ(preloader_->Preload(order), Result::SUCCESS_MISSING);
-  EXPECT_THAT(
-      framework_.hostLog_,
-      ElementsAre(LogLine{ILogger::Level_Trace,
-                          fake::Identity(preloader_.get()) +
-                              ": GetSample at mediaTime: 100 x (25, 1), obtained from tp "
-                              "00:00:04.000000",
-                          kFile},
-                  LogLine{ILogger::Level_Trace, "Invalid sample at 00:00:04.000000", kFile}));
+  EXPECT_THAT(framework_.hostLog_,
+              ElementsAre(LogLine{ILogger::Level_Trace,
+                                  fake::Identity(preloader_.get()) +
+                                      ": GetSample at mediaTime: 100 x (25, 1), obtained from tp "
+                                      "00:00:04.000000",
+                                  kPreloaderFile},
+                          LogLine{ILogger::Level_Trace, "Invalid sample at 00:00:04.000000",
+                                  kPreloaderFile}));
 }
 
 TEST_F(PreloaderTest, RefusesWhatItCannotServe) {
@@ -153,7 +153,7 @@ TEST_F(PreloaderTest, DestroysTheSampleThatNobodyTakes) {
   const LogLine refused = {
       ILogger::Level_Debug,
       "CacheUpdateQueue " + fake::Identity(&queue_) + " does not exist: we don't push the output",
-      kFile};
+      kPreloaderFile};
   EXPECT_THAT(framework_.hostLog_, ElementsAre(refused, refused));
 }
 
@@ -173,7 +173,7 @@ TEST_F(PreloaderTest, AServerKeepsItsFirstSourceUntilItIsRemoved) {
 TEST_F(PreloaderTest, RemoveTrackTravelsInAConfigurationOfItsOwn) {
   preloader_->Preload(Order());
   framework_.TakeCalls();
-  preloader_->RemoveTrackId(kTrack);
+  preloader_->RemoveTrackId(kOrderedTrack);
   EXPECT_THAT(framework_.TakeCalls(),
               ElementsAre("GetUpdateConfigPrototype 4 qel.StorageSource storage",
                           "CreateParametersCollectionInstance", "Set remove_track=12",
@@ -182,8 +182,8 @@ TEST_F(PreloaderTest, RemoveTrackTravelsInAConfigurationOfItsOwn) {
   EXPECT_THAT(framework_.TakeCalls(), IsEmpty());
   framework_.updatePrototype_ = false;
   fake::ExpectCheck(framework_,
-                    "[GetUpdateConfigPrototype failed (StorageSource)] [ Pointer is null ]", kFile,
-                    [&] { preloader_->RemoveTrackId(kTrack); });
+                    "[GetUpdateConfigPrototype failed (StorageSource)] [ Pointer is null ]",
+                    kPreloaderFile, [&] { preloader_->RemoveTrackId(kOrderedTrack); });
   EXPECT_EQ(preloader_->Preload(Order()), Result::SUCCESS_EXIST);
 }
 
@@ -193,7 +193,7 @@ TEST_F(PreloaderTest, InitSourceConfiguresANewElement) {
       [&](auto) { return element; });
   qel::MediaSourcePtr source = source_;
   qel::SourceControlPtr control = source_;
-  QELPreloader::InitSource(source, control, kTrack);
+  QELPreloader::InitSource(source, control, kOrderedTrack);
   EXPECT_EQ(source, element);
   EXPECT_EQ(control, element);
   EXPECT_THAT(framework_.TakeCalls(),
@@ -209,12 +209,12 @@ TEST_F(PreloaderTest, InitSourceConfiguresANewElement) {
   framework_.wrapperGivesElement_ = false;
   source = source_;
   fake::LogLine last;
-  EXPECT_EQ(fake::ErrorOf([&] { QELPreloader::InitSource(source, control, kTrack); }),
+  EXPECT_EQ(fake::ErrorOf([&] { QELPreloader::InitSource(source, control, kOrderedTrack); }),
             "[mediaSource] [ Pointer is null ]");
   framework_.initPrototype_ = false;
-  fake::ExpectCheck(framework_,
-                    "[GetInitConfigPrototype failed (StorageSource)] [ Pointer is null ]", kFile,
-                    [&] { QELPreloader::InitSource(source, control, kTrack); });
+  fake::ExpectCheck(
+      framework_, "[GetInitConfigPrototype failed (StorageSource)] [ Pointer is null ]",
+      kPreloaderFile, [&] { QELPreloader::InitSource(source, control, kOrderedTrack); });
   EXPECT_EQ(source, source_);
 }
 

@@ -5,8 +5,6 @@
 
 namespace qel::mjpeg {
 
-namespace {
-
 // Where the samples of a pixel stand in a format: components are Y, U, V or R, G, B.
 struct FormatCase {
   FourCC fourCC;
@@ -74,8 +72,6 @@ double ToYuv(const uint8_t* rgb, size_t component) {
   const double y = 0.299 * r + 0.587 * g + 0.114 * b;
   return component == 0 ? y : component == 1 ? 128 + (b - y) / 1.772 : 128 + (r - y) / 1.402;
 }
-
-}  // namespace
 
 class FormatTest : public testing::TestWithParam<std::tuple<FormatCase, int>> {};
 

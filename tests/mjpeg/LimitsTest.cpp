@@ -9,7 +9,7 @@ namespace {
 constexpr uint8_t kBaselineFrame = 0xC0;
 constexpr uint8_t kProgressiveFrame = 0xC2;
 constexpr uint8_t kArithmeticFrame = 0xC9;
-constexpr uint8_t kStartOfScan = 0xDA;
+constexpr uint8_t kScanMarker = 0xDA;
 
 Bytes Resized(Bytes jpeg, uint8_t frame, int width, int height) {
   const size_t at = FindSegment(jpeg, frame) + 5;
@@ -61,7 +61,7 @@ TEST(LimitsTest, Scans) {
   const int scans = [&] {
     int count = 0;
     for (size_t i = 1; i < progressive.size(); ++i)
-      count += progressive[i - 1] == 0xFF && progressive[i] == kStartOfScan;
+      count += progressive[i - 1] == 0xFF && progressive[i] == kScanMarker;
     return count;
   }();
   const int widest = int(kMaxScannedPixels / kHeight / scans);

@@ -9,8 +9,6 @@
 
 namespace qel::mjpeg {
 
-namespace {
-
 const WantedOutput kFull = {{}, FourCC_I420};
 const WantedOutput kHalf = {{32, 24}, FourCC_I420};
 const WantedOutput kQuarter = {{16, 12}, FourCC_I420};
@@ -41,8 +39,6 @@ class SharedPicturesTest : public testing::Test {
   std::atomic<int> decodes_ = 0;
   WantedOutputs outputs_;  // of the last decode
 };
-
-}  // namespace
 
 TEST_F(SharedPicturesTest, OneDecodeServesEveryOutputOnce) {
   WarmUp({kFull, kHalf, kQuarter});
