@@ -14,6 +14,10 @@ namespace Moravel::Player {
 
 using fake::At;
 using fake::LogLine;
+using fake::MakeContainer;
+using fake::MakeInfoContainer;
+using fake::MakeSample;
+using fake::MakeVideoInfo;
 using orl::mv::logging::ILogger;
 using testing::ElementsAre;
 using testing::IsEmpty;
@@ -23,15 +27,11 @@ const char* const kDecoderFile = "Player/QELSampleDecoder.cpp";
 const char* const kNotFound =
     "Could not find sample with valid channel in sample container: cannot decode";
 
-qel::SampleConstPtr Encoded(const std::string& streamId, std::vector<int> channels) {
-  return fake::MakeSample(streamId, std::move(channels), fake::MakeBuffer(1));
-}
-
 class DecoderTest : public fake::LibraryTest {
  protected:
   DecoderTest() {
-    element_->input_ = fake::MakeInfoContainer({fake::MakeInfo("input")});
-    element_->outputs_ = {fake::MakeContainer({fake::MakePicture()})};
+    element_->input_ = MakeInfoContainer({MakeVideoInfo("input")});
+    element_->outputs_ = {MakeContainer({fake::MakePicture()})};
     decoder_.SetDecoder({element_, element_});
     sample_.SetDuration(At(1, 1, 25));
     framework_.TakeCalls();
@@ -39,7 +39,7 @@ class DecoderTest : public fake::LibraryTest {
 
   // An order for the top field, or the frame, of a sample that holds these framework samples.
   DecodeOrder Order(qel::SampleList samples) {
-    sample_.SetContainer(fake::MakeContainer(std::move(samples)));
+    sample_.SetContainer(MakeContainer(std::move(samples)));
     DecodeOrder order;
     order.toDecode_ = &sample_;
     order.orderTp_ = At(100, 1, 50);
@@ -67,30 +67,30 @@ class DecoderTest : public fake::LibraryTest {
 
 TEST_F(DecoderTest, AdapterPutsAnySampleOnTheDecodersStream) {
   QELSampleDecoder::AdapterForChangingStreamId adapter;
-  const auto one = fake::MakeContainer({Encoded("other", {0})});
-  fake::ExpectCheck(framework_, "[sample container] [ Pointer is null ]", kDecoderHeader,
-                    [&] { adapter.ConvertSampleContainer(nullptr); });
-  fake::ExpectCheck(framework_, "[_info] [ Pointer is null ]", kDecoderHeader,
-                    [&] { adapter.ConvertSampleContainer(one); });
-  adapter.Init(fake::MakeInfoContainer({fake::MakeInfo("first")}));
-  adapter.Init(fake::MakeInfoContainer({fake::MakeInfo("second")}));
-  fake::ExpectCheck(framework_, "[outputInfoContainer] [ Pointer is null ]", kDecoderHeader,
-                    [&] { adapter.Init(nullptr); });
-  fake::ExpectCheck(framework_, "[info] [ Pointer is null ]", kDecoderHeader,
-                    [&] { adapter.Init(fake::MakeInfoContainer({nullptr})); });
-  for (const qel::InfoList& infos :
-       {qel::InfoList(), qel::InfoList(2, fake::MakeInfo("several"))}) {
-    fake::ExpectCheck(framework_, "[infoList size must be 1] [ Condition is not true ]",
-                      kDecoderHeader, [&] { adapter.Init(fake::MakeInfoContainer(infos)); });
-  }
-  for (const qel::SampleList& samples :
-       {qel::SampleList(), qel::SampleList(2, Encoded("second", {0}))}) {
-    fake::ExpectCheck(framework_, "[inputSamples size must be 1] [ Condition is not true ]",
-                      kDecoderHeader,
-                      [&] { adapter.ConvertSampleContainer(fake::MakeContainer(samples)); });
-  }
+  const auto convert = [&](qel::SampleContainerConstPtr container) {
+    return [&adapter, container] { adapter.ConvertSampleContainer(container); };
+  };
+  const auto init = [&](qel::InfoContainerConstPtr infos) {
+    return [&adapter, infos] { adapter.Init(infos); };
+  };
+  const auto expectCheck = [&](const std::string& text, const auto& act) {
+    fake::ExpectCheck(framework_, text, kDecoderHeader, act);
+  };
+  const auto two = qel::SampleList(2, MakeSample("second", {0}));
+  expectCheck("[_info] [ Pointer is null ]", convert(MakeContainer({two.front()})));
+  init(MakeInfoContainer({MakeVideoInfo("first")}))();
+  init(MakeInfoContainer({MakeVideoInfo("second")}))();
+  const std::string infos = "[infoList size must be 1] [ Condition is not true ]";
+  const std::string samples = "[inputSamples size must be 1] [ Condition is not true ]";
+  expectCheck("[sample container] [ Pointer is null ]", convert(nullptr));
+  expectCheck("[outputInfoContainer] [ Pointer is null ]", init(nullptr));
+  expectCheck("[info] [ Pointer is null ]", init(MakeInfoContainer({nullptr})));
+  expectCheck(infos, init(MakeInfoContainer({})));
+  expectCheck(infos, init(MakeInfoContainer(qel::InfoList(2, MakeVideoInfo("several")))));
+  expectCheck(samples, convert(MakeContainer({})));
+  expectCheck(samples, convert(MakeContainer(two)));
   for (const char* streamId : {"other", "second"}) {
-    const auto input = fake::MakeContainer({Encoded(streamId, {0})});
+    const auto input = MakeContainer({MakeSample(streamId, {0})});
     const auto converted = adapter.ConvertSampleContainer(input);
     EXPECT_NE(converted, input);
     EXPECT_EQ(converted->GetAllSamples().front()->GetStreamId(), "second");
@@ -102,8 +102,8 @@ TEST_F(DecoderTest, InitBuildsTheElementForTheFirstVideoStream) {
   framework_.factory_ = std::make_shared<qel::ElementFactory<qel::ElementFactoryType_VideoDecoder>>(
       [](auto) { return std::make_shared<fake::Decoder>(); });
   const auto source = std::make_shared<fake::Source>();
-  source->output_ = fake::MakeInfoContainer(
-      {fake::MakeInfo("sound", false), fake::MakeInfo("video1"), fake::MakeInfo("video2")});
+  source->output_ = MakeInfoContainer(
+      {fake::MakeSoundInfo("sound"), MakeVideoInfo("video1"), MakeVideoInfo("video2")});
   QELDecoder built;
   QELSampleDecoder::InitJPEGDecoder(source, built, qel::FourCC_Y800);
   EXPECT_THAT(
@@ -116,16 +116,16 @@ TEST_F(DecoderTest, InitBuildsTheElementForTheFirstVideoStream) {
                   "DefineInput \"\""));
   const QELDecoder before = built;
   const auto init = [&] { QELSampleDecoder::InitJPEGDecoder(source, built, qel::FourCC_I420); };
-  framework_.wrapperGivesElement_ = false;
+  framework_.missing_ = "CreateWrapper";
   EXPECT_EQ(fake::ErrorOf(init), "[decoderElement] [ Pointer is null ]");
-  source->output_ = fake::MakeInfoContainer({fake::MakeInfo("sound", false)});
+  source->output_ = MakeInfoContainer({fake::MakeSoundInfo("sound")});
   framework_.frameworkLog_.clear();
   EXPECT_EQ(fake::ErrorOf(init),
             "another exception: VideoInfoList is empty, cannot InitJPEGDecoder");
   EXPECT_THAT(framework_.frameworkLog_, IsEmpty());
   source->output_ = nullptr;
   fake::ExpectCheck(framework_, "[demuxerDefinedOutput] [ Pointer is null ]", kDecoderFile, init);
-  framework_.initPrototype_ = false;
+  framework_.missing_ = "GetInitConfigPrototype";
   fake::ExpectCheck(framework_,
                     "[GetInitConfigPrototype failed (VideoDecoder)] [ Pointer is null ]",
                     kDecoderFile, init);
@@ -133,7 +133,7 @@ TEST_F(DecoderTest, InitBuildsTheElementForTheFirstVideoStream) {
 }
 
 TEST_F(DecoderTest, OnlyASuccessfulSetDecoderMakesItReady) {
-  const DecodeOrder order = Order({Encoded("s", {0})});
+  const DecodeOrder order = Order({MakeSample("s", {0})});
   QELSampleDecoder fresh;
   fake::ExpectCheck(framework_, "[decoderElement] [ Pointer is null ]", kDecoderFile,
                     [&] { fresh.Decode(order); });
@@ -153,7 +153,7 @@ TEST_F(DecoderTest, OnlyASuccessfulSetDecoderMakesItReady) {
 }
 
 TEST_F(DecoderTest, DecodesInOneExchange) {
-  const DecodeOrder order = Order({Encoded("s", {0})});
+  const DecodeOrder order = Order({MakeSample("s", {0})});
   const std::unique_ptr<ISample> decoded = Decode(order);
   ASSERT_TRUE(decoded);
   EXPECT_THAT(framework_.TakeCalls(),
@@ -165,6 +165,13 @@ TEST_F(DecoderTest, DecodesInOneExchange) {
   EXPECT_EQ(decoded->GetTimePoint(), order.orderTp_);
   EXPECT_EQ(decoded->GetDuration(), At(1, 1, 25)) << "a frame lasts as long as the encoded sample";
   EXPECT_THAT(framework_.hostLog_, IsEmpty());
+
+  const auto first = MakeContainer({fake::MakePicture()});
+  element_->outputs_ = {first, MakeContainer({fake::MakePicture()})};
+  EXPECT_EQ(dynamic_cast<QELSample&>(*Decode(order)).GetContainer(), first);
+  const LogLine second = {ILogger::Level_Warning, "GetSample should return NULL on the second call",
+                          kDecoderFile};
+  EXPECT_THAT(framework_.hostLog_, ElementsAre(second));
 }
 
 // Which of the samples "zero" (channel 0) and "one" (channel 1), stored bottom first, is pushed.
@@ -174,9 +181,9 @@ TEST_F(DecoderTest, PicksTheWantedField) {
   element_->onPush_ = [&](const qel::ISample& sample) {
     pushed = std::to_string(sample.GetChannelInfo()->GetChannels().front());
   };
-  const qel::SampleList fields = {nullptr, fake::MakeSample("hollow", {0}, nullptr),
-                                  Encoded("one", {1}), Encoded("zero", {0}),
-                                  Encoded("never looked at", {0, 1})};
+  const qel::SampleList fields = {nullptr, MakeSample("hollow", {0}, nullptr),
+                                  MakeSample("one", {1}), MakeSample("zero", {0}),
+                                  MakeSample("never looked at", {0, 1})};
   struct Case {
     bool top, interlaced;
     const char* pushed;
@@ -204,7 +211,7 @@ TEST_F(DecoderTest, PicksTheWantedField) {
 
 TEST_F(DecoderTest, AnswersNullForWhatItCannotServe) {
   struct OtherSample : QELSample {};
-  DecodeOrder order = Order({Encoded("zero", {0})});
+  DecodeOrder order = Order({MakeSample("zero", {0})});
   order.decodeTopField_ = false;
   ExpectNull(order, ILogger::Level_Warning, kNotFound);  // neither field is asked for
   order.isInterlace_ = true;
@@ -217,9 +224,9 @@ TEST_F(DecoderTest, AnswersNullForWhatItCannotServe) {
   ExpectNull(order, ILogger::Level_Warning, "Could not dynamic_cast encoded sample to QELSample*");
 
   for (const auto& outputs : {std::vector<qel::SampleContainerConstPtr>(),
-                              {fake::MakeContainer({Encoded("no picture", {0})})}}) {
+                              {MakeContainer({MakeSample("no picture", {0})})}}) {
     element_->outputs_ = outputs;
-    ExpectNull(Order({Encoded("zero", {0})}), ILogger::Level_Error,
+    ExpectNull(Order({MakeSample("zero", {0})}), ILogger::Level_Error,
                "VideoSampleList is empty after decoding");
   }
   for (const std::vector<int>& channels : {std::vector<int>{0, 1}, {}}) {
@@ -227,82 +234,54 @@ TEST_F(DecoderTest, AnswersNullForWhatItCannotServe) {
                       "[Encoded sample must have 1 channel. It has " +
                           std::to_string(channels.size()) + "] [ Condition is not true ]",
                       kDecoderFile, [&] {
-                        Decode(Order({Encoded("several", channels), Encoded("s", {0})}));
+                        Decode(Order({MakeSample("several", channels), MakeSample("s", {0})}));
                       });
   }
 }
 
-TEST_F(DecoderTest, ASecondOutputIsDroppedWithAWarning) {
-  const auto first = fake::MakeContainer({fake::MakePicture()});
-  element_->outputs_ = {first, fake::MakeContainer({fake::MakePicture()})};
-  const auto decoded = Decode(Order({Encoded("s", {0})}));
-  ASSERT_TRUE(decoded);
-  EXPECT_EQ(dynamic_cast<QELSample&>(*decoded).GetContainer(), first);
-  EXPECT_THAT(
-      framework_.hostLog_,
-      ElementsAre(LogLine{ILogger::Level_Warning, "GetSample should return NULL on the second call",
-                          kDecoderFile}));
-}
-
 TEST_F(DecoderTest, DispatchesByExactResolution) {
-  const DecodeOrder order = Order({Encoded("s", {0})});
+  DecodeOrder order = Order({MakeSample("s", {0})});
   QELMultiResDecoder dispatcher;
-  QELSampleDecoder other;
+  QELSampleDecoder notReady;
   dispatcher.AddDecoder(1920, 1088, &decoder_);
   dispatcher.AddDecoder(1280, 1080, &decoder_);
-  const auto decode = [&](const DecodeOrder& o) {
-    return std::unique_ptr<ISample>(dispatcher.Decode(o)) != nullptr;
+  const auto decode = [&] { return std::unique_ptr<ISample>(dispatcher.Decode(order)) != nullptr; };
+  const auto add = [&](QELSampleDecoder* decoder) { dispatcher.AddDecoder(1920, 1080, decoder); };
+  const auto line = [](const std::string& text) {
+    return LogLine{ILogger::Level_Warning, text, "Player/QELMultiResDecoder.cpp"};
   };
-  const auto miss = [](const std::string& time) {
-    return LogLine{
-        ILogger::Level_Warning,
-        "Could not find an QEL decoder for sample at " + time + " with resolution 1920x1080",
-        "Player/QELMultiResDecoder.cpp"};
-  };
-  EXPECT_FALSE(decode(order));
-  DecodeOrder orderWithout = order;
-  orderWithout.toDecode_ = nullptr;
-  EXPECT_FALSE(decode(orderWithout));
-  EXPECT_THAT(framework_.hostLog_, ElementsAre(miss("00:00:00.000000"), miss("unknown time")));
+  const std::string miss = "Could not find an QEL decoder for sample at ";
+  EXPECT_FALSE(decode());
+  order.toDecode_ = nullptr;
+  EXPECT_FALSE(decode());
+  add(nullptr);
   framework_.level_ = ILogger::Level_Error;
-  EXPECT_FALSE(decode(order));
-  EXPECT_EQ(framework_.hostLog_.size(), 2u);
+  EXPECT_FALSE(decode());
+  EXPECT_THAT(framework_.hostLog_,
+              ElementsAre(line(miss + "00:00:00.000000 with resolution 1920x1080"),
+                          line(miss + "unknown time with resolution 1920x1080"),
+                          line("AddDecoder: ignored a null decoder for resolution 1920x1080")));
 
-  framework_.level_ = ILogger::Level_Warning;
-  dispatcher.AddDecoder(1920, 1080, nullptr);
-  EXPECT_EQ(framework_.hostLog_.back().level, ILogger::Level_Warning);
-  dispatcher.AddDecoder(1920, 1080, &decoder_);
-  dispatcher.AddDecoder(1920, 1080, &other);
-  EXPECT_TRUE(decode(order)) << "the first registration stays";
+  order.toDecode_ = &sample_;
+  add(&decoder_);
+  add(&notReady);
+  EXPECT_TRUE(decode()) << "the first registration stays";
   dispatcher.RemoveDecoder(1920, 1080);
   dispatcher.RemoveDecoder(1920, 1080);
-  dispatcher.AddDecoder(1920, 1080, &other);
-  EXPECT_THROW(decode(order), qel::QELRuntimeError) << "the other decoder is not ready";
+  add(&notReady);
+  EXPECT_THROW(decode(), qel::QELRuntimeError);
   dispatcher.RemoveDecoder(1920, 1080);
-  dispatcher.AddDecoder(1920, 1080, &decoder_);
-  EXPECT_TRUE(decode(order)) << "an exception has left no lock behind";
+  add(&decoder_);
+  EXPECT_TRUE(decode()) << "an exception has left no lock behind";
 }
 
 // Two exchanges with one element never interleave, though the orders overlap.
 TEST_F(DecoderTest, ExchangesOfOneDecoderTakeTurns) {
-  std::atomic<int> inside = 0;
-  std::atomic<int> overlaps = 0;
-  element_->onPush_ = [&](const qel::ISample&) {
-    overlaps += inside++ != 0;
-    std::this_thread::yield();
-    --inside;
-  };
-  const DecodeOrder order = Order({Encoded("s", {0})});
-  {
-    std::vector<std::jthread> threads;
-    for (int t = 0; t < 4; ++t) {
-      threads.emplace_back([&] {
-        for (int i = 0; i < 300; ++i)
-          EXPECT_TRUE(Decode(order));
-      });
-    }
-  }
-  EXPECT_EQ(overlaps, 0);
+  fake::Turns turns;
+  element_->onPush_ = [&](const qel::ISample&) { turns.Take(); };
+  const DecodeOrder order = Order({MakeSample("s", {0})});
+  fake::RunInThreads(4, 300, [&](int, int) { EXPECT_TRUE(Decode(order)); });
+  EXPECT_EQ(turns.overlaps, 0);
   EXPECT_THAT(framework_.hostLog_, IsEmpty()) << "no exchange saw another's picture";
 }
 
@@ -310,40 +289,35 @@ TEST_F(DecoderTest, ExchangesOfOneDecoderTakeTurns) {
 // and is not starved by a stream of others.
 TEST_F(DecoderTest, RegistrationWaitsForDecodesAndIsNotStarved) {
   constexpr std::chrono::seconds kHung(20);
-  const auto fastElement = std::make_shared<fake::Decoder>();
-  fastElement->input_ = element_->input_;
-  fastElement->outputs_ = element_->outputs_;
+  const auto fastElement = std::make_shared<fake::Decoder>(*element_);
   QELSampleDecoder fast;
   fast.SetDecoder({fastElement, fastElement});
   QELMultiResDecoder dispatcher;
   dispatcher.AddDecoder(1920, 1080, &decoder_);
   dispatcher.AddDecoder(0, -1, &fast);
-  const DecodeOrder order = Order({Encoded("s", {0})});
-  DecodeOrder small = order;
+  const DecodeOrder large = Order({MakeSample("s", {0})});
+  DecodeOrder small = large;
   small.width_ = 0;
   small.height_ = -1;
-  const auto decode = [&dispatcher](const DecodeOrder& o) {
-    return std::unique_ptr<ISample>(dispatcher.Decode(o)) != nullptr;
+  const auto decode = [&dispatcher](const DecodeOrder& order) {
+    return std::unique_ptr<ISample>(dispatcher.Decode(order)) != nullptr;
   };
 
-  std::promise<void> entered;
-  std::promise<void> release;
-  std::atomic<bool> decoding = false;
+  std::promise<void> entered, release;
+  std::atomic<bool> decoding = true, stop = false;
   element_->onPush_ = [&](const qel::ISample&) {
-    decoding = true;
     entered.set_value();
     release.get_future().wait();
     decoding = false;
   };
-  std::jthread slow([&] { EXPECT_TRUE(decode(order)); });
+  std::vector<std::jthread> threads;
+  threads.emplace_back([&] { EXPECT_TRUE(decode(large)); });
   entered.get_future().wait();
   auto beside = std::async(std::launch::async, [&] { return decode(small); });
   EXPECT_EQ(beside.wait_for(kHung), std::future_status::ready) << "decodes exclude each other";
 
-  std::atomic<bool> stop = false;
-  std::vector<std::jthread> stream;
   for (int t = 0; t < 2; ++t) {
-    stream.emplace_back([&] {
+    threads.emplace_back([&] {
       while (!stop)
         decode(small);
     });

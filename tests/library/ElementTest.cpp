@@ -46,9 +46,7 @@ TEST_F(ElementTest, CreatesTheRegisteredElement) {
     framework_.Note("Create");
     return element;
   });
-  const SourceInstance instance = Implement();
-  EXPECT_EQ(std::get<0>(instance), element);
-  EXPECT_EQ(std::get<1>(instance), element);
+  EXPECT_EQ(Implement(), SourceInstance(element, element, element));
   EXPECT_THAT(
       framework_.TakeCalls(),
       ElementsAre("CreateMilestone ImplementElement label4.name.kind", "GetFactory 4 name kind",
@@ -63,7 +61,7 @@ TEST_F(ElementTest, EveryRuntimeErrorBecomesOneFrameworkError) {
   framework_.factory_ = std::make_shared<SourceFactory>(
       [](auto) -> SourcePtr { throw std::runtime_error("no such device"); });
   ExpectCanNotImplement("no such device", false);
-  framework_.manifest_ = false;
+  framework_.missing_ = "GetManifest";
   ExpectCanNotImplement("[manifest] [ Pointer is null ]", true);
 }
 
@@ -80,8 +78,8 @@ TEST_F(ElementTest, WithoutAWorkingWriterLinesGoToStandardError) {
       throw 1;
     }
   };
-  for (const std::shared_ptr<ILoggerWriter>& writer :
-       {std::shared_ptr<ILoggerWriter>(), std::shared_ptr<ILoggerWriter>(new BrokenWriter)}) {
+  using Writers = std::vector<std::shared_ptr<ILoggerWriter>>;
+  for (const auto& writer : Writers{nullptr, std::make_shared<BrokenWriter>()}) {
     framework_.writer_ = writer;
     testing::internal::CaptureStderr();
     EXPECT_EQ(fake::ErrorOf([] { QEL_CHECK_CONDITION(1 > 2, "size " << 3); }),

@@ -1,12 +1,13 @@
 #include "FakeFramework.h"
 
 #include <atomic>
+#include <map>
 #include <utility>
 
-#include "Player/ISample.h"
 #include "logging/LoggingManager.h"
 #include "qel/Milestone.h"
 #include "qel/Parameters.h"
+#include "qelCore/Infos.h"
 
 namespace fake {
 
@@ -14,17 +15,14 @@ namespace {
 
 std::atomic<Framework*> current = nullptr;
 
-void Note(const std::string& call) {
-  Framework::Current().Note(call);
+// Notes the call; whether it has an answer.
+bool Has(const std::string& call, qel::ElementFactoryType kind, const std::string& implementation,
+         const std::string& type) {
+  Note(call + " " + std::to_string(kind) + " " + implementation + " " + type);
+  return Framework::Current().missing_ != call;
 }
 
-std::string Name(qel::ElementFactoryType factoryType, const std::string& implementation,
-                 const std::string& type) {
-  return " " + std::to_string(factoryType) + " " + implementation + " " + type;
-}
-
-class Parameters : public qel::IParametersCollectionInstance {
- public:
+struct Parameters : qel::IParametersCollectionInstance {
   void SetParamInt64(const std::string& key, int64_t value) override {
     Set(key, std::to_string(value));
   }
@@ -38,14 +36,6 @@ class Parameters : public qel::IParametersCollectionInstance {
   std::optional<std::string> GetParamUTF8String(const std::string&) const override { return {}; }
   std::optional<qel::FourCC> GetParamFourCC(const std::string&) const override { return {}; }
 
-  std::string Text() const {
-    std::string text;
-    for (const auto& [key, value] : values_)
-      text += " " + key + "=" + value;
-    return text;
-  }
-
- private:
   void Set(const std::string& key, const std::string& value) {
     Note("Set " + key + "=" + value);
     values_[key] = value;
@@ -54,19 +44,13 @@ class Parameters : public qel::IParametersCollectionInstance {
   std::map<std::string, std::string> values_;
 };
 
-std::string Text(const qel::ParametersCollectionInstanceConstPtr& config) {
-  return std::dynamic_pointer_cast<const Parameters>(config)->Text();
-}
-
-class Prototype : public qel::IParametersCollectionPrototype {
- public:
+struct Prototype : qel::IParametersCollectionPrototype {
   qel::ParametersCollectionInstancePtr CreateInstance() const override {
     return std::make_shared<Parameters>();
   }
 };
 
-class Buffer : public qel::IBuffer {
- public:
+struct Buffer : qel::IBuffer {
   Buffer(uint32_t dataSize, std::string bytes) : dataSize_(dataSize), bytes_(std::move(bytes)) {}
   const uint8_t* GetInnerBuffer() const override {
     return reinterpret_cast<const uint8_t*>(bytes_.data());
@@ -74,52 +58,55 @@ class Buffer : public qel::IBuffer {
   uint32_t GetInnerBufferSize() const override { return static_cast<uint32_t>(bytes_.size()); }
   uint32_t GetDataSize() const override { return dataSize_; }
 
- private:
   const uint32_t dataSize_;
   const std::string bytes_;
 };
 
-class Channels : public qel::IChannelInfo {
- public:
+struct Channels : qel::IChannelInfo {
   explicit Channels(std::vector<int> channels) : channels_(std::move(channels)) {}
   const qel::ChannelsList& GetChannels() const override { return channels_; }
 
- private:
   const qel::ChannelsList channels_;
 };
 
-struct SampleParts {
-  std::string streamId;
-  qel::ChannelInfoConstPtr channels;
-  qel::BufferConstPtr buffer;
-};
-
 template <typename Interface>
-class Sample : public Interface {
- public:
-  explicit Sample(SampleParts parts) : parts_(std::move(parts)) {}
-  const std::string& GetStreamId() const override { return parts_.streamId; }
-  qel::BufferConstPtr GetData() const override { return parts_.buffer; }
-  qel::ChannelInfoConstPtr GetChannelInfo() const override { return parts_.channels; }
+struct Sample : Interface {
+  Sample(std::string streamId, std::vector<int> channels, qel::BufferConstPtr buffer)
+      : streamId_(std::move(streamId)),
+        channels_(std::make_shared<Channels>(std::move(channels))),
+        buffer_(std::move(buffer)) {}
+  const std::string& GetStreamId() const override { return streamId_; }
+  qel::BufferConstPtr GetData() const override { return buffer_; }
+  qel::ChannelInfoConstPtr GetChannelInfo() const override { return channels_; }
   qel::InfoConstPtr GetInfo() const override { return nullptr; }
 
- private:
-  const SampleParts parts_;
+  const std::string streamId_;
+  const qel::ChannelInfoConstPtr channels_;
+  const qel::BufferConstPtr buffer_;
 };
 
-class Picture : public Sample<qel::IVideoSample> {
- public:
+struct Picture : Sample<qel::IVideoSample> {
   using Sample::Sample;
   int GetWidth() const override { return 0; }
   int GetHeight() const override { return 0; }
   qel::FourCC GetFourCC() const override { return qel::FourCC_I420; }
 };
 
-class Container : public qel::ISampleContainer {
- public:
+// Those of the list that are of the narrower kind.
+template <typename Narrow, typename Wide>
+std::vector<std::shared_ptr<const Narrow>> Only(
+    const std::vector<std::shared_ptr<const Wide>>& list) {
+  std::vector<std::shared_ptr<const Narrow>> narrow;
+  for (const auto& wide : list) {
+    if (auto found = std::dynamic_pointer_cast<const Narrow>(wide))
+      narrow.push_back(std::move(found));
+  }
+  return narrow;
+}
+
+struct Container : qel::ISampleContainer {
   Container(qel::SampleList samples, std::optional<qel::TimeLimits> limits)
       : samples_(std::move(samples)), limits_(std::move(limits)) {}
-
   qel::SampleList GetAllSamples() const override {
     Note("GetAllSamples");
     return samples_;
@@ -127,47 +114,25 @@ class Container : public qel::ISampleContainer {
   qel::VideoSampleList GetVideoSampleList(qel::VideoParametersConstPtr,
                                           qel::VideoParametersConstPtr) const override {
     Note("GetVideoSampleList");
-    qel::VideoSampleList pictures;
-    for (const qel::SampleConstPtr& sample : samples_) {
-      if (auto picture = std::dynamic_pointer_cast<const qel::IVideoSample>(sample))
-        pictures.push_back(picture);
-    }
-    return pictures;
+    return Only<qel::IVideoSample>(samples_);
   }
   const qel::TimeLimits& GetTimeInfo(std::string name) const override {
     Note("GetTimeInfo " + name);
     return limits_.value();
   }
 
- private:
   const qel::SampleList samples_;
   const std::optional<qel::TimeLimits> limits_;
 };
 
-template <typename Interface>
-class Info : public Interface {
- public:
-  explicit Info(std::string streamId) : streamId_(std::move(streamId)) {}
+struct SoundInfo : qel::IInfo {
+  explicit SoundInfo(std::string streamId) : streamId_(std::move(streamId)) {}
   const std::string& GetStreamId() const override { return streamId_; }
 
- private:
   const std::string streamId_;
 };
 
-class VideoInfo : public Info<qel::IVideoInfo> {
- public:
-  using Info::Info;
-  int GetWidth() const override { return 0; }
-  int GetHeight() const override { return 0; }
-  int64_t GetSampleCount() const override { return 0; }
-  const qel::EditRate& GetEditRate() const override { return rate_; }
-
- private:
-  const qel::EditRate rate_{25, 1};
-};
-
-class Infos : public qel::IInfoContainer {
- public:
+struct Infos : qel::IInfoContainer {
   explicit Infos(qel::InfoList infos) : infos_(std::move(infos)) {}
   qel::InfoList GetInfoList() const override {
     Note("GetInfoList");
@@ -175,20 +140,13 @@ class Infos : public qel::IInfoContainer {
   }
   qel::VideoInfoList GetVideoInfoList() const override {
     Note("GetVideoInfoList");
-    qel::VideoInfoList videoInfos;
-    for (const qel::InfoConstPtr& info : infos_) {
-      if (auto videoInfo = std::dynamic_pointer_cast<const qel::IVideoInfo>(info))
-        videoInfos.push_back(videoInfo);
-    }
-    return videoInfos;
+    return Only<qel::IVideoInfo>(infos_);
   }
 
- private:
   const qel::InfoList infos_;
 };
 
-class InfoMap : public qel::IStreamIdToInfoMap {
- public:
+struct InfoMap : qel::IStreamIdToInfoMap {
   void AddInfo(std::string streamId, qel::InfoConstPtr info) override {
     Note("AddInfo " + streamId + "->" + info->GetStreamId());
     infos_[streamId] = std::move(info);
@@ -197,49 +155,54 @@ class InfoMap : public qel::IStreamIdToInfoMap {
     return infos_.at(streamId);
   }
 
- private:
   std::map<std::string, qel::InfoConstPtr> infos_;
 };
 
-class Milestone : public qel::IMilestone {
- public:
-  ~Milestone() override { Framework::Current().LogFramework({-1, "end of milestone", ""}); }
+void LogFramework(LogLine line) {
+  Framework::Current().Log(Framework::Current().frameworkLog_, std::move(line));
+}
+
+struct Milestone : qel::IMilestone {
+  ~Milestone() override { LogFramework({-1, "end of milestone", ""}); }
 };
 
-class Writer : public qel::ILoggerWriter {
- public:
+struct Writer : qel::ILoggerWriter {
   void WriteLog(qel::LogLevel level, const char* message, const char* context, const char* file,
                 const char* line, const char* reserved, const char* threadId,
                 const char* time) override {
-    const bool complete = std::string(context) == "context" && std::stoi(line) > 0 &&
-                          *reserved == '\0' && std::string(threadId) == "thread" &&
-                          std::string(time) == "time";
-    Framework::Current().LogFramework({level, complete ? message : "incomplete line", file});
+    const std::string rest = std::string(context) + reserved + threadId + time;
+    const bool complete = std::stoi(line) > 0 && rest == "context,thread,time";
+    LogFramework({level, complete ? message : "incomplete line", file});
   }
 };
 
-class Logger : public orl::mv::logging::ILogger {
- public:
+struct Logger : orl::mv::logging::ILogger {
   Level GetLevel() const override {
     Note("GetLevel");
     return Framework::Current().level_;
   }
   void Log(Level level, const std::string& text, const char* file, size_t line) const override {
     Note("Log");
-    Framework::Current().LogHost({level, text, line > 0 ? file : "no line"});
+    Framework::Current().Log(Framework::Current().hostLog_,
+                             {level, text, line > 0 ? file : "no line"});
   }
 };
 
 Logger logger;
+
+template <typename Instance, typename Element>
+Instance Wrap(const std::shared_ptr<Element>& element) {
+  Note("CreateWrapper");
+  const bool missing = Framework::Current().missing_ == "CreateWrapper";
+  return missing ? Instance() : Instance(element, element, element);
+}
 
 }  // namespace
 
 Framework::Framework() : writer_(std::make_shared<Writer>()) {
   current = this;
 }
-Framework::~Framework() {
-  current = nullptr;
-}
+
 Framework& Framework::Current() {
   return *current;
 }
@@ -258,14 +221,20 @@ std::vector<std::string> Framework::TakeCalls() {
   return std::exchange(calls_, {});
 }
 
-void Framework::LogHost(LogLine line) {
+void Framework::Log(Lines& log, LogLine line) {
   const std::lock_guard<std::mutex> lock(access_);
-  hostLog_.push_back(std::move(line));
+  log.push_back(std::move(line));
 }
 
-void Framework::LogFramework(LogLine line) {
-  const std::lock_guard<std::mutex> lock(access_);
-  frameworkLog_.push_back(std::move(line));
+void Note(const std::string& call) {
+  Framework::Current().Note(call);
+}
+
+std::string Text(const qel::ParametersCollectionInstanceConstPtr& config) {
+  std::string text;
+  for (const auto& [key, value] : dynamic_cast<const Parameters&>(*config).values_)
+    text += " " + key + "=" + value;
+  return text;
 }
 
 qel::BufferConstPtr MakeBuffer(uint32_t dataSize, std::string bytes) {
@@ -274,12 +243,11 @@ qel::BufferConstPtr MakeBuffer(uint32_t dataSize, std::string bytes) {
 
 qel::SampleConstPtr MakeSample(const std::string& streamId, std::vector<int> channels,
                                qel::BufferConstPtr buffer) {
-  return std::make_shared<Sample<qel::ISample>>(
-      SampleParts{streamId, std::make_shared<Channels>(std::move(channels)), std::move(buffer)});
+  return std::make_shared<Sample<qel::ISample>>(streamId, std::move(channels), std::move(buffer));
 }
 
 qel::SampleConstPtr MakePicture() {
-  return std::make_shared<Picture>(SampleParts{"decoded", nullptr, MakeBuffer(1)});
+  return std::make_shared<Picture>("decoded", std::vector<int>(), MakeBuffer(1));
 }
 
 qel::SampleContainerConstPtr MakeContainer(qel::SampleList samples,
@@ -287,54 +255,23 @@ qel::SampleContainerConstPtr MakeContainer(qel::SampleList samples,
   return std::make_shared<Container>(std::move(samples), std::move(limits));
 }
 
-qel::InfoConstPtr MakeInfo(const std::string& streamId, bool video) {
-  if (video)
-    return std::make_shared<VideoInfo>(streamId);
-  return std::make_shared<Info<qel::IInfo>>(streamId);
+qel::InfoConstPtr MakeVideoInfo(const std::string& streamId) {
+  return std::make_shared<qel::VideoInfo>(streamId, 0, 0, 0, qel::EditRate(25, 1));
+}
+
+qel::InfoConstPtr MakeSoundInfo(const std::string& streamId) {
+  return std::make_shared<SoundInfo>(streamId);
 }
 
 qel::InfoContainerConstPtr MakeInfoContainer(qel::InfoList infos) {
   return std::make_shared<Infos>(std::move(infos));
 }
 
-void Source::UpdateConfig(qel::ParametersCollectionInstanceConstPtr config) {
-  Note("UpdateConfig" + Text(config));
-}
-
 qel::MediaTime Source::GotoTimeOffset(const qel::MediaTime& time, std::string stream) {
-  const qel::EditRate& rate = time.GetEditRate();
-  Note("GotoTimeOffset " + std::to_string(time.GetTimeNumber()) + "@" +
-       std::to_string(rate._numerator) + "/" + std::to_string(rate._denominator) + " " + stream +
-       (time.GetClockInfo() ? " clock" : ""));
+  const auto& [numerator, denominator] = time.GetEditRate();
+  Note("GotoTimeOffset " + std::to_string(time.GetTimeNumber()) + "@" + std::to_string(numerator) +
+       "/" + std::to_string(denominator) + " " + stream + (time.GetClockInfo() ? " clock" : ""));
   return time;
-}
-
-void Source::SetInitConfig(qel::ParametersCollectionInstanceConstPtr config) {
-  Note("SetInitConfig" + Text(config));
-}
-
-qel::InfoContainerConstPtr Source::GetDefinedOutput(std::string name) {
-  Note("GetDefinedOutput \"" + name + "\"");
-  return output_;
-}
-
-qel::SampleContainerConstPtr Source::GetSample() {
-  Note("GetSample");
-  return read_ ? read_() : nullptr;
-}
-
-void Decoder::SetInitConfig(qel::ParametersCollectionInstanceConstPtr config) {
-  Note("SetInitConfig" + Text(config));
-}
-
-void Decoder::DefineInput(qel::InfoContainerConstPtr input, std::string name) {
-  Note("DefineInput \"" + name + "\"");
-  input_ = std::move(input);
-}
-
-qel::InfoContainerConstPtr Decoder::GetDefinedInput(std::string name) {
-  Note("GetDefinedInput \"" + name + "\"");
-  return input_;
 }
 
 void Decoder::PushSample(qel::SampleContainerConstPtr container) {
@@ -353,29 +290,6 @@ qel::SampleContainerConstPtr Decoder::GetSample() {
   return next;
 }
 
-Queue::~Queue() {
-  for (const Moravel::Player::Output& output : outputs_)
-    const std::unique_ptr<Moravel::Player::ISample> sample(output.sample_);
-}
-
-void Queue::Push(const Moravel::Player::Output& output) {
-  Note("Push");
-  outputs_.push_back(output);
-}
-
-bool Queues::Exists(Moravel::Player::CacheUpdateQueue*) {
-  Note("Exists");
-  return exists_;
-}
-
-bool Queues::PushIfExists(Moravel::Player::CacheUpdateQueue* queue,
-                          const Moravel::Player::Output& output) {
-  Note("PushIfExists");
-  if (takes_)
-    queue->Push(output);
-  return takes_;
-}
-
 }  // namespace fake
 
 // What the libraries would bring.
@@ -383,7 +297,7 @@ bool Queues::PushIfExists(Moravel::Player::CacheUpdateQueue* queue,
 namespace qel {
 
 using fake::Framework;
-using fake::Name;
+using fake::Has;
 using fake::Note;
 
 std::shared_ptr<ILoggerWriter> GetCurrentLoggerWriter() {
@@ -393,7 +307,7 @@ std::string GetCurrentTimeString() {
   return "time";
 }
 std::string GetThreadId() {
-  return "thread";
+  return ",thread,";
 }
 std::string GetCurrentContextString() {
   return "context";
@@ -405,8 +319,8 @@ std::string ToString(LogLevel level) {
   return "L" + std::to_string(level);
 }
 
-std::string GetLabel(ElementFactoryType factoryType) {
-  return "label" + std::to_string(factoryType);
+std::string GetLabel(ElementFactoryType kind) {
+  return "label" + std::to_string(kind);
 }
 
 MilestonePtr CreateMilestone(std::string description) {
@@ -414,32 +328,29 @@ MilestonePtr CreateMilestone(std::string description) {
   return std::make_unique<fake::Milestone>();
 }
 
-std::shared_ptr<IElementFactory> GetFactory(ElementFactoryType factoryType,
-                                            const std::string& implementation,
+std::shared_ptr<IElementFactory> GetFactory(ElementFactoryType kind, const std::string& name,
                                             const std::string& type) {
-  Note("GetFactory" + Name(factoryType, implementation, type));
-  return Framework::Current().factory_;
+  return Has("GetFactory", kind, name, type) ? Framework::Current().factory_ : nullptr;
 }
 
-std::shared_ptr<const IParametersCollectionInstance> GetManifest(ElementFactoryType factoryType,
-                                                                 const std::string& implementation,
+std::shared_ptr<const IParametersCollectionInstance> GetManifest(ElementFactoryType kind,
+                                                                 const std::string& name,
                                                                  const std::string& type) {
-  Note("GetManifest" + Name(factoryType, implementation, type));
-  return Framework::Current().manifest_ ? std::make_shared<fake::Parameters>() : nullptr;
+  return Has("GetManifest", kind, name, type) ? std::make_shared<fake::Parameters>() : nullptr;
 }
 
-ParametersCollectionPrototypeConstPtr GetInitConfigPrototype(ElementFactoryType factoryType,
-                                                             const std::string& implementation,
+ParametersCollectionPrototypeConstPtr GetInitConfigPrototype(ElementFactoryType kind,
+                                                             const std::string& name,
                                                              const std::string& type) {
-  Note("GetInitConfigPrototype" + Name(factoryType, implementation, type));
-  return Framework::Current().initPrototype_ ? std::make_shared<fake::Prototype>() : nullptr;
+  return Has("GetInitConfigPrototype", kind, name, type) ? std::make_shared<fake::Prototype>()
+                                                         : nullptr;
 }
 
-ParametersCollectionPrototypeConstPtr GetUpdateConfigPrototype(ElementFactoryType factoryType,
-                                                               const std::string& implementation,
+ParametersCollectionPrototypeConstPtr GetUpdateConfigPrototype(ElementFactoryType kind,
+                                                               const std::string& name,
                                                                const std::string& type) {
-  Note("GetUpdateConfigPrototype" + Name(factoryType, implementation, type));
-  return Framework::Current().updatePrototype_ ? std::make_shared<fake::Prototype>() : nullptr;
+  return Has("GetUpdateConfigPrototype", kind, name, type) ? std::make_shared<fake::Prototype>()
+                                                           : nullptr;
 }
 
 ParametersCollectionInstancePtr CreateParametersCollectionInstance(
@@ -448,19 +359,12 @@ ParametersCollectionInstancePtr CreateParametersCollectionInstance(
   return prototype ? prototype->CreateInstance() : nullptr;
 }
 
-SourceInstance CreateWrapper(std::shared_ptr<ISource> element, std::shared_ptr<const IStep>) {
-  Note("CreateWrapper");
-  if (!Framework::Current().wrapperGivesElement_)
-    return {};
-  return {element, element, element};
+SourceInstance CreateWrapper(std::shared_ptr<ISource> element, StepConstPtr) {
+  return fake::Wrap<SourceInstance>(element);
 }
 
-VideoDecoderInstance CreateWrapper(std::shared_ptr<IVideoDecoder> element,
-                                   std::shared_ptr<const IStep>) {
-  Note("CreateWrapper");
-  if (!Framework::Current().wrapperGivesElement_)
-    return {};
-  return {element, element, element};
+VideoDecoderInstance CreateWrapper(std::shared_ptr<IVideoDecoder> element, StepConstPtr) {
+  return fake::Wrap<VideoDecoderInstance>(element);
 }
 
 InfoContainerConstPtr CreateInfoContainer(InfoConstPtr info, PackagingInfoConstPtr) {
@@ -482,9 +386,9 @@ SampleContainerConstPtr DuplicateSampleContainer(SampleContainerConstPtr contain
                                                  StreamIdToInfoMapConstPtr map) {
   Note("DuplicateSampleContainer");
   const SampleConstPtr sample = container->GetAllSamples().front();
-  const InfoConstPtr info = map->GetInfo(sample->GetStreamId());
-  return fake::MakeContainer({fake::MakeSample(
-      info->GetStreamId(), sample->GetChannelInfo()->GetChannels(), sample->GetData())});
+  const std::string streamId = map->GetInfo(sample->GetStreamId())->GetStreamId();
+  return fake::MakeContainer(
+      {fake::MakeSample(streamId, sample->GetChannelInfo()->GetChannels(), sample->GetData())});
 }
 
 }  // namespace qel

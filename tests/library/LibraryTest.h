@@ -2,21 +2,16 @@
 
 #include <gmock/gmock.h>
 
+#include <atomic>
 #include <functional>
-#include <memory>
-#include <new>
-#include <stdexcept>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "FakeFramework.h"
-#include "Player/ISample.h"
 #include "qel/QELRuntimeError.h"
 
 namespace fake {
-
-using Lines = std::vector<LogLine>;
-using Calls = std::vector<std::string>;
 
 // The text of the framework error that `act` throws; how it differs when it throws none.
 inline std::string ErrorOf(const std::function<void()>& act) {
@@ -46,17 +41,27 @@ inline Moravel::Time::TimePoint At(uint64_t count, uint64_t a, uint64_t b) {
   return Moravel::Time::TimePoint().FromRatio(count, a, b);
 }
 
-// What a call of the framework may throw, and whether it came out unchanged.
-struct Failure {
-  std::string name;
-  std::function<void()> raise;
+// Counts when one is taken while another is not over.
+struct Turns {
+  void Take() {
+    overlaps += inside++ != 0;
+    std::this_thread::yield();
+    --inside;
+  }
+
+  std::atomic<int> inside = 0;
+  std::atomic<int> overlaps = 0;
 };
 
-inline std::vector<Failure> Failures() {
-  return {{"runtime", [] { throw std::runtime_error("runtime"); }},
-          {"framework", [] { throw qel::QELRuntimeError("framework"); }},
-          {"other", [] { throw 7; }},
-          {"allocation", [] { throw std::bad_alloc(); }}};
+// Calls act(thread, 0), act(thread, 1)... in that many threads at once.
+inline void RunInThreads(int threads, int calls, const std::function<void(int, int)>& act) {
+  std::vector<std::jthread> running;
+  for (int thread = 0; thread < threads; ++thread) {
+    running.emplace_back([&act, thread, calls] {
+      for (int i = 0; i < calls; ++i)
+        act(thread, i);
+    });
+  }
 }
 
 class LibraryTest : public testing::Test {

@@ -23,9 +23,9 @@ const StorageId kStorage("server", 8080);
 const TrackId kOrderedTrack(kStorage, 12);
 
 qel::SampleContainerConstPtr OneSample() {
-  return fake::MakeContainer({fake::MakeSample("s", {0}, fake::MakeBuffer(1)),
-                              fake::MakeSample("t", {1}, fake::MakeBuffer(0))},
-                             qel::TimeLimits(qel::MediaTime(qel::EditRate(25, 1), 50, nullptr), 1));
+  return fake::MakeContainer(
+      {fake::MakeSample("s", {0}), fake::MakeSample("t", {1}, fake::MakeBuffer(0))},
+      qel::TimeLimits(qel::MediaTime(qel::EditRate(30000, 1001), 50, nullptr), 2));
 }
 
 class PreloaderTest : public fake::LibraryTest {
@@ -63,8 +63,8 @@ TEST_F(PreloaderTest, ServesAnOrderInFixedSteps) {
   ASSERT_EQ(queue_.outputs_.size(), 1u);
   EXPECT_EQ(queue_.outputs_[0].tp_, At(100, 1, 25));
   const ISample& sample = *queue_.outputs_[0].sample_;
-  EXPECT_EQ(sample.GetTimePoint(), At(50, 1, 25));
-  EXPECT_EQ(sample.GetDuration(), At(1, 1, 25));
+  EXPECT_EQ(sample.GetTimePoint(), At(50, 1001, 30000));
+  EXPECT_EQ(sample.GetDuration(), At(2, 1001, 30000));
   EXPECT_EQ(sample.GetDataKeys(), (std::set<std::string>{"s", "t"}));
   EXPECT_THAT(framework_.hostLog_, IsEmpty()) << "a success at Debug builds no text";
 
@@ -113,7 +113,7 @@ TEST_F(PreloaderTest, RefusesWhatItCannotServe) {
   ExpectRefused(Order(), ILogger::Level_Error, "Preload: UpdateConfig error: no such track");
 
   framework_.failAt_ = -1;
-  framework_.updatePrototype_ = false;
+  framework_.missing_ = "GetUpdateConfigPrototype";
   preloader_ = std::make_unique<QELPreloader>();
   preloader_->SetStorageSource(kStorage, source_, source_);
   EXPECT_THAT(framework_.frameworkLog_, IsEmpty());
@@ -123,17 +123,19 @@ TEST_F(PreloaderTest, RefusesWhatItCannotServe) {
 }
 
 TEST_F(PreloaderTest, AReadIsAsGoodAsItsFirstSample) {
-  const auto full = fake::MakeSample("full", {0}, fake::MakeBuffer(1));
+  const auto full = fake::MakeSample("full", {0});
   const auto empty = fake::MakeSample("empty", {0}, fake::MakeBuffer(0, "x"));
   const auto none = fake::MakeSample("none", {0}, nullptr);
-  for (const qel::SampleContainerConstPtr& container :
-       {qel::SampleContainerConstPtr(), fake::MakeContainer({}), fake::MakeContainer({empty, full}),
-        fake::MakeContainer({nullptr, full}), fake::MakeContainer({none, full})}) {
-    source_->read_ = [&] { return container; };
+  qel::SampleContainerConstPtr container;
+  source_->read_ = [&] { return container; };
+  for (const qel::SampleList& samples :
+       {qel::SampleList{}, {empty, full}, {nullptr, full}, {none, full}}) {
     EXPECT_EQ(preloader_->Preload(Order()), Result::SUCCESS_MISSING);
     EXPECT_EQ(queue_.outputs_.back().sample_, nullptr);
     EXPECT_EQ(queue_.outputs_.back().tp_, At(100, 1, 25));
+    container = fake::MakeContainer(samples);
   }
+  EXPECT_EQ(preloader_->Preload(Order()), Result::SUCCESS_MISSING);
   EXPECT_EQ(queue_.outputs_.size(), 5u);
 }
 
@@ -142,7 +144,7 @@ TEST_F(PreloaderTest, DestroysTheSampleThatNobodyTakes) {
   preloader_->SetExistingCacheUpdateQueues(&queues_);
   std::weak_ptr<const qel::ISampleContainer> read;
   source_->read_ = [&] {
-    auto container = OneSample();
+    const auto container = OneSample();
     read = container;
     return container;
   };
@@ -180,7 +182,7 @@ TEST_F(PreloaderTest, RemoveTrackTravelsInAConfigurationOfItsOwn) {
                           "UpdateConfig remove_track=12"));
   preloader_->RemoveTrackId(TrackId(StorageId("other", 1), 12));
   EXPECT_THAT(framework_.TakeCalls(), IsEmpty());
-  framework_.updatePrototype_ = false;
+  framework_.missing_ = "GetUpdateConfigPrototype";
   fake::ExpectCheck(framework_,
                     "[GetUpdateConfigPrototype failed (StorageSource)] [ Pointer is null ]",
                     kPreloaderFile, [&] { preloader_->RemoveTrackId(kOrderedTrack); });
@@ -206,12 +208,11 @@ TEST_F(PreloaderTest, InitSourceConfiguresANewElement) {
                           "SetInitConfig tcp_address=\"server\" tcp_port=8080 track_id=12"
                           " unix_domain_socket=\"\""));
 
-  framework_.wrapperGivesElement_ = false;
+  framework_.missing_ = "CreateWrapper";
   source = source_;
-  fake::LogLine last;
   EXPECT_EQ(fake::ErrorOf([&] { QELPreloader::InitSource(source, control, kOrderedTrack); }),
             "[mediaSource] [ Pointer is null ]");
-  framework_.initPrototype_ = false;
+  framework_.missing_ = "GetInitConfigPrototype";
   fake::ExpectCheck(
       framework_, "[GetInitConfigPrototype failed (StorageSource)] [ Pointer is null ]",
       kPreloaderFile, [&] { QELPreloader::InitSource(source, control, kOrderedTrack); });
@@ -221,33 +222,23 @@ TEST_F(PreloaderTest, InitSourceConfiguresANewElement) {
 // Preloads hold the one lock throughout: the framework never sees two at once, nor a configuration
 // of another order than the one it reads for.
 TEST_F(PreloaderTest, OrdersNeverOverlap) {
-  std::atomic<int> inside = 0;
-  std::atomic<int> overlaps = 0;
+  constexpr int kOrders = 300;
+  fake::Turns turns;
   source_->read_ = [&] {
-    overlaps += inside++ != 0;
-    std::this_thread::yield();
-    --inside;
+    turns.Take();
     return OneSample();
   };
-  constexpr int kOrders = 300;
-  {
-    std::vector<std::jthread> threads;
-    for (int t = 0; t < 3; ++t) {
-      threads.emplace_back([&] {
-        for (int i = 0; i < kOrders; ++i)
-          EXPECT_EQ(preloader_->Preload(Order()), Result::SUCCESS_EXIST);
-      });
+  fake::RunInThreads(4, kOrders, [&](int thread, int i) {
+    if (thread != 0) {
+      EXPECT_EQ(preloader_->Preload(Order()), Result::SUCCESS_EXIST);
+      return;
     }
-    threads.emplace_back([&] {
-      for (int i = 0; i < kOrders; ++i) {
-        const StorageId other("other", i);
-        preloader_->SetStorageSource(other, source_, source_);
-        preloader_->RemoveTrackId(TrackId(other, i));
-        EXPECT_TRUE(preloader_->RemoveStorageSource(other));
-      }
-    });
-  }
-  EXPECT_EQ(overlaps, 0);
+    const StorageId other("other", i);
+    preloader_->SetStorageSource(other, source_, source_);
+    preloader_->RemoveTrackId(TrackId(other, i));
+    EXPECT_TRUE(preloader_->RemoveStorageSource(other));
+  });
+  EXPECT_EQ(turns.overlaps, 0);
   EXPECT_EQ(queue_.outputs_.size(), size_t{3 * kOrders});
 }
 
