@@ -28,13 +28,31 @@ Size Halved(int halvings) {
   return {info.GetWidth() >> halvings, info.GetHeight() >> halvings};
 }
 
+struct Encoded {
+  explicit Encoded(const ISample& sample) {
+    data = sample.GetData(*sample.GetDataKeys().begin(), size);
+  }
+  const uint8_t* data;
+  uint64_t size = 0;
+};
+
+// The planar format that holds the clip's chroma as it is coded, as bare TurboJPEG delivers it.
+qel::FourCC PlanarFormat() {
+  const std::unique_ptr<void, int (*)(void*)> decoder(tjInitDecompress(), tjDestroy);
+  const Encoded encoded(*TheClip().cache_.samples_.front());
+  int width = 0, height = 0, subsampling = 0, colorspace = 0;
+  tjDecompressHeader3(decoder.get(), encoded.data, encoded.size, &width, &height, &subsampling,
+                      &colorspace);
+  return subsampling == TJSAMP_422 ? qel::FourCC_I422 : qel::FourCC_I420;
+}
+
 // A dispatcher with a decoder for each size.
 class Decoders {
  public:
   explicit Decoders(const std::vector<Size>& sizes) {
     for (const auto& [width, height] : sizes) {
       QELDecoder element;
-      QELSampleDecoder::InitJPEGDecoder(TheClip().track_->Source(), element, qel::FourCC_I420);
+      QELSampleDecoder::InitJPEGDecoder(TheClip().track_->Source(), element, PlanarFormat());
       const auto config = qel::CreateParametersCollectionInstance(qel::GetUpdateConfigPrototype(
           qel::ElementFactoryType_VideoDecoder, "qel", "video.mjpeg"));
       config->SetParamInt64("output_width", width);
@@ -72,14 +90,6 @@ class Cursor {
 
  private:
   size_t next_;
-};
-
-struct Encoded {
-  explicit Encoded(const ISample& sample) {
-    data = sample.GetData(*sample.GetDataKeys().begin(), size);
-  }
-  const uint8_t* data;
-  uint64_t size = 0;
 };
 
 // One picture at the first `sizes` of 1/1, 1/2, 1/4.

@@ -213,10 +213,10 @@ def play_and_watch(command):
 
 def memory(player, source, clips, count):
     """A one-hour track: how much more the player holds than one that plays next to nothing."""
-    hour = repeat_index(source, clips / "one-hour.avi", 3600 // 4)
+    hour = repeat_index(source, clips / "one-hour.avi", 3600 // 8)
     jobs, window = 2, 32
     picture = 1920 * 1080 * 3 // 2
-    sample = source.stat().st_size / 100
+    sample = source.stat().st_size / 200
     allowed = window * sample + (jobs + 2) * picture
     with Nginx({1: hour, 2: source}) as server:
         base = max(play_and_watch([str(player), "--quiet", "--window", "1", "--jobs", "1",
@@ -276,7 +276,7 @@ def suites(programs, clips, repetitions, seconds):
 
 
 def opening(programs, source, clips, repetitions, seconds):
-    long = repeat_index(source, clips / "hundred-thousand.avi", 100_000 // 100)
+    long = repeat_index(source, clips / "hundred-thousand.avi", 100_000 // 200)
     median = run_suite(programs / "elements-bench", [long], repetitions, seconds, "OpenTrack")
     note = "a track of 100,000 samples"
     return [Row("opening, bytes", "the bytes of its index",
@@ -307,12 +307,12 @@ def main():
     smoke = arguments.smoke
     repetitions, seconds, rounds = (1, 0.01, 1) if smoke else (5, 0.5, 5)
 
-    clips = [make_video(arguments.clips / f"{name}.avi", 4, quality, pixel_format)
-             for name, quality, pixel_format in (("1080p-420-small", 12, "yuvj420p"),
-                                                 ("1080p-420-large", 3, "yuvj420p"),
-                                                 ("1080p-422", 5, "yuvj422p"))]
+    clips = [make_video(arguments.clips / f"{name}.avi", 8, quality, pixel_format)
+             for name, quality, pixel_format in (("1080p-420-100KB", 9, "yuvj420p"),
+                                                 ("1080p-420-500KB", 4, "yuvj420p"),
+                                                 ("1080p-422-400KB", 5, "yuvj422p"))]
     for clip in clips:
-        print(f"{clip.stem}: {clip.stat().st_size // 100_000} KB a picture", file=sys.stderr)
+        print(f"{clip.stem}: {clip.stat().st_size // 200_000} KB a picture", file=sys.stderr)
     if smoke:
         clips = clips[:1]
     rows = suites(programs, clips, repetitions, seconds)

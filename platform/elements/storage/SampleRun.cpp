@@ -9,7 +9,7 @@ namespace qel {
 
 namespace {
 
-constexpr int64_t kMaxRunBytes = int64_t{64} << 20;
+constexpr int64_t kMaxRunBytes = int64_t{1} << 30;
 // Bytes between two samples that are read and thrown away rather than asked around.
 constexpr int64_t kMaxGapBytes = int64_t{1} << 20;
 // Complete samples that nobody took, above which the server is made to wait.

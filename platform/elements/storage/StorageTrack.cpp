@@ -9,7 +9,10 @@ namespace qel {
 
 namespace {
 
-constexpr int64_t kMaxRunSamples = 4096;
+// The first request of a sequence covers that many samples, and each next one that many times more:
+// every request costs a round trip, and what a jump leaves behind is what the kernel's buffers hold.
+constexpr int64_t kRunGrowth = 16;
+constexpr int64_t kMaxRunSamples = 65536;
 
 }  // namespace
 
@@ -71,7 +74,7 @@ std::optional<SampleBytes> StorageTrack::Read(int64_t number) {
 SampleBytes StorageTrack::ReadStored(int64_t number, bool isSequence) {
   if (!run_) {
     CheckPlace(number);
-    runSamples_ = isSequence ? std::min(runSamples_ * 2, kMaxRunSamples) : 1;
+    runSamples_ = isSequence ? std::min(runSamples_ * kRunGrowth, kMaxRunSamples) : 1;
     StartRun(number);
   }
   file_.Receive();
