@@ -8,41 +8,28 @@ using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
 
-namespace {
-
-constexpr uint8_t kFrame = 0xC0;
-constexpr uint8_t kStartOfScan = 0xDA;
-constexpr uint8_t kHuffmanTables = 0xC4;
-constexpr uint8_t kQuantizationTables = 0xDB;
-
-// The number that the test pictures carry, read from the picture's luma.
-int NumberOf(const VideoSampleConstPtr& picture) {
-  return Moravel::Test::ReadPictureNumber(picture->GetData()->GetInnerBuffer(), picture->GetWidth(),
-                                          picture->GetWidth(), picture->GetHeight());
-}
-
 Bytes CutTo(Bytes bytes, size_t size) {
   bytes.resize(size);
   return bytes;
 }
 
-}  // namespace
+Bytes Insert(Bytes bytes, size_t at, const Bytes& more) {
+  bytes.insert(bytes.begin() + ptrdiff_t(at), more.begin(), more.end());
+  return bytes;
+}
 
 TEST(DamageTest, DamagedPicturesAreShownWithOneWarning) {
   const Bytes whole = MakeJpeg({.width = 640, .height = 480, .number = 7});
   const size_t middle = (FindSegment(whole, kStartOfScan) + whole.size()) / 2;
   Bytes zeroed = whole;
   std::fill_n(zeroed.begin() + ptrdiff_t(middle), 40, uint8_t{0});
-  Bytes marked = whole;
-  marked[middle] = 0xFF;
-  marked[middle + 1] = 0xD9;
   const Bytes progressive = MakeProgressive(whole);
-  for (const Bytes& damaged : {zeroed, marked, CutTo(whole, middle), CutTo(whole, whole.size() - 2),
-                               CutTo(progressive, progressive.size() * 3 / 4)}) {
+  for (const Bytes& damaged :
+       {zeroed, Insert(whole, middle, {0xFF, 0xD9}), CutTo(whole, middle),
+        CutTo(whole, whole.size() - 2), CutTo(progressive, progressive.size() * 3 / 4)}) {
     TestDecoder decoder(NewTrack());
     const WarningLog log;
-    const VideoSampleConstPtr picture = decoder.Decode(damaged);
-    EXPECT_EQ(picture->GetData()->GetDataSize(), 640u * 480 * 3 / 2);
+    EXPECT_EQ(decoder.Decode(damaged)->GetData()->GetDataSize(), 640u * 480 * 3 / 2);
     EXPECT_THAT(log.Lines(), ElementsAre(HasSubstr("damaged")));
     EXPECT_EQ(NumberOf(decoder.Decode(whole)), 7);
     EXPECT_EQ(log.Lines().size(), 1u);
@@ -50,35 +37,22 @@ TEST(DamageTest, DamagedPicturesAreShownWithOneWarning) {
 }
 
 TEST(DamageTest, WhatCanNotBeDecodedThrowsAndLeavesNothingBehind) {
-  const Bytes first = MakeJpeg({.number = 1});
-  const Bytes second = MakeJpeg({.number = 2});
-  const Bytes progressive = MakeProgressive(second);
+  const Bytes first = MakeJpeg({.number = 1}), second = MakeJpeg({.number = 2});
+  const size_t frame = FindSegment(second, kBaselineFrame);
   // Damage first and then an error: there is no picture, although TurboJPEG calls it a warning.
-  Bytes warnedAndBroken = progressive;
-  const size_t afterScan = [&] {
-    size_t at = FindSegment(progressive, kStartOfScan) + 14;
-    while (progressive[at] != 0xFF || progressive[at + 1] == 0)
-      ++at;
-    return at;
-  }();
-  Bytes broken(40, 0x12);
-  broken.insert(broken.end(), {0xFF, kStartOfScan, 0, 3, 9});
-  warnedAndBroken.insert(warnedAndBroken.begin() + ptrdiff_t(afterScan), broken.begin(),
-                         broken.end());
-  Bytes warnedAndUnknown = second;  // foreign bytes, then a subsampling of 3:1
-  const size_t frame = FindSegment(second, kFrame);
-  warnedAndUnknown[frame + 11] = 0x31;
-  warnedAndUnknown.insert(warnedAndUnknown.begin() + ptrdiff_t(frame), {1, 2, 3});
-  const Bytes garbage(1000, 0x55);
-  const Bytes tablesOnly = [&] {
-    Bytes bytes = CutTo(second, FindSegment(second, kFrame));
-    bytes.insert(bytes.end(), {0xFF, 0xD9});
-    return bytes;
-  }();
+  const Bytes progressive = MakeProgressive(second);
+  size_t afterScan = FindSegment(progressive, kStartOfScan) + 14;
+  while (progressive[afterScan] != 0xFF || progressive[afterScan + 1] == 0)
+    ++afterScan;
+  const Bytes broken = Insert(Bytes(40, 0x12), 40, {0xFF, kStartOfScan, 0, 3, 9});
+  Bytes unknown = second;  // a subsampling of 3:1
+  unknown[frame + 11] = 0x31;
   TestDecoder decoder(NewTrack());
   for (const Bytes& bytes :
-       {Bytes(), Bytes{0xFF}, garbage, tablesOnly, warnedAndUnknown, CutTo(second, 100),
-        warnedAndBroken, CutTo(second, FindSegment(second, kStartOfScan) + 1),
+       {Bytes(), Bytes{0xFF}, Bytes(1000, 0x55), Insert(CutTo(second, frame), frame, {0xFF, 0xD9}),
+        Insert(unknown, frame, {1, 2, 3}), CutTo(second, 100),
+        Insert(progressive, afterScan, broken),
+        CutTo(second, FindSegment(second, kStartOfScan) + 1),
         WithoutSegments(second, kQuantizationTables)}) {
     decoder.filter_->PushSample(NewContainer(NewBuffer(first)));
     EXPECT_THROW(decoder.filter_->PushSample(NewContainer(NewBuffer(bytes))), QELRuntimeError);
@@ -101,31 +75,27 @@ TEST(DamageTest, PicturesWithoutHuffmanTablesMeanTheDefaultOnes) {
 
 TEST(DamageTest, WhatFollowsThePictureIsLeftAlone) {
   const Bytes first = MakeJpeg({.number = 4, .avi1Polarity = 1});
-  const Bytes second = MakeJpeg({.number = 5, .avi1Polarity = 2});
   TestDecoder decoder(NewTrack());
   const WarningLog log;
-  for (const Bytes& tail : {second, Bytes(100, 0), Bytes(100, 0xFF)}) {
-    Bytes both = first;
-    both.insert(both.end(), tail.begin(), tail.end());
-    EXPECT_EQ(NumberOf(decoder.Decode(both)), 4);
-  }
+  for (const Bytes& tail :
+       {MakeJpeg({.number = 5, .avi1Polarity = 2}), Bytes(100, 0), Bytes(100, 0xFF)})
+    EXPECT_EQ(NumberOf(decoder.Decode(Insert(first, first.size(), tail))), 4);
   EXPECT_THAT(log.Lines(), IsEmpty());
 }
 
 TEST(DamageTest, OnePushGivesOnePicture) {
   TestDecoder decoder(NewTrack());
+  const SampleContainerConstPtr one = NewContainer(NewBuffer(MakeJpeg({.number = 1})));
+  const SampleConstPtr sample = one->GetAllSamples().front();
   EXPECT_EQ(decoder.filter_->GetSample(), nullptr);
-  decoder.filter_->PushSample(NewContainer(NewBuffer(MakeJpeg({.number = 1}))));
+  decoder.filter_->PushSample(one);
   EXPECT_EQ(NumberOf(decoder.Decode(MakeJpeg({.number = 2}))), 2);
   EXPECT_EQ(decoder.filter_->GetSample(), nullptr);
-
-  const SampleConstPtr sample =
-      NewContainer(NewBuffer(MakeJpeg({.number = 3})))->GetAllSamples().front();
-  decoder.filter_->PushSample(NewContainer(sample->GetData()));
   for (const SampleContainerConstPtr& container :
        {SampleContainerConstPtr(), CreateSampleContainer(SampleList{}, {}),
         CreateSampleContainer(SampleList{nullptr}, {}), NewContainer(nullptr),
         CreateSampleContainer(SampleList{sample, sample}, {})}) {
+    decoder.filter_->PushSample(one);
     EXPECT_THROW(decoder.filter_->PushSample(container), QELRuntimeError);
     EXPECT_EQ(decoder.filter_->GetSample(), nullptr);
   }

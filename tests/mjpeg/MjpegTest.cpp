@@ -1,8 +1,5 @@
 #include "mjpeg/MjpegTest.h"
 
-#include <algorithm>
-#include <stdexcept>
-
 #include "elements/mjpeg/MotionJpegDecoder.h"
 #include "qel/WorkflowStepImplementation.h"
 #include "qelCore/LoggerWriter.h"
@@ -11,13 +8,10 @@ namespace qel::mjpeg {
 
 namespace {
 
-struct CloseHandle {
-  void operator()(void* handle) const { tjDestroy(handle); }
-};
-using Handle = std::unique_ptr<void, CloseHandle>;
+using Handle = std::unique_ptr<void, decltype(&tjDestroy)>;
 
-ParametersCollectionInstancePtr NewConfig(decltype(GetInitConfigPrototype) prototype) {
-  return prototype(ElementFactoryType_VideoDecoder, "qel", "video.mjpeg")->CreateInstance();
+size_t SegmentBytes(const Bytes& jpeg, size_t at) {
+  return 2 + (size_t{jpeg.at(at + 2)} << 8 | jpeg.at(at + 3));
 }
 
 }  // namespace
@@ -32,18 +26,17 @@ BufferConstPtr NewBuffer(Bytes bytes) {
 }
 
 SampleContainerConstPtr NewContainer(BufferConstPtr data) {
-  static const InfoConstPtr info = NewTrack();
-  return CreateSampleContainer(CreateSample(info, CreateChannelInfo(0), std::move(data)), nullptr);
+  return CreateSampleContainer(CreateSample(NewTrack(), CreateChannelInfo(0), std::move(data)),
+                               nullptr);
 }
 
 Bytes MakeProgressive(const Bytes& jpeg) {
-  const Handle handle(tjInitTransform());
+  const Handle handle(tjInitTransform(), &tjDestroy);
   tjtransform transform = {};
   transform.options = TJXOPT_PROGRESSIVE;
   unsigned char* data = nullptr;
   unsigned long size = 0;
-  if (tjTransform(handle.get(), jpeg.data(), jpeg.size(), 1, &data, &size, &transform, 0) != 0)
-    throw std::runtime_error(tjGetErrorStr2(handle.get()));
+  tjTransform(handle.get(), jpeg.data(), jpeg.size(), 1, &data, &size, &transform, 0);
   const Bytes progressive(data, data + size);
   tjFree(data);
   return progressive;
@@ -51,53 +44,53 @@ Bytes MakeProgressive(const Bytes& jpeg) {
 
 size_t FindSegment(const Bytes& jpeg, uint8_t marker) {
   size_t at = 2;
-  while (jpeg.at(at + 1) != marker)
-    at += 2 + (size_t{jpeg.at(at + 2)} << 8 | jpeg.at(at + 3));
+  while (jpeg.at(at + 1) != marker && jpeg.at(at + 1) != kStartOfScan)
+    at += SegmentBytes(jpeg, at);
   return at;
 }
 
-Bytes WithoutSegments(const Bytes& jpeg, uint8_t marker) {
-  constexpr uint8_t kStartOfScan = 0xDA;
-  Bytes result(jpeg.begin(), jpeg.begin() + 2);
-  size_t at = 2;
-  while (jpeg.at(at + 1) != kStartOfScan) {
-    const size_t end = at + 2 + (size_t{jpeg.at(at + 2)} << 8 | jpeg.at(at + 3));
-    if (jpeg.at(at + 1) != marker)
-      result.insert(result.end(), &jpeg[at], &jpeg[end]);
-    at = end;
+Bytes WithoutSegments(Bytes jpeg, uint8_t marker) {
+  for (size_t at = 0; jpeg.at((at = FindSegment(jpeg, marker)) + 1) == marker;) {
+    const auto begin = jpeg.begin() + ptrdiff_t(at);
+    jpeg.erase(begin, begin + ptrdiff_t(SegmentBytes(jpeg, at)));
   }
-  result.insert(result.end(), &jpeg[at], jpeg.data() + jpeg.size());
-  return result;
+  return jpeg;
 }
 
-Bytes ReferencePixels(const Bytes& jpeg, int pixelFormat) {
-  const Handle handle(tjInitDecompress());
-  int width = 0, height = 0, subsampling = 0, colorSpace = 0;
-  tjDecompressHeader3(handle.get(), jpeg.data(), jpeg.size(), &width, &height, &subsampling,
-                      &colorSpace);
+Bytes ReferencePixels(const Bytes& jpeg, int width, int height, int pixelFormat) {
+  const Handle handle(tjInitDecompress(), &tjDestroy);
   Bytes pixels(size_t(width * height * tjPixelSize[pixelFormat]));
   tjDecompress2(handle.get(), jpeg.data(), jpeg.size(), pixels.data(), width, 0, height,
                 pixelFormat, 0);
   return pixels;
 }
 
-TestDecoder::TestDecoder(InfoConstPtr track, FourCC fourCC, int width, int height) {
+MediaFilterPtr NewElement(VideoDecoderControlPtr* control) {
   RegisterMotionJpegDecoder();
-  std::tie(filter_, control_, std::ignore) =
+  const auto instance =
       ImplementElement<ElementFactoryType_VideoDecoder>("qel", "video.mjpeg", nullptr);
-  SetOutputFourCC(fourCC);
+  if (control != nullptr)
+    *control = std::get<1>(instance);
+  return std::get<0>(instance);
+}
+
+ParametersCollectionInstancePtr NewInitConfig(FourCC fourCC) {
+  const auto config = GetInitConfigPrototype(ElementFactoryType_VideoDecoder, "qel", "video.mjpeg")
+                          ->CreateInstance();
+  config->SetParamFourCC("OutputFourCC", fourCC);
+  return config;
+}
+
+TestDecoder::TestDecoder(InfoConstPtr track, FourCC fourCC, int width, int height) {
+  filter_->SetInitConfig(NewInitConfig(fourCC));
   SetOutputSize(width, height);
   filter_->DefineInput(CreateInfoContainer(std::move(track), nullptr), "");
 }
 
-void TestDecoder::SetOutputFourCC(FourCC fourCC) {
-  const auto config = NewConfig(GetInitConfigPrototype);
-  config->SetParamFourCC("OutputFourCC", fourCC);
-  filter_->SetInitConfig(config);
-}
-
 void TestDecoder::SetOutputSize(int64_t width, int64_t height) {
-  const auto config = NewConfig(GetUpdateConfigPrototype);
+  const auto config =
+      GetUpdateConfigPrototype(ElementFactoryType_VideoDecoder, "qel", "video.mjpeg")
+          ->CreateInstance();
   config->SetParamInt64("output_width", width);
   config->SetParamInt64("output_height", height);
   control_->UpdateConfig(config);
@@ -111,6 +104,11 @@ VideoSampleConstPtr TestDecoder::Decode(const BufferConstPtr& encoded) {
 Bytes BytesOf(const VideoSampleConstPtr& picture) {
   const BufferConstPtr data = picture->GetData();
   return Bytes(data->GetInnerBuffer(), data->GetInnerBuffer() + data->GetDataSize());
+}
+
+int NumberOf(const VideoSampleConstPtr& picture) {
+  return Moravel::Test::ReadPictureNumber(picture->GetData()->GetInnerBuffer(), picture->GetWidth(),
+                                          picture->GetWidth(), picture->GetHeight());
 }
 
 class WarningLog::Writer : public ILoggerWriter {
