@@ -7,13 +7,14 @@
 #include <regex>
 #include <thread>
 
+#include "elements/mjpeg/JpegPicture.h"
+
 namespace Moravel::Play {
 
 namespace {
 
 using orl::mv::logging::ILogger;
 
-constexpr int kMaxSide = 16384;
 constexpr double kMaxSeconds = 1e9;
 constexpr int64_t kMaxCount = 1'000'000'000'000;
 
@@ -75,9 +76,10 @@ Size ParseSize(const std::string& text) {
   Size size;
   if (std::regex_match(text, match, form))
     size = {std::stoi(match[1]), std::stoi(match[2])};
-  if (size.width < 1 || size.height < 1 || size.width > kMaxSide || size.height > kMaxSide) {
+  if (!qel::mjpeg::IsWithinLimits(size.width, size.height)) {
     throw UsageError("--size " + text + ": must be WIDTHxHEIGHT, each from 1 to " +
-                     std::to_string(kMaxSide) + ", as in 640x360");
+                     std::to_string(qel::mjpeg::kMaxPictureSide) + " and at most " +
+                     std::to_string(qel::mjpeg::kMaxPicturePixels) + " pixels, as in 640x360");
   }
   return size;
 }

@@ -106,7 +106,7 @@ TEST(Options, RefusesWhatDoesNotFitTogether) {
       {{}, "TRACK"},
       {{"a", "--size", "12"}, "--size 12"},
       {{"a", "--size", "0x5"}, "0x5"},
-      {{"a", "--size", "99999x5"}, "16384"},
+      {{"a", "--size", "99999x5"}, "8192"},
       {{"a", "--format", "V210"}, "I420"},
       {{"a", "--order", "sideways"}, "reverse"},
       {{"a", "--log-level", "loud"}, "warning"},
