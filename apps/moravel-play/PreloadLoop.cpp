@@ -1,5 +1,6 @@
 #include "PreloadLoop.h"
 
+#include <algorithm>
 #include <chrono>
 #include <condition_variable>
 #include <mutex>
@@ -12,8 +13,8 @@ namespace Moravel::Play {
 
 namespace {
 
-// A server that comes back within some seconds costs a few pictures; after that many failures in
-// a row its tracks are given up.
+// A server that comes back within some seconds costs a few pictures. After that many failures in a
+// row of the server its tracks are given up, and of a track, that track alone.
 constexpr int kMaxFailuresInARow = 10;
 constexpr std::chrono::milliseconds kPauseAfterFailure{100};
 
@@ -71,6 +72,7 @@ bool PreloadLoop::PreloadOne(PlayingTrack& track, int64_t position, std::stop_to
   if (answer.failed)
     return GoOnAfterFailure(track, position, answer, stop);
   failuresInARow_ = 0;
+  failuresOfTrack_.erase(&track);
   return true;
 }
 
@@ -99,8 +101,9 @@ bool PreloadLoop::GoOnAfterFailure(PlayingTrack& track, int64_t position, const 
     PrintProblem(track.facts.name + ": sample " +
                  std::to_string(track.facts.sequence.SampleAt(position)) + ": " + answer.reason);
   }
-  if (++failuresInARow_ < kMaxFailuresInARow) {
-    Pause(kPauseAfterFailure * failuresInARow_, stop);
+  const int failures = std::max(++failuresInARow_, ++failuresOfTrack_[&track]);
+  if (failures < kMaxFailuresInARow) {
+    Pause(kPauseAfterFailure * failures, stop);
     return true;
   }
   const int64_t left = track.facts.sequence.Count() - position - 1;

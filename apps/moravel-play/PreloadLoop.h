@@ -1,5 +1,6 @@
 #pragma once
 
+#include <map>
 #include <stop_token>
 
 #include "TrackSetup.h"
@@ -27,7 +28,8 @@ class PreloadLoop {
 
   PlayingServer& server_;
   WorkQueue& queue_;
-  int failuresInARow_ = 0;
+  int failuresInARow_ = 0;                              // of the server
+  std::map<const PlayingTrack*, int> failuresOfTrack_;  // of those whose last order failed
 };
 
 }  // namespace Moravel::Play
