@@ -21,9 +21,11 @@ double MegabytesPerSecond(const TrackStatistics& statistics) {
 
 template <typename... Values>
 std::string Line(const char* format, Values... values) {
-  char text[256];
-  std::snprintf(text, sizeof text, format, values...);
-  return text + std::string("\n");
+  const int length = std::snprintf(nullptr, 0, format, values...);
+  std::string text(static_cast<size_t>(length) + 1, '\0');  // a name may be as long as a path
+  std::snprintf(text.data(), text.size(), format, values...);
+  text.back() = '\n';
+  return text;
 }
 
 long long Wide(int64_t value) {
