@@ -26,5 +26,7 @@ check() {
   build dev
   make_clip
   tests/consumer/check.sh build/dev "$clip"
+  say "benchmarks, as briefly as can be"
+  bench --smoke
   say "all checks passed"
 }
