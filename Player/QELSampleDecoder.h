@@ -44,10 +44,10 @@ class MORAVEL_PLAYER_API QELSampleDecoder : public ISampleDecoder {
     qel::SampleContainerConstPtr ConvertSampleContainer(
         qel::SampleContainerConstPtr inputSampleContainer) const {
       QEL_CHECK_POINTER(inputSampleContainer, "sample container");
-      QEL_CHECK_POINTER(_info, "_info");
       const qel::StreamIdToInfoMapPtr streamIdToInfoMap = qel::CreateStreamIdToInfoMap();
       const qel::SampleList inputSamples = inputSampleContainer->GetAllSamples();
       QEL_CHECK_CONDITION(inputSamples.size() == 1, "inputSamples size must be 1");
+      QEL_CHECK_POINTER(_info, "_info");
       for (const qel::SampleConstPtr& sample : inputSamples) {
         QEL_CHECK_POINTER(sample, "sample");
         streamIdToInfoMap->AddInfo(sample->GetStreamId(), _info);
