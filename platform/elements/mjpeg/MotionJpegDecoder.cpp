@@ -4,6 +4,7 @@
 #include <memory>
 #include <mutex>
 #include <span>
+#include <string>
 #include <utility>
 
 #include "elements/mjpeg/JpegPicture.h"
@@ -60,6 +61,15 @@ SampleConstPtr OnlySample(const SampleContainerConstPtr& container) {
                  << samples.size() << " samples"));
   }
   return samples.front();
+}
+
+// The stream is the decoder's, whichever field came: the channel tells them apart.
+std::string NameOf(const ISample& sample) {
+  const std::string stream = "motion-JPEG picture of stream \"" + sample.GetStreamId() + "\"";
+  const ChannelInfoConstPtr info = sample.GetChannelInfo();
+  return info && !info->GetChannels().empty()
+             ? QEL_TEXT(stream << ", channel " << info->GetChannels().front() << ",")
+             : stream;
 }
 
 // Decodes at the size and with the planes that serve all of the outputs.
@@ -124,10 +134,8 @@ class MotionJpegDecoder : public IVideoDecoder {
     const YuvPictureConstPtr picture = SharedPictures::Instance().Get(
         track_, encoded, {outputSize_, outputFourCC_},
         [&encoded](const WantedOutputs& outputs) { return DecodePlanes(*encoded, outputs); });
-    if (!picture->damage.empty()) {
-      QEL_LOG(QEL_WARNING, "motion-JPEG picture of stream \""
-                               << sample.GetStreamId() << "\" is damaged: " << picture->damage);
-    }
+    if (!picture->damage.empty())
+      QEL_LOG(QEL_WARNING, NameOf(sample) << " is damaged: " << picture->damage);
     const Size size = outputSize_ == Size{} ? picture->codedSize : outputSize_;
     BufferConstPtr output = MakeOutputPicture(*picture, outputFourCC_, size);
     return CreateSampleContainer(
