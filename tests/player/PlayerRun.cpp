@@ -6,6 +6,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <fstream>
 #include <iterator>
@@ -44,17 +45,12 @@ PlayerRun::~PlayerRun() {
   }
 }
 
-std::string PlayerRun::ReadLine() {
-  std::string line;
-  for (char c = 0; ::read(output_, &c, 1) == 1 && c != '\n';)
-    line += c;
-  return line;
-}
-
-std::string PlayerRun::ReadAll() {
+std::string PlayerRun::Read(size_t most) {
   std::string all;
   char part[65536];
-  for (ssize_t length = 0; (length = ::read(output_, part, sizeof part)) > 0;)
+  for (ssize_t length = 0;
+       all.size() < most &&
+       (length = ::read(output_, part, std::min(sizeof part, most - all.size()))) > 0;)
     all.append(part, static_cast<size_t>(length));
   return all;
 }
@@ -69,16 +65,9 @@ void PlayerRun::Signal(int signal) const {
   ::kill(process_, signal);
 }
 
-int PlayerRun::TryWait() {
+int PlayerRun::Wait(int options) {
   int status = 0;
-  if (exitCode_ < 0 && ::waitpid(process_, &status, WNOHANG) == process_)
-    exitCode_ = WIFEXITED(status) ? WEXITSTATUS(status) : 1000 + WTERMSIG(status);
-  return exitCode_;
-}
-
-int PlayerRun::Wait() {
-  int status = 0;
-  if (exitCode_ < 0 && ::waitpid(process_, &status, 0) == process_)
+  if (exitCode_ < 0 && ::waitpid(process_, &status, options) == process_)
     exitCode_ = WIFEXITED(status) ? WEXITSTATUS(status) : 1000 + WTERMSIG(status);
   return exitCode_;
 }
@@ -90,7 +79,7 @@ std::string PlayerRun::Errors() const {
 
 RunResult Play(std::vector<std::string> arguments) {
   PlayerRun run(std::move(arguments));
-  std::string output = run.ReadAll();
+  std::string output = run.Read();
   const int exitCode = run.Wait();
   return {exitCode, std::move(output), run.Errors()};
 }

@@ -2,6 +2,7 @@
 
 #include <sys/types.h>
 
+#include <cstdint>
 #include <filesystem>
 #include <string>
 #include <vector>
@@ -18,13 +19,12 @@ class PlayerRun {
   PlayerRun(const PlayerRun&) = delete;
   PlayerRun& operator=(const PlayerRun&) = delete;
 
-  std::string ReadLine();
-  std::string ReadAll();
+  // What it writes, to the end or so many bytes.
+  std::string Read(size_t most = SIZE_MAX);
   void CloseOutput();
   void Signal(int signal) const;
-  // The exit code once the program has ended, -1 before that.
-  int TryWait();
-  int Wait();
+  // The exit code; with WNOHANG, -1 before the program has ended.
+  int Wait(int options = 0);
 
   // After the end.
   std::string Errors() const;

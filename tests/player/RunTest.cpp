@@ -1,6 +1,7 @@
 #include <cairo.h>
 #include <gmock/gmock.h>
 #include <signal.h>
+#include <sys/wait.h>
 
 #include <algorithm>
 #include <fstream>
@@ -20,10 +21,7 @@ using ::testing::AllOf;
 using ::testing::HasSubstr;
 using ::testing::StartsWith;
 
-constexpr int kUsage = 2;
-constexpr int kUnreadable = 3;
-constexpr int kUnwritable = 4;
-constexpr int kInterrupted = 130;
+constexpr int kUsage = 2, kUnreadable = 3, kUnwritable = 4, kInterrupted = 130;
 
 int Lines(const std::string& text) {
   return static_cast<int>(std::count(text.begin(), text.end(), '\n'));
@@ -31,29 +29,23 @@ int Lines(const std::string& text) {
 
 // A picture file.
 struct Png {
-  explicit Png(const std::filesystem::path& file)
-      : surface(cairo_image_surface_create_from_png(file.c_str()), cairo_surface_destroy),
-        width(cairo_image_surface_get_width(surface.get())),
-        height(cairo_image_surface_get_height(surface.get())) {}
-
-  int Number() const {
-    std::vector<uint8_t> luma;
-    for (int y = 0; y < height; ++y) {
-      const uint8_t* pixel = Row(y);
-      for (int x = 0; x < width; ++x, pixel += 4)
-        luma.push_back(
-            static_cast<uint8_t>((114 * pixel[0] + 587 * pixel[1] + 299 * pixel[2]) / 1000));
+  explicit Png(const std::filesystem::path& file) {
+    cairo_surface_t* const surface = cairo_image_surface_create_from_png(file.c_str());
+    width = cairo_image_surface_get_width(surface);
+    height = cairo_image_surface_get_height(surface);
+    for (int i = 0; i < width * height; ++i) {
+      const uint8_t* const pixel = cairo_image_surface_get_data(surface) + i % width * 4 +
+                                   i / width * cairo_image_surface_get_stride(surface);
+      colours.insert(colours.end(), pixel, pixel + 3);
+      luma.push_back(uint8_t((114 * pixel[0] + 587 * pixel[1] + 299 * pixel[2]) / 1000));
     }
-    return ReadPictureNumber(luma.data(), width, width, height);
-  }
-  const uint8_t* Row(int y) const {
-    return cairo_image_surface_get_data(surface.get()) +
-           y * cairo_image_surface_get_stride(surface.get());
+    cairo_surface_destroy(surface);
   }
 
-  std::unique_ptr<cairo_surface_t, decltype(&cairo_surface_destroy)> surface;
-  int width;
-  int height;
+  int Number() const { return ReadPictureNumber(luma.data(), width, width, height); }
+
+  std::vector<uint8_t> colours, luma;
+  int width, height;
 };
 
 // A stream of raw pictures: its header, and the number in each picture.
@@ -82,11 +74,17 @@ std::vector<int> Range(int first, int count) {
   return numbers;
 }
 
+// A track of a server that is no longer there.
+std::string DeadTrack() {
+  const Player::StorageServer server{Player::StorageServer::Options()};
+  return "127.0.0.1:" + std::to_string(server.Port()) + ":T1";
+}
+
 class Run : public ::testing::Test {
  protected:
   std::string MakeTrack(const std::string& name, ClipSpec spec = {}) {
     spec.file = folder_ / name;
-    MakeClip(spec);
+    clip_ = MakeClip(spec);
     return spec.file.string();
   }
 
@@ -100,7 +98,17 @@ class Run : public ::testing::Test {
     return json;
   }
 
+  Y4m PlayY4m(std::vector<std::string> arguments, int width, int height) {
+    arguments.insert(arguments.end(), {"--y4m", "-", "--quiet"});
+    const RunResult result = Play(arguments);
+    EXPECT_EQ(result.exitCode, 0) << result.errors;
+    const Y4m video(result.output, width, height);
+    EXPECT_EQ(video.bytesLeft, 0u);
+    return video;
+  }
+
   TempFolder folder_;
+  Clip clip_;
   std::string errors_;
 };
 
@@ -109,10 +117,8 @@ TEST_F(Run, WrongInputGetsOneLineAndItsExitCode) {
   const std::string text = folder_ / "text.avi";
   std::ofstream(text) << "not a picture in sight";
   std::ofstream(folder_ / "empty.avi");
-  uint16_t deadPort = 0;
-  { deadPort = Player::StorageServer(Player::StorageServer::Options()).Port(); }
-  Player::StorageServer live{Player::StorageServer::Options()};
-  const std::string dead = "127.0.0.1:" + std::to_string(deadPort) + ":T1";
+  const std::string dead = DeadTrack();
+  const Player::StorageServer live{Player::StorageServer::Options()};
   const std::string unknown = "127.0.0.1:" + std::to_string(live.Port()) + ":T9";
   const struct {
     std::vector<std::string> arguments;
@@ -175,49 +181,36 @@ TEST_F(Run, PlaysSeveralTracksInSeveralSizes) {
 TEST_F(Run, WritesRawVideoInTheOrderOfPlay) {
   const std::string clip =
       MakeTrack("clip.avi", {.file = {}, .width = 65, .height = 47, .pictures = 40});
-  const struct {
-    std::vector<std::string> options;
-    std::vector<int> numbers;
-  } cases[] = {
-      {{}, Range(0, 40)},
-      {{"--start", "0.4", "--count", "5"}, Range(10, 5)},
-      {{"--start", "1", "--duration", "0.2", "--window", "1"}, Range(25, 5)},
-  };
-  for (const auto& test : cases) {
-    std::vector<std::string> arguments = {clip, "--y4m", "-", "--jobs", "8", "--quiet"};
-    arguments.insert(arguments.end(), test.options.begin(), test.options.end());
-    const RunResult result = Play(arguments);
-    EXPECT_EQ(result.exitCode, 0) << result.errors;
-    const Y4m video(result.output, 65, 47);
-    EXPECT_EQ(video.header, "YUV4MPEG2 W65 H47 F25:1 Ip A1:1 C420jpeg XCOLORRANGE=FULL\n");
-    EXPECT_EQ(video.numbers, test.numbers);
-    EXPECT_EQ(video.bytesLeft, 0u);
-  }
   std::vector<int> reverse = Range(0, 40);
   std::reverse(reverse.begin(), reverse.end());
-  EXPECT_EQ(Y4m(Play({clip, "--y4m", "-", "--order", "reverse", "--quiet"}).output, 65, 47).numbers,
-            reverse);
-  std::vector<int> random =
-      Y4m(Play({clip, "--y4m", "-", "--order", "random", "--quiet"}).output, 65, 47).numbers;
+  const std::pair<std::vector<std::string>, std::vector<int>> cases[] = {
+      {{clip, "--jobs", "8"}, Range(0, 40)},
+      {{clip, "--start", "0.4", "--count", "5"}, Range(10, 5)},
+      {{clip, "--start", "1", "--duration", "0.2", "--window", "1"}, Range(25, 5)},
+      {{clip, "--order", "reverse"}, reverse}};
+  for (const auto& [arguments, numbers] : cases) {
+    const Y4m video = PlayY4m(arguments, 65, 47);
+    EXPECT_EQ(video.header, "YUV4MPEG2 W65 H47 F25:1 Ip A1:1 C420jpeg XCOLORRANGE=FULL\n");
+    EXPECT_EQ(video.numbers, numbers);
+  }
+  const std::vector<int> random = PlayY4m({clip, "--order", "random"}, 65, 47).numbers;
   EXPECT_NE(random, Range(0, 40));
-  std::sort(random.begin(), random.end());
-  EXPECT_EQ(random, Range(0, 40));
+  EXPECT_THAT(random, ::testing::UnorderedElementsAreArray(Range(0, 40)));
 }
 
 TEST_F(Run, ShowsTheFieldsOfInterlacedTracks) {
   for (const bool bottomFirst : {false, true}) {
     const std::string clip =
         MakeTrack("fields.avi", {.file = {}, .interlaced = true, .bottomFirst = bottomFirst});
-    const Y4m both(Play({clip, "--fields", "--y4m", "-", "--quiet"}).output, 64, 24);
+    const Y4m both = PlayY4m({clip, "--fields"}, 64, 24);
     EXPECT_EQ(both.header, "YUV4MPEG2 W64 H24 F50:1 Ip A1:2 C420jpeg XCOLORRANGE=FULL\n");
     EXPECT_EQ(both.numbers, Range(0, 20));
-    const Y4m top(Play({clip, "--y4m", "-", "--quiet", "--count", "2"}).output, 64, 24);
+    const Y4m top = PlayY4m({clip, "--count", "2"}, 64, 24);
     EXPECT_EQ(top.header, "YUV4MPEG2 W64 H24 F25:1 Ip A1:2 C420jpeg XCOLORRANGE=FULL\n");
     EXPECT_EQ(top.numbers, (std::vector<int>{0, 2}));
-    const std::string png = folder_ / "png";
-    EXPECT_EQ(Play({clip, "--fields", "--png", png}).exitCode, 0);
-    EXPECT_EQ(Png(png + "/track1-64x24-000003-top.png").Number(), 6);
-    EXPECT_EQ(Png(png + "/track1-64x24-000003-bottom.png").Number(), 7);
+    EXPECT_EQ(Play({clip, "--fields", "--png", folder_ / "png"}).exitCode, 0);
+    EXPECT_EQ(Png(folder_ / "png/track1-64x24-000003-top.png").Number(), 6);
+    EXPECT_EQ(Png(folder_ / "png/track1-64x24-000003-bottom.png").Number(), 7);
   }
 }
 
@@ -232,39 +225,33 @@ TEST_F(Run, ShowsTheSamePictureInEveryFormat) {
   for (const char* format :
        {"I420", "YV12", "I422", "YV16", "YUYV", "YVYU", "UYVY", "BGRA", "RGB3", "RGBA"}) {
     const Png png = show(format);
-    ASSERT_EQ(png.height, 47) << format;
-    int64_t difference = 0;
-    for (int y = 0; y < 47; ++y) {
-      for (int x = 0; x < 65 * 4; ++x)
-        difference += x % 4 == 3 ? 0 : std::abs(png.Row(y)[x] - reference.Row(y)[x]);
-    }
-    EXPECT_LT(static_cast<double>(difference) / (65 * 47 * 3), 2.0) << format;
+    ASSERT_EQ(png.colours.size(), 65u * 47 * 3) << format;
+    double difference = 0;
+    for (size_t i = 0; i < png.colours.size(); ++i)
+      difference += std::abs(png.colours[i] - reference.colours[i]);
+    EXPECT_LT(difference / double(png.colours.size()), 2.0) << format;
   }
   EXPECT_EQ(show("Y800").Number(), 0);
 }
 
 TEST_F(Run, CountsWhatIsMissingAndDamaged) {
-  ClipSpec spec;
-  spec.file = folder_ / "clip.avi";
-  const Clip clip = MakeClip(spec);
-  auto json = PlayJson({spec.file, "--count", "14"}, 1);
+  const std::string file = MakeTrack("clip.avi");
+  auto json = PlayJson({file, "--count", "14"}, 1);
   EXPECT_EQ(json["tracks"][0]["preloaded"], 10);
   EXPECT_EQ(json["tracks"][0]["missing"], 4);
 
   // One picture loses its header, another one the end of its data.
-  std::fstream file(spec.file, std::ios::in | std::ios::out | std::ios::binary);
-  const std::string bytes((std::istreambuf_iterator<char>(file)), {});
+  std::fstream stream(file, std::ios::in | std::ios::out | std::ios::binary);
+  const std::string bytes((std::istreambuf_iterator<char>(stream)), {});
   const auto overwrite = [&](size_t number, size_t from, size_t count) {
-    const std::vector<uint8_t>& sample = clip.samples[number];
-    file.seekp(
-        static_cast<std::streamoff>(bytes.find(std::string(sample.begin(), sample.end())) + from));
-    file << std::string(count, '\xff');
+    const std::vector<uint8_t>& sample = clip_.samples[number];
+    stream.seekp(std::streamoff(bytes.find(std::string(sample.begin(), sample.end())) + from));
+    stream << std::string(count, '\xff');
   };
   overwrite(3, 0, 40);
-  overwrite(6, clip.samples[6].size() - 60, 60);
-  file.close();
-  json = PlayJson({spec.file, "--size", "64x48", "--size", "32x24"}, 1);
-  EXPECT_EQ(json["tracks"][0]["preloaded"], 10);
+  overwrite(6, clip_.samples[6].size() - 60, 60);
+  stream.close();
+  json = PlayJson({file, "--size", "64x48", "--size", "32x24"}, 1);
   for (const auto& size : json["tracks"][0]["sizes"]) {
     EXPECT_EQ(size["pictures"], 9) << size;
     EXPECT_EQ(size["damaged"], 2) << size;
@@ -272,33 +259,21 @@ TEST_F(Run, CountsWhatIsMissingAndDamaged) {
 }
 
 TEST_F(Run, PlaysOnBesideADeadServer) {
-  const std::string clip = MakeTrack("clip.avi");
-  uint16_t deadPort = 0;
-  { deadPort = Player::StorageServer(Player::StorageServer::Options()).Port(); }
-  const std::string dead = "127.0.0.1:" + std::to_string(deadPort) + ":T1";
-  const auto json = PlayJson({dead, clip}, kUnreadable);
+  const std::string dead = DeadTrack();
+  const auto json = PlayJson({dead, MakeTrack("clip.avi")}, kUnreadable);
   EXPECT_EQ(json["failed_tracks"][0]["track"], dead);
-  EXPECT_EQ(json["tracks"][0]["preloaded"], 10);
   EXPECT_EQ(json["tracks"][0]["sizes"][0]["pictures"], 10);
   EXPECT_EQ(Lines(errors_), 1) << errors_;
 }
 
 TEST_F(Run, TellsTheFirstFailureOfATrackAndPlaysOn) {
-  ClipSpec spec;
-  spec.file = folder_ / "clip.avi";
-  MakeClip(spec);
   FaultyServer server;
-  server.SetTrack(4, spec.file);
+  server.SetTrack(4, MakeTrack("clip.avi"));
   const std::string track = "127.0.0.1:" + std::to_string(server.Port()) + ":T4";
   // Random reads are one request each; the opening is over with the first of them.
-  const uint64_t opening = [&] {
-    PlayJson({track, "--count", "1", "--order", "random"}, 0);
-    return server.RequestCount();
-  }();
-  server.SetFaults([opening](const Request& request) {
-    Fault fault;
-    fault.status = request.number == 2 * opening + 2 ? 500 : 0;
-    return fault;
+  PlayJson({track, "--count", "1", "--order", "random"}, 0);
+  server.SetFaults([failing = 2 * server.RequestCount() + 2](const Request& request) {
+    return Fault{.status = request.number == failing ? 500 : 0};
   });
   const auto json = PlayJson({track, "--order", "random"}, kUnreadable);
   EXPECT_EQ(json["tracks"][0]["errors"], 1);
@@ -307,34 +282,31 @@ TEST_F(Run, TellsTheFirstFailureOfATrackAndPlaysOn) {
   EXPECT_THAT(errors_, AllOf(HasSubstr(track), HasSubstr("500")));
 }
 
+// Its pictures are more bytes than a pipe holds.
 TEST_F(Run, EndsQuietlyWhenItsOutputIsClosed) {
-  // More bytes than a pipe holds.
-  const std::string clip = MakeTrack("clip.avi", {.file = {}, .width = 640, .height = 480});
-  PlayerRun run({clip, "--y4m", "-", "--quiet"});
-  EXPECT_THAT(run.ReadLine(), StartsWith("YUV4MPEG2"));
+  PlayerRun run(
+      {MakeTrack("clip.avi", {.file = {}, .width = 640, .height = 480}), "--y4m", "-", "--quiet"});
+  EXPECT_EQ(run.Read(9), "YUV4MPEG2");
   run.CloseOutput();
   EXPECT_EQ(run.Wait(), 0);
   EXPECT_EQ(run.Errors(), "");
 }
 
 TEST_F(Run, FinishesItsReportAtTheFirstInterrupt) {
-  const std::string clip = MakeTrack("clip.avi");
-  PlayerRun run({clip, "--count", "1000000000", "--y4m", "-"});
-  EXPECT_THAT(run.ReadLine(), StartsWith("YUV4MPEG2"));
+  PlayerRun run({MakeTrack("clip.avi"), "--count", "1000000000", "--y4m", "-"});
+  EXPECT_EQ(run.Read(9), "YUV4MPEG2");
   run.Signal(SIGINT);
-  run.ReadAll();
+  run.Read();
   EXPECT_EQ(run.Wait(), kInterrupted);
   EXPECT_THAT(run.Errors(), HasSubstr("preloaded"));
 }
 
 TEST_F(Run, StopsAtOnceAtTheSecondInterrupt) {
-  const std::string clip =
-      MakeTrack("clip.avi", {.file = {}, .width = 640, .height = 480, .pictures = 10});
-  PlayerRun run({clip, "--y4m", "-"});
-  EXPECT_THAT(run.ReadLine(), StartsWith("YUV4MPEG2"));
+  PlayerRun run({MakeTrack("clip.avi", {.file = {}, .width = 640, .height = 480}), "--y4m", "-"});
+  EXPECT_EQ(run.Read(9), "YUV4MPEG2");
   // The pipe is full and nobody reads it: only the second interrupt can end the program. Signals
   // that come too fast count as one.
-  while (run.TryWait() < 0)
+  while (run.Wait(WNOHANG) < 0)
     run.Signal(SIGINT);
   EXPECT_EQ(run.Wait(), kInterrupted);
   EXPECT_EQ(run.Errors(), "");
