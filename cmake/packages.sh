@@ -8,7 +8,7 @@ for_test=("${base[@]}" libgtest-dev libgmock-dev)
 for_bench=("${base[@]}" libgtest-dev libgmock-dev libbenchmark-dev ffmpeg python3 gstreamer1.0-tools
   gstreamer1.0-plugins-base gstreamer1.0-plugins-good)
 for_fuzz=("${base[@]}" clang-14 libclang-rt-14-dev)
-for_check=("${for_test[@]}" ffmpeg git clang-format-14)
+for_check=("${for_bench[@]}" git clang-format-14)
 
 as_root() { if ((EUID == 0)); then "$@"; else sudo "$@"; fi; }
 
