@@ -28,9 +28,10 @@ Size Halved(int halvings) {
   return {info.GetWidth() >> halvings, info.GetHeight() >> halvings};
 }
 
+// The bytes of the frame, or of the top field.
 struct Encoded {
   explicit Encoded(const ISample& sample) {
-    data = sample.GetData(*sample.GetDataKeys().begin(), size);
+    data = sample.GetData(*sample.GetDataKeys().rbegin(), size);
   }
   const uint8_t* data;
   uint64_t size = 0;

@@ -59,9 +59,11 @@ class CountingQueue : public CacheUpdateQueue {
  public:
   void Push(const Output& output) override {
     const std::unique_ptr<ISample> sample(output.sample_);
-    uint64_t size = 0;
-    sample->GetData(*sample->GetDataKeys().begin(), size);
-    bytes_ += static_cast<int64_t>(size);
+    for (const std::string& key : sample->GetDataKeys()) {
+      uint64_t size = 0;
+      sample->GetData(key, size);
+      bytes_ += static_cast<int64_t>(size);
+    }
   }
 
   int64_t bytes_ = 0;

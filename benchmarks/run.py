@@ -58,18 +58,46 @@ def bytes_a_picture(clip):
     return clip.stat().st_size / (CLIP_SECONDS * CLIP_RATE)
 
 
-def make_video(path, quality, pixel_format):
+def make_video(path, quality, pixel_format, size="1920x1080"):
     """Detailed moving pictures with noise: entropy coding has work to do."""
     if path.exists():
         return path
     path.parent.mkdir(parents=True, exist_ok=True)
     part = path.with_suffix(".part")
     subprocess.run(["ffmpeg", "-nostdin", "-v", "error", "-y", "-f", "lavfi", "-i",
-                    f"testsrc2=size=1920x1080:rate={CLIP_RATE},noise=alls=12:allf=t", "-t",
+                    f"testsrc2=size={size}:rate={CLIP_RATE},noise=alls=12:allf=t", "-t",
                     str(CLIP_SECONDS),
                     "-c:v", "mjpeg", "-q:v", str(quality), "-pix_fmt", pixel_format, "-f", "avi",
                     str(part)], check=True)
     part.rename(path)
+    return path
+
+
+def make_interlaced(fields, path):
+    """An AVI of frames that are two field pictures each, from an AVI of the fields."""
+    if path.exists():
+        return path
+    data = bytearray(fields.read_bytes())
+    at = data.rindex(b"idx1")
+    size = struct.unpack_from("<I", data, at + 4)[0]
+    movi = data.index(b"movi")
+    pictures = []
+    for entry in range(at + 8, at + 8 + size, 16):
+        offset, length = struct.unpack_from("<II", data, entry + 8)
+        pictures.append(data[movi + offset + 8:movi + offset + 8 + length])
+    chunks, index = bytearray(), bytearray()
+    for first, second in zip(pictures[::2], pictures[1::2]):
+        frame = first + second
+        index += struct.pack("<4sIII", b"00dc", 16, len(chunks) + 4, len(frame))
+        chunks += struct.pack("<4sI", b"00dc", len(frame)) + frame + b"\0" * (len(frame) % 2)
+    struct.pack_into("<I", data, movi - 4, len(chunks) + 4)
+    data[movi + 4:] = chunks + struct.pack("<4sI", b"idx1", len(index)) + index
+    header, stream = data.index(b"avih") + 8, data.index(b"strh") + 8
+    struct.pack_into("<I", data, header + 16, len(pictures) // 2)
+    struct.pack_into("<I", data, stream + 32, len(pictures) // 2)
+    struct.pack_into("<I", data, data.index(b"strf") + 8 + 8, 1080)  # of the frame
+    struct.pack_into("<I", data, 4, len(data) - 8)
+    path.write_bytes(data)
     return path
 
 
@@ -348,7 +376,9 @@ def main():
              for name, quality, pixel_format in (kinds[:1] if smoke else kinds)]
     for clip in clips:
         print(f"{clip.stem}: {bytes_a_picture(clip) / 1000:.0f} KB a picture", file=sys.stderr)
-    rows = suites(programs, clips, repetitions, seconds)
+    fields = make_video(arguments.clips / "1080i-fields.avi", 9, "yuvj420p", "1920x540")
+    interlaced = make_interlaced(fields, arguments.clips / "1080i-420.avi")
+    rows = suites(programs, [*clips, interlaced], repetitions, seconds)
     long = clips[0] if smoke else make_longer(clips[1], arguments.clips / "1080p-420-long.avi", 5)
     rows += sequential_reading(programs, long, repetitions, seconds)
     rows += opening(programs, clips[0], arguments.clips, repetitions, seconds)
