@@ -1,5 +1,6 @@
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <atomic>
 #include <chrono>
@@ -14,7 +15,6 @@
 #include <thread>
 #include <vector>
 
-#include "CountedElements.h"
 #include "Player/QELMultiResDecoder.h"
 #include "Player/QELPreloader.h"
 #include "elements/BuiltinElements.h"
@@ -39,6 +39,7 @@ constexpr int kServers = 2;
 constexpr int kTracks = 2;
 constexpr int kPictures = 60;
 constexpr int kQueues = 3;
+constexpr int64_t kMostGrowthKilobytes = 48 * 1024;
 constexpr std::array<std::pair<int, int>, 3> kSizes = {{{0, 0}, {32, 24}, {16, 12}}};
 const SampleRate kRate(25, 1);
 
@@ -58,6 +59,34 @@ struct Account {
   std::atomic<int64_t> refused = 0;    // outputs that no queue took
   std::atomic<int64_t> pictures = 0;
   std::atomic<int64_t> noPictures = 0;
+};
+
+// Tells what has become of all samples that left the library, by the containers that they hold.
+class Ledger {
+ public:
+  void Note(const ISample* sample) {
+    const auto* const noted = dynamic_cast<const QELSample*>(sample);
+    if (noted == nullptr)
+      return;
+    const std::lock_guard<std::mutex> lock(access_);
+    ++made_;
+    containers_.push_back(noted->GetContainer());
+    if (made_ % 1000 == 0)
+      std::erase_if(containers_, [](const auto& container) { return container.expired(); });
+  }
+
+  // Prints the account of them; true when none is left.
+  bool Close() const {
+    const auto alive = std::count_if(containers_.begin(), containers_.end(),
+                                     [](const auto& container) { return !container.expired(); });
+    std::printf("samples made %ld, alive at the end %ld\n", long(made_), long(alive));
+    return alive == 0;
+  }
+
+ private:
+  std::mutex access_;  // guards all below
+  int64_t made_ = 0;
+  std::vector<std::weak_ptr<const qel::ISampleContainer>> containers_;
 };
 
 // A cache of few samples, which may die at any time.
@@ -84,12 +113,13 @@ class Cache : public CacheUpdateQueue {
   size_t next_ = 0;
 };
 
-// The registry; notes what it refuses.
+// The registry; notes what comes by, and what it refuses.
 class Registry : public LiveQueues {
  public:
-  explicit Registry(Account& account) : account_(account) {}
+  Registry(Account& account, Ledger& ledger) : account_(account), ledger_(ledger) {}
 
   bool PushIfExists(CacheUpdateQueue* queue, const Output& output) override {
+    ledger_.Note(output.sample_);
     const bool taken = LiveQueues::PushIfExists(queue, output);
     account_.refused += taken ? 0 : 1;
     return taken;
@@ -97,6 +127,7 @@ class Registry : public LiveQueues {
 
  private:
   Account& account_;
+  Ledger& ledger_;
 };
 
 Fault AnyFault(Random& random) {
@@ -105,31 +136,22 @@ Fault AnyFault(Random& random) {
   const auto part = Below(random, 2) == 0 ? Fault::Part::Header : Fault::Part::Body;
   const Fault::Point point = {part, static_cast<size_t>(Below(random, 400))};
   constexpr std::array kStatuses = {200, 404, 412, 416, 500};
-  switch (Below(random, 7)) {
-    case 0:
-      return {.stall = point};
-    case 1:
-      return {.status = kStatuses[static_cast<size_t>(Below(random, kStatuses.size()))]};
-    case 2:
-      return {.contentRange = "bytes 0-1/2"};
-    case 3:
-      return {.bodyExcess = Below(random, 100) - 50};
-    case 4:
-      return {.ignoreRange = true};
-    case 5:
-      return {.etag = "\"another\""};
-    default:
-      return {.cut = point};
-  }
+  const Fault faults[] = {
+      {.stall = point},
+      {.cut = point},
+      {.status = kStatuses[static_cast<size_t>(Below(random, kStatuses.size()))]},
+      {.contentRange = "bytes 0-1/2"},
+      {.bodyExcess = Below(random, 100) - 50},
+      {.ignoreRange = true},
+      {.etag = "\"another\""}};
+  return faults[random() % std::size(faults)];
 }
 
 class Soak {
  public:
-  Soak() {
-    registry_.Add(nullptr);  // orders without a queue are refused by the preloader itself
-    for (int s = 0; s < kServers; ++s) {
+  explicit Soak(Ledger& ledger) : ledger_(ledger) {
+    for (int s = 0; s < kServers; ++s)
       AddServer(s);
-    }
     for (auto& cache : caches_)
       Renew(cache);
     AddDecoders();
@@ -150,12 +172,11 @@ class Soak {
           work(random);
       });
     };
-    for (int s = 0; s < kServers; ++s) {
-      for (int i = 0; i < 2; ++i)
+    for (int i = 0; i < 2; ++i) {
+      for (int s = 0; s < kServers; ++s)
         start([this, s, n = 0](Random& random) mutable { PreloadOne(s, n, random); });
-    }
-    for (int i = 0; i < 2; ++i)
       start([this](Random& random) { DecodeOne(random); });
+    }
     start([this](Random& random) { ChangeSomething(random); });
     std::this_thread::sleep_until(end - length * 2 / 3);
     const int64_t early = ResidentKilobytes();
@@ -169,35 +190,30 @@ class Soak {
     }
   }
 
+  // Prints what came of it; true when all that must hold does.
   bool Report() {
-    constexpr int64_t kMostGrowth = 48 * 1024;
-    std::printf(
-        "orders %ld: exist or missing %ld, error %ld, thrown %ld; outputs: delivered %ld, refused "
-        "%ld; pictures %ld, none %ld; memory grew by %ld KiB\n",
-        long(account_.orders), long(account_.successes), long(account_.errors),
-        long(account_.thrown), long(account_.delivered), long(account_.refused),
-        long(account_.pictures), long(account_.noPictures), long(growth_));
-    const auto holds = [](bool condition, const char* what) {
-      if (!condition)
-        std::printf("does not hold: %s\n", what);
-      return condition;
-    };
-    bool good = holds(account_.orders == account_.successes + account_.errors + account_.thrown,
-                      "every order has had one answer");
-    good &= holds(account_.successes == account_.delivered + account_.refused,
-                  "every served order has had one output");
-    good &= holds(account_.successes > 0 && account_.thrown > 0 && account_.pictures > 0,
-                  "there were good and bad orders, and pictures");
-    good &= holds(growth_ < kMostGrowth, "memory is flat");
+    const Account& a = account_;
+    const std::pair<const char*, int64_t> numbers[] = {
+        {"orders", a.orders},     {"exist or missing", a.successes}, {"error", a.errors},
+        {"thrown", a.thrown},     {"delivered", a.delivered},        {"refused", a.refused},
+        {"pictures", a.pictures}, {"no pictures", a.noPictures},     {"KiB grown", growth_}};
+    for (const auto& [name, number] : numbers)
+      std::printf("%s: %ld\n", name, long(number));
+    const std::pair<const char*, bool> promises[] = {
+        {"every order has one answer", a.orders == a.successes + a.errors + a.thrown},
+        {"every served order has one output", a.successes == a.delivered + a.refused},
+        {"there are good and bad orders", a.successes > 0 && a.thrown > 0 && a.pictures > 0},
+        {"memory is flat", growth_ < kMostGrowthKilobytes}};
+    bool good = true;
+    for (const auto& [promise, holds] : promises) {
+      if (!holds)
+        std::printf("does not hold: %s\n", promise);
+      good &= holds;
+    }
     return good;
   }
 
  private:
-  struct Server {
-    std::unique_ptr<QELPreloader> preloader;
-    StorageId id;
-  };
-
   void AddServer(int number) {
     auto& server = servers_.emplace_back(std::make_unique<FaultyServer>());
     for (int t = 0; t < kTracks; ++t) {
@@ -213,7 +229,7 @@ class Soak {
     auto& preloader = preloaders_.emplace_back(std::make_unique<QELPreloader>());
     qel::SourceControlPtr control;
     QELPreloader::InitSource(source_, control, TrackId(id, 0));
-    preloader->SetStorageSource(id, Counted(source_), control);
+    preloader->SetStorageSource(id, source_, control);
     preloader->SetExistingCacheUpdateQueues(&registry_);
     server->SetFaults([random = Random(99)](const Request&) mutable { return AnyFault(random); });
   }
@@ -228,7 +244,7 @@ class Soak {
       config->SetParamInt64("output_height", height);
       element.second->UpdateConfig(config);
       decoders_.push_back(std::make_unique<QELSampleDecoder>());
-      decoders_.back()->SetDecoder(Counted(element));
+      decoders_.back()->SetDecoder(element);
       dispatcher_.AddDecoder(width, height, decoders_.back().get());
     }
   }
@@ -268,6 +284,7 @@ class Soak {
     sample->Protect(1);
     const std::unique_ptr<ISample> picture(dispatcher_.Decode(order));
     sample->Unprotect(1);
+    ledger_.Note(picture.get());
     ++(picture ? account_.pictures : account_.noPictures);
   }
 
@@ -313,7 +330,8 @@ class Soak {
 
   TempFolder folder_;
   Account account_;
-  Registry registry_{account_};
+  Ledger& ledger_;
+  Registry registry_{account_, ledger_};
   std::vector<std::unique_ptr<FaultyServer>> servers_;
   std::vector<std::unique_ptr<QELPreloader>> preloaders_;
   qel::MediaSourcePtr source_;
@@ -334,13 +352,12 @@ int main(int argc, char** argv) {
   qel::RegisterBuiltinElements();
   orl::mv::logging::SetLogLevel(orl::mv::logging::ILogger::Level_NoLog);
   qel::SetCurrentLoggerWriter(orl::mv::logging::CreateFrameworkLogWriter());
+  Ledger ledger;
   bool good = false;
   {
-    Soak soak;
+    Soak soak(ledger);
     soak.Run(std::chrono::seconds(argc > 1 ? std::stoi(argv[1]) : 120));
     good = soak.Report();
   }
-  std::printf("samples made %ld, alive at the end %ld\n", long(madeContainers),
-              long(liveContainers));
-  return good && liveContainers == 0 ? 0 : 1;
+  return ledger.Close() && good ? 0 : 1;
 }
