@@ -6,11 +6,12 @@
 #include "Player/ISample.h"
 #include "Player/SampleRate.h"
 #include "Time/TimePoint.h"
+#include "qel/Export.h"
 
 namespace Moravel::Player {
 
 // Turn one encoded sample, or one field of it, into a picture of width_ x height_ pixels.
-class DecodeOrder {
+class QEL_API DecodeOrder {
  public:
   virtual ~DecodeOrder() = default;
 

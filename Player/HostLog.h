@@ -7,11 +7,10 @@
 
 // Writes a line to a host logger (a pointer, may be null). The text is made only when the logger
 // wants the level.
-#define PLAYER_LOG(logger, level, streamed)                          \
-  do {                                                               \
-    if ((logger) != nullptr && (logger)->GetLevel() <= (level)) {    \
-      ::std::ostringstream text;                                     \
-      text << streamed;                                              \
-      (logger)->Log((level), text.str(), QEL_SOURCE_FILE, __LINE__); \
-    }                                                                \
+#define PLAYER_LOG(logger, level, streamed)                                               \
+  do {                                                                                    \
+    if ((logger) != nullptr && (logger)->GetLevel() <= (level)) {                         \
+      (logger)->Log((level), (::std::ostringstream() << streamed).str(), QEL_SOURCE_FILE, \
+                    __LINE__);                                                            \
+    }                                                                                     \
   } while (false)

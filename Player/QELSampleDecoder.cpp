@@ -42,7 +42,9 @@ qel::SampleConstPtr FindSample(const qel::SampleContainerConstPtr& container,
   for (const qel::SampleConstPtr& sample : container->GetAllSamples()) {
     if (!sample || !sample->GetData())
       continue;
-    const qel::ChannelsList channels = sample->GetChannelInfo()->GetChannels();
+    const qel::ChannelInfoConstPtr channelInfo = sample->GetChannelInfo();
+    QEL_CHECK_POINTER(channelInfo, "channelInfo");
+    const qel::ChannelsList channels = channelInfo->GetChannels();
     QEL_CHECK_CONDITION(channels.size() == 1,
                         "Encoded sample must have 1 channel. It has " << channels.size());
     if (wanted.Matches(channels.front()))

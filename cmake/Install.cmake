@@ -31,5 +31,6 @@ endif()
 
 install(TARGETS MoravelPlayerQEL EXPORT MoravelPlayerQELTargets)
 install(DIRECTORY ${PROJECT_SOURCE_DIR}/Player
-  DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/moravel FILES_MATCHING PATTERN "*.h")
+  DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/moravel FILES_MATCHING PATTERN "*.h"
+  PATTERN "HostLog.h" EXCLUDE)
 moravel_install_package(MoravelPlayerQEL)

@@ -2,6 +2,9 @@
 
 #include <cstdint>
 #include <memory>
+#include <utility>
+
+#include "qel/Export.h"
 
 namespace qel {
 
@@ -16,7 +19,7 @@ struct EditRate {
   uint32_t _denominator;
 };
 
-class IClockInfo {
+class QEL_API IClockInfo {
  public:
   virtual ~IClockInfo() = default;
 };

@@ -48,7 +48,7 @@ folder); 130 interrupted (the second interrupt stops at once).)";
 struct RawOptions {
   std::vector<std::string> tracks;
   std::vector<std::string> sizes;
-  std::string format = "I420";
+  std::string format;
   std::string order = "forward";
   std::string logLevel = "warning";
 };
@@ -110,7 +110,9 @@ void Declare(CLI::App& app, Options& options, RawOptions& raw) {
                  "Picture size, repeatable (default: the track's own; of a field as coded)")
       ->allow_extra_args(false)
       ->type_name("WxH");
-  app.add_option("--format", raw.format, "Pixel format (I420): " + Keys(kFormats))
+  app.add_option(
+         "--format", raw.format,
+         "Pixel format (I420; BGRA, which keeps all colour, for PNG alone): " + Keys(kFormats))
       ->type_name("FOURCC");
   app.add_option("--start", options.startSeconds, "Start time (0)")
       ->check(Within(0.0, kMaxSeconds))
@@ -146,6 +148,15 @@ void Declare(CLI::App& app, Options& options, RawOptions& raw) {
   app.add_flag("--quiet", options.quiet, "No progress bar, no report");
   app.set_version_flag("--version", "moravel-play " MORAVEL_PLAY_VERSION);
   app.footer(kFooter);
+}
+
+// PNG files hold RGB: made from the decoder's RGB, they keep the colour that I420 halves.
+qel::FourCC ChooseFormat(const RawOptions& raw, const Options& options) {
+  if (!raw.format.empty())
+    return Choose(kFormats, "--format", raw.format);
+  const bool onlyPng =
+      options.y4mFile.empty() && !(options.pngFolder.empty() && options.contactSheet.empty());
+  return onlyPng ? qel::FourCC_BGRA : qel::FourCC_I420;
 }
 
 // The ranges let pass what is not a number at all.
@@ -187,7 +198,7 @@ std::variant<Options, std::string> ParseOptions(int argc, const char* const* arg
   for (const std::string& text : raw.tracks)
     options.tracks.push_back(ParseTrackArgument(text));
   options.sizes = ParseSizes(raw.sizes);
-  options.format = Choose(kFormats, "--format", raw.format);
+  options.format = ChooseFormat(raw, options);
   options.order = Choose(kOrders, "--order", raw.order);
   options.logLevel = Choose(kLogLevels, "--log-level", raw.logLevel);
   CheckSeconds(options.startSeconds, "--start");
