@@ -1,5 +1,16 @@
+#include <sys/socket.h>
+
+#include <algorithm>
+#include <array>
+#include <chrono>
+#include <list>
+#include <optional>
+
+#include "Player/QELPreloader.h"
+#include "Player/QELSample.h"
 #include "SourceFixture.h"
 #include "elements/storage/HttpResponse.h"
+#include "storage/Listening.h"
 #include "support/FaultyServer.h"
 
 namespace Moravel::Test {
@@ -8,92 +19,265 @@ namespace {
 using ::testing::AllOf;
 using ::testing::HasSubstr;
 using Part = Fault::Part;
+using Result = Player::IPreloader::PreloadResult;
+
+// What came of an order: nothing in `result` when it was an exception.
+struct Answer {
+  std::optional<Result> result;
+  std::string error;           // of the exception, or what went to the log
+  std::vector<uint8_t> bytes;  // of the sample that was delivered
+};
+
+// A host with one preloader for one server, and a queue for its samples.
+class Host : public Player::CacheUpdateQueue {
+ public:
+  Host(uint16_t port, int64_t timeoutMs) : storage_("127.0.0.1", port), timeoutMs_(timeoutMs) {
+    source_.timeoutMs = timeoutMs;
+    ErrorOf([&] { source_.Init(port); });
+    preloader_.SetStorageSource(storage_, source_.media, source_.control);
+  }
+
+  Answer Order(int64_t track, int64_t number) {
+    using Clock = std::chrono::steady_clock;
+    delivered_.clear();
+    Answer answer;
+    const auto limit = Clock::now() + std::chrono::milliseconds(timeoutMs_) + kSlack;
+    ::testing::internal::CaptureStderr();
+    try {
+      answer.result =
+          preloader_.Preload({Time::TimePoint().FromRatio(static_cast<uint64_t>(number), 1, 25),
+                              Player::SampleRate(25, 1), this, Player::TrackId(storage_, track)});
+    } catch (const qel::QELRuntimeError& error) {
+      answer.error = error.what();
+    }
+    answer.error += ::testing::internal::GetCapturedStderr();
+    EXPECT_LT(Clock::now(), limit);
+    EXPECT_EQ(delivered_.size(), answer.result.value_or(Result::ERROR) == Result::ERROR ? 0 : 1);
+    if (!delivered_.empty() && delivered_.front())
+      answer.bytes = BytesOf(*delivered_.front());
+    return answer;
+  }
+
+  void Push(const Player::Output& output) override { delivered_.emplace_back(output.sample_); }
+
+ private:
+  static constexpr std::chrono::seconds kSlack{10};  // of a machine that is busy otherwise
+
+  static std::vector<uint8_t> BytesOf(const Player::ISample& sample) {
+    uint64_t size = 0;
+    const uint8_t* const bytes = sample.GetData("video", size);
+    return {bytes, bytes + size};
+  }
+
+  const Player::StorageId storage_;
+  const int64_t timeoutMs_;
+  SourceUnderTest source_;
+  Player::QELPreloader preloader_;
+  std::list<std::unique_ptr<Player::ISample>> delivered_;
+};
 
 struct FaultCase {
   std::string name;
   Fault fault;
   std::string error;
+  bool isRefused = false;
 };
 
 std::ostream& operator<<(std::ostream& out, const FaultCase& c) {
   return out << c.name;
 }
 
-class SourceFaults : public ::testing::TestWithParam<FaultCase> {
+class Faults : public ::testing::TestWithParam<FaultCase> {
  protected:
-  SourceFaults() {
+  Faults() {
     server.SetTrack(1, clip.file);
     server.SetTrack(2, clip.file);
-    source.stallTimeoutMs = 100;
-    source.Init(server.Port());
+    server.SetTrack(3, clip.file);
   }
-  ~SourceFaults() override { server.ReleaseStalls(); }
+  ~Faults() override { server.ReleaseStalls(); }
+
+  // After so many good answers.
+  void Break(const FaultCase& fault, int after = 0) {
+    server.SetFaults([fault = fault.fault, after](const Request&) mutable {
+      return after-- > 0 ? Fault{} : fault;
+    });
+    server.SetListening(!fault.isRefused);
+  }
+  void Mend() {
+    server.ReleaseStalls();
+    server.SetFaults({});
+    server.SetListening(true);
+  }
+  void ExpectServed(Host& host, int64_t track, int64_t number) {
+    const Answer answer = host.Order(track, number);
+    EXPECT_EQ(answer.result, Result::SUCCESS_EXIST) << answer.error;
+    EXPECT_EQ(answer.bytes, clip.samples.at(static_cast<size_t>(number)));
+  }
 
   const TempFolder folder;
   const Clip clip = MakeClip({.file = folder / "a", .pictures = 40});
   FaultyServer server;
-  SourceUnderTest source;
 };
 
 INSTANTIATE_TEST_SUITE_P(
-    All, SourceFaults,
+    All, Faults,
     ::testing::Values(
-        FaultCase{"StallsBeforeTheAnswer", {.stall = {{Part::Header, 0}}}, "nothing for 100 ms"},
-        FaultCase{"StallsInTheBody", {.stall = {{Part::Body, 100}}}, "nothing for 100 ms"},
+        FaultCase{"Refused", {}, "connect", true},
+        FaultCase{"StallsBeforeTheHeader", {.stall = {{Part::Header, 0}}}, "nothing for 150 ms"},
+        FaultCase{"StallsInTheHeader", {.stall = {{Part::Header, 30}}}, "nothing for 150 ms"},
+        FaultCase{"StallsInTheBody", {.stall = {{Part::Body, 100}}}, "nothing for 150 ms"},
+        FaultCase{"CutsBeforeTheHeader", {.cut = {{Part::Header, 0}}}, ""},
         FaultCase{"CutsTheHeader", {.cut = {{Part::Header, 20}}}, ""},
         FaultCase{"CutsTheBody", {.cut = {{Part::Body, 100}}}, "after 100 of"},
+        FaultCase{"WholeFile", {.ignoreRange = true}, "200"},
         FaultCase{"NotFound", {.status = 404}, "404"},
+        FaultCase{"PreconditionFailed", {.status = 412}, "412"},
+        FaultCase{"RangeNotSatisfiable", {.status = 416}, "416"},
         FaultCase{"ServerError", {.status = 500}, "500"},
-        FaultCase{"OtherRange", {.contentRange = "bytes 1-2/999999"}, ""},
+        FaultCase{"OtherRange", {.contentRange = "bytes 1-2/999999"}, "answered bytes 1-2"},
         FaultCase{"NoRange", {.contentRange = "nonsense"}, "Content-Range \"nonsense\""},
         FaultCase{"TooFewBytes", {.bodyExcess = -1}, "where"},
         FaultCase{"TooManyBytes", {.bodyExcess = 1}, "more than"},
-        FaultCase{"TheWholeFile", {.ignoreRange = true}, "200"},
-        FaultCase{"LongHeader", {.headerPadding = qel::kMaxHeaderBytes}, "header bytes"},
-        FaultCase{"RedirectsInCircles", {.status = 302, .location = "/tracks/1"}, "redirects"},
-        FaultCase{"RedirectsElsewhere", {.status = 302, .location = "file:///etc/passwd"}, "file"}),
+        FaultCase{"LongHeader",
+                  {.headerLines = "X: " + std::string(qel::kMaxHeaderBytes, 'x') + "\r\n"},
+                  "header bytes"},
+        FaultCase{"RedirectsInCircles",
+                  {.status = 302, .headerLines = "Location: /tracks/1\r\n"},
+                  "redirects"},
+        FaultCase{"RedirectsElsewhere",
+                  {.status = 302, .headerLines = "Location: file:///etc/passwd\r\n"},
+                  "file"}),
     [](const auto& c) { return c.param.name; });
 
-TEST_P(SourceFaults, AreErrorsAndTheNextOrderIsServed) {
-  const auto isTheError = AllOf(HasSubstr("track 127.0.0.1:"), HasSubstr(GetParam().error));
-  const auto read = [&](int64_t number) {
-    source.Update("track_id", 1);
-    return AllBytes(source.Read(number));
+TEST_P(Faults, AreAnsweredInTimeAndTheNextOrderIsServed) {
+  const FaultCase& fault = GetParam();
+  const auto isTheError = AllOf(HasSubstr("track 127.0.0.1:"), HasSubstr(fault.error));
+  Host host(server.Port(), fault.fault.stall ? 150 : 5000);
+  const auto expectException = [&](const Answer& answer) {
+    EXPECT_EQ(answer.result, std::nullopt);
+    EXPECT_THAT(answer.error, isTheError);
   };
-  const auto fail = [&](auto action) {
-    server.SetFault(GetParam().fault);
-    EXPECT_THAT(ErrorOf(action), isTheError);
-    server.ReleaseStalls();
-    server.SetFaults({});
-  };
-  fail([&] { read(20); });
-  EXPECT_EQ(read(20), clip.samples[20]);
-  EXPECT_EQ(read(21), clip.samples[21]);  // and in a sequence, where it shows with a later sample
-  fail([&] {
-    for (int64_t number = 22; number < 40; ++number)
-      ASSERT_EQ(read(number), clip.samples[static_cast<size_t>(number)]);
-  });
-  EXPECT_EQ(read(39), clip.samples[39]);
-  fail([&] { source.Update("track_id", 2); });
-  EXPECT_THROW(source.Goto(0), qel::QELRuntimeError);
-  source.Update("track_id", 2);
-  EXPECT_EQ(AllBytes(source.Read(5)), clip.samples[5]);
+  ExpectServed(host, 1, 3);
+  Break(fault);
+  expectException(host.Order(1, 20));
+  Mend();
+  ExpectServed(host, 1, 20);
+
+  // In a sequence it shows with a later sample: the earlier ones were on their way.
+  ExpectServed(host, 1, 21);
+  Break(fault);
+  int64_t number = 22;
+  Answer answer = host.Order(1, number);
+  for (; answer.result && number < 39; answer = host.Order(1, ++number))
+    ASSERT_EQ(answer.bytes, clip.samples[static_cast<size_t>(number)]);
+  expectException(answer);
+  Mend();
+  ExpectServed(host, 1, number);
+  ExpectServed(host, 1, number == 39 ? 0 : number + 1);
+
+  // While a track is opened: by the first answer, and by a later one.
+  for (const int after : {0, 1}) {
+    Break(fault, after);
+    answer = host.Order(2 + after, 5);
+    EXPECT_EQ(answer.result, Result::ERROR);
+    EXPECT_THAT(answer.error, AllOf(HasSubstr("Preload: UpdateConfig error: track 127.0.0.1:"),
+                                    HasSubstr(after == 0 ? fault.error : "")));
+    Mend();
+    ExpectServed(host, 2 + after, 5);
+  }
 }
 
-TEST_F(SourceFaults, AServerThatIsNotThereIsAnErrorUntilItIs) {
+TEST_F(Faults, ACutAtAnyByteLosesNoSample) {
+  std::vector<Fault::Point> points;
+  for (const size_t bytes : {0, 1, 15, 60, 100})
+    points.push_back({Part::Header, bytes});
+  for (size_t bytes = 0; bytes < 9000; bytes += 997)
+    points.push_back({Part::Body, bytes});
+  Host host(server.Port(), 5000);
+  for (const auto& point : points) {
+    ExpectServed(host, 1, 0);
+    server.SetFault({.cut = point}, 2);
+    int failures = 0;
+    for (int64_t number = 1; number < 40; ++number) {
+      Answer answer = host.Order(1, number);
+      for (; !answer.result && failures < 2; answer = host.Order(1, number))
+        ++failures;
+      ASSERT_EQ(answer.bytes, clip.samples[static_cast<size_t>(number)]) << answer.error;
+    }
+    EXPECT_GE(failures, 1) << point.bytes;
+  }
+}
+
+TEST_F(Faults, AServerThatNeverAcceptsIsAnErrorAfterTheTimeout) {
+  const auto listening = Player::ListenOnTcp("127.0.0.1", 0);
+  ::listen(listening.Get(), 0);  // one connection waits to be accepted, others wait for that
+  SourceUnderTest first;
+  first.timeoutMs = 100;
+  EXPECT_THAT(ErrorOf([&] { first.Init(Player::PortOf(listening)); }), HasSubstr("100 ms"));
+  SourceUnderTest second;
+  second.timeoutMs = 100;
+  EXPECT_THAT(ErrorOf([&] { second.Init(Player::PortOf(listening)); }), HasSubstr("100 ms"));
+}
+
+TEST_F(Faults, ASourceBuiltBesideADeadServerWorksWhenTheServerDoes) {
+  const Player::StorageId storage("127.0.0.1", server.Port());
+  qel::MediaSourcePtr media;
+  qel::SourceControlPtr control;
   server.SetListening(false);
-  EXPECT_THAT(ErrorOf([&] { source.Read(3); }), HasSubstr(":T1: "));
-  SourceUnderTest late;
-  EXPECT_THAT(ErrorOf([&] { late.Init(server.Port()); }), HasSubstr(":T1: "));
+  EXPECT_THAT(ErrorOf([&] {
+                Player::QELPreloader::InitSource(media, control, {storage, 1});
+              }),
+              AllOf(HasSubstr(":T1: "), HasSubstr("connect")));
   server.SetListening(true);
-  EXPECT_EQ(AllBytes(source.Read(3)), clip.samples[3]);
-  late.Update("track_id", 1);
-  EXPECT_EQ(AllBytes(late.Read(3)), clip.samples[3]);
+  const auto config = CreateParametersCollectionInstance(qel::GetUpdateConfigPrototype(
+      qel::ElementFactoryType_Source, "qel.StorageSource", "storage"));
+  config->SetParamInt64("track_id", 1);
+  control->UpdateConfig(config);
+  EXPECT_EQ(AllBytes(media->GetSample()), clip.samples[0]);
 }
 
-TEST_F(SourceFaults, AReplacedFileIsReadAgainAndNeverMixed) {
+// Two files of the same size, whatever validator the server gives.
+TEST_F(Faults, AFileReplacedInASequenceIsNoticedAndNeverMixed) {
+  Clip other = clip;
+  other.file = folder / "b";
+  auto bytes = ReadFile(clip.file);
+  for (auto& sample : other.samples) {
+    const auto at = std::search(bytes.begin(), bytes.end(), sample.begin(), sample.end());
+    at[100] ^= 1;
+    sample[100] ^= 1;
+  }
+  WriteFile(other.file, bytes);
+  const std::pair<const char*, std::array<Fault, 2>> validators[] = {
+      {"strong ETag", {{{}, {}}}},
+      {"weak ETag", {{{.etag = "W/\"1\""}, {.etag = "W/\"2\""}}}},
+      {"Last-Modified",
+       {{{.headerLines = "Last-Modified: Sun, 06 Nov 1994 08:49:37 GMT\r\n", .etag = ""},
+         {.headerLines = "Last-Modified: Sun, 06 Nov 1994 08:49:38 GMT\r\n", .etag = ""}}}}};
+  for (const auto& [name, faults] : validators) {
+    SCOPED_TRACE(name);
+    server.SetTrack(1, clip.file);
+    server.SetFault(faults[0]);
+    Host host(server.Port(), 5000);
+    for (int64_t number = 0; number < 10; ++number)
+      ExpectServed(host, 1, number);
+    server.SetTrack(1, other.file);
+    server.SetFault(faults[1]);
+    bool isNew = false;  // samples of the old file may be on their way
+    for (size_t number = 10; number < 40; ++number) {
+      const Answer answer = host.Order(1, static_cast<int64_t>(number));
+      isNew = isNew || answer.bytes != clip.samples[number];
+      ASSERT_EQ(answer.bytes, (isNew ? other : clip).samples[number]) << answer.error;
+    }
+    EXPECT_TRUE(isNew);
+    EXPECT_EQ(host.Order(1, 3).bytes, other.samples[3]);
+  }
+}
+
+TEST_F(Faults, AReplacedFileIsReadAgain) {
   const Clip other =
       MakeClip({.file = folder / "b", .container = Container::Mov, .pictures = 20, .quality = 50});
+  SourceUnderTest source;
+  source.Init(server.Port());
   EXPECT_EQ(AllBytes(source.Read(4)), clip.samples[4]);
   server.SetTrack(1, other.file);
   EXPECT_EQ(AllBytes(source.Read(5)), other.samples[5]);
@@ -110,6 +294,23 @@ TEST_F(SourceFaults, AReplacedFileIsReadAgainAndNeverMixed) {
   server.SetFaults({});
   source.Update("track_id", 1);
   EXPECT_EQ(AllBytes(source.Read(9)), other.samples[9]);
+}
+
+TEST_F(Faults, RedirectsAreFollowedThreeTimes) {
+  for (const int redirects : {2, 3, 4}) {
+    SourceUnderTest source;
+    server.SetFault({.status = 302, .headerLines = "Location: /tracks/1\r\n"}, redirects);
+    const std::string error = ErrorOf([&] { source.Init(server.Port()); });
+    EXPECT_EQ(error.empty(), redirects <= 3) << error;
+    EXPECT_THAT(error, HasSubstr(redirects <= 3 ? "" : "Maximum (3) redirects"));
+  }
+}
+
+TEST(HttpResponse, HasNoMoreHeaderBytesThanAllowed) {
+  qel::HttpResponse response;
+  response.AddHeaderLine(std::string(qel::kMaxHeaderBytes - 1, 'x'));
+  response.AddHeaderLine("x");
+  EXPECT_THAT(ErrorOf([&] { response.AddHeaderLine("x"); }), HasSubstr("more than the 65536"));
 }
 
 }  // namespace

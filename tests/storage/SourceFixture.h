@@ -3,6 +3,9 @@
 #include <gmock/gmock.h>
 
 #include <cstdint>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
 #include <memory>
 #include <string>
 #include <vector>
@@ -35,7 +38,8 @@ class SourceUnderTest {
     config->SetParamUTF8String("unix_domain_socket", unixDomainSocket);
     config->SetParamInt64("tcp_port", port);
     config->SetParamInt64("track_id", track);
-    config->SetParamInt64("stall_timeout_ms", stallTimeoutMs);
+    config->SetParamInt64("connect_timeout_ms", timeoutMs);
+    config->SetParamInt64("stall_timeout_ms", timeoutMs);
     media->SetInitConfig(config);
   }
   void Update(const std::string& key, int64_t value) {
@@ -53,7 +57,7 @@ class SourceUnderTest {
     return media->GetSample();
   }
 
-  int64_t stallTimeoutMs = 5000;
+  int64_t timeoutMs = 5000;
   qel::MediaSourcePtr media;
   qel::SourceControlPtr control;
 };
@@ -71,6 +75,17 @@ inline std::vector<uint8_t> AllBytes(const qel::SampleContainerConstPtr& contain
     all.insert(all.end(), bytes.begin(), bytes.end());
   }
   return all;
+}
+
+inline std::vector<uint8_t> ReadFile(const std::filesystem::path& file) {
+  std::ifstream in(file, std::ios::binary);
+  return {std::istreambuf_iterator<char>(in), {}};
+}
+
+inline void WriteFile(const std::filesystem::path& file, const std::vector<uint8_t>& bytes) {
+  std::ofstream(file, std::ios::binary)
+      .write(reinterpret_cast<const char*>(bytes.data()),
+             static_cast<std::streamsize>(bytes.size()));
 }
 
 // The text of the framework error that the action throws; empty when it throws none.

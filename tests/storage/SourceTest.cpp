@@ -1,104 +1,134 @@
 #include <algorithm>
+#include <chrono>
 #include <numeric>
+#include <optional>
 #include <random>
+#include <thread>
 
 #include "SourceFixture.h"
+#include "SparseFile.h"
+#include "TrackServer.h"
+#include "elements/storage/StorageSource.h"
 
 namespace Moravel::Test {
 namespace {
 
 using ::testing::AllOf;
-using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 using ::testing::Le;
 
 struct Variant {
-  std::string name;
-  ClipSpec clip;
-  bool overUnixSocket = false;
+  const char* name;
+  Container container;
+  bool bottomFirst = false;
+  FieldMark mark = FieldMark::None;
   std::vector<int> channels = {0};  // in stored order
 };
 
-std::ostream& operator<<(std::ostream& out, const Variant& variant) {
-  return out << variant.name;
-}
+const Variant kVariants[] = {
+    {"AVI", Container::Avi},
+    {"MOV", Container::Mov},
+    {"AVI, top first", Container::Avi, false, FieldMark::Avi1, {0, 1}},
+    {"AVI, bottom first", Container::Avi, true, FieldMark::Avi1, {1, 0}},
+    {"MOV, top first", Container::Mov, false, FieldMark::FileAtom, {0, 1}},
+    {"MOV, bottom first", Container::Mov, true, FieldMark::FileAtom, {1, 0}}};
 
-ClipSpec Spec(Container container, bool bottomFirst = false, FieldMark mark = FieldMark::None) {
-  ClipSpec spec;
-  spec.container = container;
-  spec.pictures = 40;
-  spec.rateNumerator = 30000;
-  spec.rateDenominator = 1001;
-  spec.interlaced = bottomFirst || mark != FieldMark::None;
-  spec.bottomFirst = bottomFirst;
-  spec.mark = mark;
-  return spec;
-}
+class Servers : public ::testing::TestWithParam<ServerKind> {
+ protected:
+  void SetUp() override {
+    if (GetParam().isNginx && FindNginx().empty())
+      GTEST_SKIP() << "nginx is not installed";
+    server.emplace(GetParam());
+  }
+  void Init(SourceUnderTest& source, int64_t track) const {
+    source.Init(server->Port(), track, server->UnixDomainSocket());
+  }
 
-class SourceVariants : public ::testing::TestWithParam<Variant> {};
-
-INSTANTIATE_TEST_SUITE_P(
-    All, SourceVariants,
-    ::testing::Values(
-        Variant{"AviProgressive", Spec(Container::Avi)},
-        Variant{"MovProgressiveUnixSocket", Spec(Container::Mov), true},
-        Variant{"AviTopFirst", Spec(Container::Avi, false, FieldMark::Avi1), true, {0, 1}},
-        Variant{"AviBottomFirst", Spec(Container::Avi, true, FieldMark::Avi1), false, {1, 0}},
-        Variant{"MovTopFirst", Spec(Container::Mov, false, FieldMark::FileAtom), false, {0, 1}},
-        Variant{"MovBottomFirst", Spec(Container::Mov, true, FieldMark::FileAtom), true, {1, 0}}),
-    [](const auto& variant) { return variant.param.name; });
-
-TEST_P(SourceVariants, DeliversWhatWasMuxedInAnyOrder) {
-  const Variant& variant = GetParam();
   const TempFolder folder;
-  ClipSpec spec = variant.clip;
-  spec.file = folder / "clip";
-  const Clip clip = MakeClip(spec);
-  const std::string socket = variant.overUnixSocket ? (folder / "socket").string() : "";
-  Player::StorageServer server({.unixDomainSocket = socket});
-  server.AddTrack(7, clip.file);
-  SourceUnderTest source;
-  source.Init(server.Port(), 7, socket);
+  std::optional<TrackServer> server;
+};
 
-  const auto infos = source.media->GetDefinedOutput("")->GetVideoInfoList();
-  ASSERT_EQ(infos.size(), variant.channels.size());
-  EXPECT_EQ(infos[0]->GetHeight(), spec.interlaced ? spec.height / 2 : spec.height);
-  EXPECT_EQ(infos[0]->GetSampleCount(), spec.pictures);
-  EXPECT_EQ(infos[0]->GetEditRate(), qel::EditRate(30000, 1001));
+INSTANTIATE_TEST_SUITE_P(All, Servers,
+                         ::testing::Values(ServerKind{"Embedded", false, false},
+                                           ServerKind{"EmbeddedOnUnixSocket", false, true},
+                                           ServerKind{"Nginx", true, false},
+                                           ServerKind{"NginxOnUnixSocket", true, true}),
+                         [](const auto& kind) { return kind.param.name; });
 
-  std::vector<int64_t> order(static_cast<size_t>(spec.pictures));
+void ExpectSample(SourceUnderTest& source, const Clip& clip, const Variant& variant,
+                  size_t number) {
+  const auto position = static_cast<int64_t>(number);
+  EXPECT_EQ(source.Goto(position, 30000, 1001).GetTimeNumber(), position);
+  const auto container = source.media->GetSample();
+  ASSERT_EQ(AllBytes(container), clip.samples[number]) << number;
+  const auto& limits = container->GetTimeInfo("StorageTimePoint");
+  EXPECT_EQ(limits.GetStartTime().GetTimeNumber(), position);
+  EXPECT_EQ(limits.GetStartTime().GetEditRate(), qel::EditRate(30000, 1001));
+  EXPECT_EQ(limits.GetDurationNumber(), 1);
+  std::vector<int> channels;
+  for (const auto& sample : container->GetAllSamples())
+    channels.push_back(sample->GetChannelInfo()->GetChannels().at(0));
+  EXPECT_EQ(channels, variant.channels);
+  if (channels.size() == 2) {
+    EXPECT_EQ(Bytes(container->GetAllSamples()[0]).size(), clip.secondFields[number]);
+  }
+}
+
+TEST_P(Servers, DeliverWhatWasMuxedInAnyOrder) {
+  std::vector<size_t> order(40);
   std::iota(order.begin(), order.end(), 0);
   std::shuffle(order.begin(), order.end(), std::mt19937(1));
-  for (const int64_t number : order) {
-    const auto sought = source.Goto(number, 30000, 1001);
-    EXPECT_EQ(sought.GetTimeNumber(), number);
-    const auto container = source.media->GetSample();
-    ASSERT_EQ(AllBytes(container), clip.samples[static_cast<size_t>(number)]) << number;
-    const auto& limits = container->GetTimeInfo("StorageTimePoint");
-    EXPECT_EQ(limits.GetStartTime().GetTimeNumber(), number);
-    EXPECT_EQ(limits.GetStartTime().GetEditRate(), qel::EditRate(30000, 1001));
-    EXPECT_EQ(limits.GetDurationNumber(), 1);
-    std::vector<int> channels;
-    for (const auto& sample : container->GetAllSamples())
-      channels.push_back(sample->GetChannelInfo()->GetChannels().at(0));
-    EXPECT_EQ(channels, variant.channels);
-    if (spec.interlaced) {
-      EXPECT_EQ(Bytes(container->GetAllSamples()[0]).size(),
-                clip.secondFields[static_cast<size_t>(number)]);
-    }
+  SourceUnderTest source;
+  for (int64_t track = 7; const Variant& variant : kVariants) {
+    SCOPED_TRACE(variant.name);
+    const bool isInterlaced = variant.channels.size() == 2;
+    const Clip clip = MakeClip({.file = folder / std::to_string(++track),
+                                .container = variant.container,
+                                .pictures = 40,
+                                .rateNumerator = 30000,
+                                .rateDenominator = 1001,
+                                .interlaced = isInterlaced,
+                                .bottomFirst = variant.bottomFirst,
+                                .mark = variant.mark});
+    server->SetTrack(track, clip.file);
+    Init(source, track);
+    const auto infos = source.media->GetDefinedOutput("")->GetVideoInfoList();
+    ASSERT_EQ(infos.size(), variant.channels.size());
+    EXPECT_EQ(infos[0]->GetHeight(), isInterlaced ? 24 : 48);
+    EXPECT_EQ(infos[0]->GetSampleCount(), 40);
+    EXPECT_EQ(infos[0]->GetEditRate(), qel::EditRate(30000, 1001));
+    for (const size_t number : order)
+      ExpectSample(source, clip, variant, number);
+    source.Goto(0);
+    for (const auto& expected : clip.samples)
+      ASSERT_EQ(AllBytes(source.media->GetSample()), expected);
+    EXPECT_EQ(source.media->GetSample(), nullptr);
   }
-  source.Goto(0);
-  for (const auto& expected : clip.samples)
-    ASSERT_EQ(AllBytes(source.media->GetSample()), expected);
-  EXPECT_EQ(source.media->GetSample(), nullptr);
+}
+
+TEST_P(Servers, TellOfAReplacedFileAndOfOneThatIsNotThere) {
+  const Clip clip = MakeClip({.file = folder / "a", .pictures = 40});
+  const Clip other = MakeClip({.file = folder / "b", .pictures = 40, .quality = 50});
+  server->SetTrack(1, clip.file);
+  SourceUnderTest source;
+  Init(source, 1);
+  EXPECT_EQ(AllBytes(source.Read(4)), clip.samples[4]);
+  server->SetTrack(1, other.file);
+  EXPECT_EQ(AllBytes(source.Read(5)), other.samples[5]);
+  EXPECT_EQ(AllBytes(source.Read(39)), other.samples[39]);
+  EXPECT_THAT(ErrorOf([&] { source.Update("track_id", 2); }),
+              AllOf(HasSubstr(":T2: "), HasSubstr("404")));
+  server->SetTrack(2, clip.file);
+  source.Update("track_id", 2);
+  EXPECT_EQ(AllBytes(source.Read(8)), clip.samples[8]);
 }
 
 TEST(StorageSource, TakesOneRequestForARandomSampleAndFewForASequence) {
   const TempFolder folder;
   const Clip clip = MakeClip({.file = folder / "a", .pictures = 200});
   Player::StorageServer server({});
-  server.AddTrack(1, clip.file);
-  server.AddTrack(2, clip.file);
+  for (int64_t track = 1; track <= 12; ++track)
+    server.AddTrack(track, clip.file);
   SourceUnderTest source;
   source.Init(server.Port());
   EXPECT_THAT(server.RequestCount(), Le(10u));
@@ -122,6 +152,34 @@ TEST(StorageSource, TakesOneRequestForARandomSampleAndFewForASequence) {
     }
   }
   EXPECT_THAT(server.RequestCount() - before, Le(2 * 200 * 3 / 10u));
+
+  // So many that not all can be under way at a time.
+  for (int64_t number = 0; number < 8; ++number) {
+    for (int64_t track = 1; track <= 12; ++track) {
+      source.Update("track_id", track);
+      ASSERT_EQ(AllBytes(source.Read(number)), clip.samples[static_cast<size_t>(number)]);
+    }
+  }
+}
+
+TEST(StorageSource, AsksAgainAfterAPauseInASequence) {
+  const TempFolder folder;
+  const Clip clip = MakeClip({.file = folder / "a", .pictures = 40});
+  Player::StorageServer server({});
+  server.AddTrack(1, clip.file);
+  SourceUnderTest source;
+  source.timeoutMs = 200;
+  source.Init(server.Port());
+  source.Goto(0);
+  for (size_t number = 0; number < 20; ++number) {
+    if (number == 19)
+      std::this_thread::sleep_for(std::chrono::milliseconds(250));
+    const uint64_t before = server.RequestCount();
+    EXPECT_EQ(AllBytes(source.media->GetSample()), clip.samples[number]);
+    if (number >= 18) {  // the server would not wait for that long
+      EXPECT_EQ(server.RequestCount() - before, number == 18 ? 0 : 1);
+    }
+  }
 }
 
 TEST(StorageSource, TellsTimesOfAVariableRate) {
@@ -176,17 +234,63 @@ TEST(StorageSource, KeepsSoManyTracksOpenAndNoMore) {
   const TempFolder folder;
   const Clip clip = MakeClip({.file = folder / "a", .pictures = 1});
   Player::StorageServer server({});
-  for (int64_t id = 0; id <= 256; ++id)
+  constexpr auto kMost = static_cast<int64_t>(qel::kMaxOpenTracks);
+  for (int64_t id = 0; id <= kMost; ++id)
     server.AddTrack(id, clip.file);
   SourceUnderTest source;
   source.Init(server.Port(), 0);
-  for (int64_t id = 1; id < 256; ++id)
+  for (int64_t id = 1; id < kMost; ++id)
     source.Update("track_id", id);
-  EXPECT_THAT(ErrorOf([&] { source.Update("track_id", 256); }),
-              AllOf(HasSubstr(":T256: "), HasSubstr("remove_track")));
+  EXPECT_THAT(ErrorOf([&] { source.Update("track_id", kMost); }),
+              AllOf(HasSubstr(":T256: 256 tracks are open"), HasSubstr("remove_track")));
   source.Update("remove_track", 7);
-  source.Update("track_id", 256);
+  source.Update("track_id", kMost);
   EXPECT_EQ(AllBytes(source.Read(0)), clip.samples[0]);
+}
+
+TEST(StorageSource, ReadsSamplesAsLargeAsAllowed) {
+  const TempFolder folder;
+  Player::StorageServer server({});
+  for (const int64_t size :
+       {qel::kMaxSampleBytes - 1, qel::kMaxSampleBytes, qel::kMaxSampleBytes + 1}) {
+    const auto made = MakeSparseMov(
+        {.samples = 1, .stride = size, .sampleSize = static_cast<uint32_t>(size)}, MakeJpeg({}));
+    made.file.Save(folder / "large");
+    server.AddTrack(1, folder / "large");
+    SourceUnderTest source;
+    source.Init(server.Port());
+    size_t delivered = 0;
+    const std::string error = ErrorOf([&] {
+      delivered = source.media->GetSample()->GetAllSamples()[0]->GetData()->GetDataSize();
+    });
+    EXPECT_EQ(delivered, size <= qel::kMaxSampleBytes ? static_cast<size_t>(size) : 0) << error;
+    EXPECT_THAT(error, HasSubstr(delivered ? "" : "sample 0 of 67108865 bytes is larger than"));
+  }
+}
+
+TEST(StorageSource, TellsDroppedSamplesFromAnIndexThatIsWrong) {
+  const TempFolder folder;
+  const Clip clip = MakeClip({.file = folder / "a"});
+  Bytes8 bytes = ReadFile(clip.file);
+  const std::string_view idx1 = "idx1";
+  const auto entries = std::search(bytes.begin(), bytes.end(), idx1.begin(), idx1.end()) + 8;
+  std::fill_n(entries + 3 * 16 + 12, 4, uint8_t{0});  // the size
+  entries[6 * 16 + 8] ^= 4;                           // the offset
+  WriteFile(clip.file, bytes);
+  Player::StorageServer server({});
+  server.AddTrack(1, clip.file);
+  SourceUnderTest source;
+  source.Init(server.Port());
+  for (int64_t number = 0; number < 10; ++number) {
+    qel::SampleContainerConstPtr container;
+    const std::string error = ErrorOf([&] { container = source.Read(number); });
+    EXPECT_EQ(container != nullptr, number != 3 && number != 6) << number;
+    EXPECT_THAT(error, HasSubstr(number == 6 ? "index does not match" : ""));
+    EXPECT_EQ(error.empty(), number != 6);
+    if (container) {
+      EXPECT_EQ(AllBytes(container), clip.samples[static_cast<size_t>(number)]);
+    }
+  }
 }
 
 TEST(StorageSource, RefusesAddressesThatAreMoreThanAnAddress) {

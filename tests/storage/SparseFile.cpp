@@ -1,5 +1,7 @@
 #include "SparseFile.h"
 
+#include <fstream>
+
 namespace Moravel::Test {
 namespace {
 
@@ -39,6 +41,17 @@ Bytes8 AviHeader(const SparseTrack& track, const Bytes8& superIndex) {
 }
 
 }  // namespace
+
+void SparseFile::Save(const std::filesystem::path& file) const {
+  std::ofstream out(file, std::ios::binary);
+  for (const auto& [offset, part] : parts_) {
+    out.seekp(offset);
+    out.write(reinterpret_cast<const char*>(part.data()),
+              static_cast<std::streamsize>(part.size()));
+  }
+  out.close();
+  std::filesystem::resize_file(file, static_cast<uintmax_t>(size_));
+}
 
 SparseTrackFile MakeSparseAvi(const SparseTrack& track, const Bytes8& picture) {
   constexpr int64_t kMovi = 4096;  // where the first one's LIST begins

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstdint>
+#include <filesystem>
 #include <initializer_list>
 #include <map>
 #include <span>
@@ -39,6 +40,8 @@ class SparseFile : public qel::IFileBytes {
                   bytes.begin() + (from - offset));
     }
   }
+  // The same as a file of the system, sparse as well.
+  void Save(const std::filesystem::path& file) const;
 
   int64_t reads = 0;
   int64_t bytesRead = 0;

@@ -110,9 +110,7 @@ void Spoil(Reply& reply, const Fault& fault) {
   if (!fault.contentRange.empty()) {
     reply.contentRange = fault.contentRange;
   }
-  if (!fault.etag.empty()) {
-    reply.etag = fault.etag;
-  }
+  reply.etag = fault.etag.value_or(reply.etag);
   const int64_t size = static_cast<int64_t>(reply.body.size()) + fault.bodyExcess;
   reply.body.resize(static_cast<size_t>(std::max<int64_t>(0, size)), '!');
 }
@@ -128,12 +126,7 @@ std::string HeaderText(const Reply& reply, const Fault& fault) {
   };
   add("ETag", reply.etag);
   add("Content-Range", reply.contentRange);
-  add("Location", fault.location);
-  const std::string padding = "X-Padding: " + std::string(1011, 'x') + "\r\n";
-  for (size_t left = fault.headerPadding; left != 0; left -= std::min(left, padding.size())) {
-    text += padding;
-  }
-  return text + "\r\n";
+  return text + fault.headerLines + "\r\n";
 }
 
 size_t OffsetOf(const std::optional<Fault::Point>& point, size_t headerSize, size_t end) {
@@ -144,6 +137,7 @@ size_t OffsetOf(const std::optional<Fault::Point>& point, size_t headerSize, siz
 }  // namespace
 
 struct FaultyServer::Connection {
+  explicit Connection(Descriptor accepted) : socket(std::move(accepted)) {}
   Descriptor socket;
   uint64_t releases = 0;  // before the request that is answered now
   std::atomic<bool> done = false;

@@ -39,12 +39,11 @@ struct Fault {
   std::optional<Point> stall = {};  // sends nothing more until ReleaseStalls
   std::optional<Point> cut = {};    // closes the connection there
   int status = 0;                   // this status, 206 and 200 with a body, others without
-  std::string location = {};        // of a redirection
+  std::string headerLines = {};     // additional ones, each with its line end
   std::string contentRange = {};    // in place of the right one
   int64_t bodyExcess = 0;           // the body, and its length in the header, is longer or shorter
   bool ignoreRange = false;         // answers 200 with the whole file
-  std::string etag = {};            // in place of the right one
-  size_t headerPadding = 0;         // bytes of additional header lines
+  std::optional<std::string> etag = {};  // in place of the right one, empty for none
 };
 
 // A storage server that breaks on demand, on a loopback port that it keeps for its life. It knows
