@@ -1,10 +1,10 @@
 #include "Player/QELPreloader.h"
 
-#include <atomic>
+#include <chrono>
+#include <future>
 #include <memory>
 #include <stdexcept>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include "LibraryTest.h"
@@ -219,27 +219,33 @@ TEST_F(PreloaderTest, InitSourceConfiguresANewElement) {
   EXPECT_EQ(source, source_);
 }
 
-// Preloads hold the one lock throughout: the framework never sees two at once, nor a configuration
-// of another order than the one it reads for.
+// The framework never sees two orders at once, nor a configuration of another order than the one
+// it reads for.
 TEST_F(PreloaderTest, OrdersNeverOverlap) {
-  constexpr int kOrders = 300;
   fake::Turns turns;
   source_->read_ = [&] {
     turns.Take();
     return OneSample();
   };
-  fake::RunInThreads(4, kOrders, [&](int thread, int i) {
-    if (thread != 0) {
-      EXPECT_EQ(preloader_->Preload(Order()), Result::SUCCESS_EXIST);
-      return;
-    }
-    const StorageId other("other", i);
-    preloader_->SetStorageSource(other, source_, source_);
-    preloader_->RemoveTrackId(TrackId(other, i));
-    EXPECT_TRUE(preloader_->RemoveStorageSource(other));
-  });
+  fake::RunInThreads(
+      3, 300, [&](int, int) { EXPECT_EQ(preloader_->Preload(Order()), Result::SUCCESS_EXIST); });
   EXPECT_EQ(turns.overlaps, 0);
-  EXPECT_EQ(queue_.outputs_.size(), size_t{3 * kOrders});
+  EXPECT_EQ(queue_.outputs_.size(), 900u);
+}
+
+TEST_F(PreloaderTest, RegistrationsWaitForTheOrderUnderWay) {
+  const StorageId other("other", 1);
+  std::vector<std::future<void>> waiting;
+  source_->read_ = [&] {
+    const auto start = [&](auto act) { waiting.push_back(std::async(std::launch::async, act)); };
+    start([&] { preloader_->SetStorageSource(other, source_, source_); });
+    start([&] { preloader_->RemoveTrackId(kOrderedTrack); });
+    start([&] { preloader_->RemoveStorageSource(other); });
+    for (const auto& call : waiting)
+      EXPECT_EQ(call.wait_for(std::chrono::milliseconds(20)), std::future_status::timeout);
+    return OneSample();
+  };
+  EXPECT_EQ(preloader_->Preload(Order()), Result::SUCCESS_EXIST);
 }
 
 }  // namespace Moravel::Player

@@ -28,11 +28,11 @@ TEST(DamageTest, DamagedPicturesAreShownWithOneWarning) {
        {zeroed, Insert(whole, middle, {0xFF, 0xD9}), CutTo(whole, middle),
         CutTo(whole, whole.size() - 2), CutTo(progressive, progressive.size() * 3 / 4)}) {
     TestDecoder decoder(NewTrack());
-    const WarningLog log;
+    WarningLog log;
     EXPECT_EQ(decoder.Decode(damaged)->GetData()->GetDataSize(), 640u * 480 * 3 / 2);
-    EXPECT_THAT(log.Lines(), ElementsAre(HasSubstr("damaged")));
+    EXPECT_THAT(log.lines_, ElementsAre(HasSubstr("damaged")));
     EXPECT_EQ(NumberOf(decoder.Decode(whole)), 7);
-    EXPECT_EQ(log.Lines().size(), 1u);
+    EXPECT_EQ(log.lines_.size(), 1u);
   }
 }
 
@@ -65,22 +65,22 @@ TEST(DamageTest, PicturesWithoutHuffmanTablesMeanTheDefaultOnes) {
   const Bytes whole = MakeJpeg({.number = 3});
   const Bytes bare = WithoutSegments(whole, kHuffmanTables);
   TestDecoder decoder(NewTrack());
-  const WarningLog log;
+  WarningLog log;
   const Bytes expected = BytesOf(decoder.Decode(whole));
   EXPECT_EQ(BytesOf(decoder.Decode(bare)), expected);
   decoder.Decode(MakeProgressive(whole));  // brings tables of its own
   EXPECT_EQ(BytesOf(decoder.Decode(bare)), expected);
-  EXPECT_THAT(log.Lines(), IsEmpty());
+  EXPECT_THAT(log.lines_, IsEmpty());
 }
 
 TEST(DamageTest, WhatFollowsThePictureIsLeftAlone) {
   const Bytes first = MakeJpeg({.number = 4, .avi1Polarity = 1});
   TestDecoder decoder(NewTrack());
-  const WarningLog log;
+  WarningLog log;
   for (const Bytes& tail :
        {MakeJpeg({.number = 5, .avi1Polarity = 2}), Bytes(100, 0), Bytes(100, 0xFF)})
     EXPECT_EQ(NumberOf(decoder.Decode(Insert(first, first.size(), tail))), 4);
-  EXPECT_THAT(log.Lines(), IsEmpty());
+  EXPECT_THAT(log.lines_, IsEmpty());
 }
 
 TEST(DamageTest, OnePushGivesOnePicture) {

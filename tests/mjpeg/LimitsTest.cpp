@@ -63,8 +63,10 @@ TEST(LimitsTest, OnlyMotionJpeg) {
   arithmetic[frame + 1] = kArithmeticFrame;
   twoComponents[frame + 9] = 2;
   Bytes colours = MakeJpeg({.subsampling = TJSAMP_444});  // named R, G, B: not converted
-  for (size_t i = 0; i < 3; ++i)
+  for (size_t i = 0; i < 3; ++i) {
     colours[FindSegment(colours, kBaselineFrame) + 10 + 3 * i] = uint8_t("RGB"[i]);
+    colours[FindSegment(colours, kStartOfScan) + 5 + 2 * i] = uint8_t("RGB"[i]);
+  }
   colours = WithoutSegments(colours, 0xE0);
   for (const Bytes& other : {arithmetic, twoComponents, colours})
     EXPECT_FALSE(IsAccepted(other));

@@ -2,7 +2,6 @@
 
 #include "elements/mjpeg/MotionJpegDecoder.h"
 #include "qel/WorkflowStepImplementation.h"
-#include "qelCore/LoggerWriter.h"
 
 namespace qel::mjpeg {
 
@@ -12,6 +11,10 @@ using Handle = std::unique_ptr<void, decltype(&tjDestroy)>;
 
 size_t SegmentBytes(const Bytes& jpeg, size_t at) {
   return 2 + (size_t{jpeg.at(at + 2)} << 8 | jpeg.at(at + 3));
+}
+
+ParametersCollectionInstancePtr NewConfig(decltype(GetInitConfigPrototype) prototype) {
+  return prototype(ElementFactoryType_VideoDecoder, "qel", "video.mjpeg")->CreateInstance();
 }
 
 }  // namespace
@@ -75,8 +78,7 @@ MediaFilterPtr NewElement(VideoDecoderControlPtr* control) {
 }
 
 ParametersCollectionInstancePtr NewInitConfig(FourCC fourCC) {
-  const auto config = GetInitConfigPrototype(ElementFactoryType_VideoDecoder, "qel", "video.mjpeg")
-                          ->CreateInstance();
+  const auto config = NewConfig(GetInitConfigPrototype);
   config->SetParamFourCC("OutputFourCC", fourCC);
   return config;
 }
@@ -88,9 +90,7 @@ TestDecoder::TestDecoder(InfoConstPtr track, FourCC fourCC, int width, int heigh
 }
 
 void TestDecoder::SetOutputSize(int64_t width, int64_t height) {
-  const auto config =
-      GetUpdateConfigPrototype(ElementFactoryType_VideoDecoder, "qel", "video.mjpeg")
-          ->CreateInstance();
+  const auto config = NewConfig(GetUpdateConfigPrototype);
   config->SetParamInt64("output_width", width);
   config->SetParamInt64("output_height", height);
   control_->UpdateConfig(config);
@@ -109,29 +109,6 @@ Bytes BytesOf(const VideoSampleConstPtr& picture) {
 int NumberOf(const VideoSampleConstPtr& picture) {
   return Moravel::Test::ReadPictureNumber(picture->GetData()->GetInnerBuffer(), picture->GetWidth(),
                                           picture->GetWidth(), picture->GetHeight());
-}
-
-class WarningLog::Writer : public ILoggerWriter {
- public:
-  void WriteLog(LogLevel level, const char* message, const char*, const char*, const char*,
-                const char*, const char*, const char*) override {
-    if (level == QEL_WARNING)
-      lines_.push_back(message);
-  }
-
-  std::vector<std::string> lines_;
-};
-
-WarningLog::WarningLog() : writer_(std::make_shared<Writer>()) {
-  SetCurrentLoggerWriter(writer_);
-}
-
-WarningLog::~WarningLog() {
-  SetCurrentLoggerWriter(nullptr);
-}
-
-const std::vector<std::string>& WarningLog::Lines() const {
-  return writer_->lines_;
 }
 
 }  // namespace qel::mjpeg

@@ -12,6 +12,7 @@
 #include "qel/Logging.h"
 #include "qel/QELRuntimeError.h"
 #include "qelCore/Infos.h"
+#include "qelCore/LoggerWriter.h"
 #include "qelCore/Samples.h"
 #include "support/ClipMaker.h"
 
@@ -64,16 +65,17 @@ Bytes BytesOf(const VideoSampleConstPtr& picture);
 int NumberOf(const VideoSampleConstPtr& picture);
 
 // Collects the framework's warning lines while it lives.
-class WarningLog {
+class WarningLog : public ILoggerWriter {
  public:
-  WarningLog();
-  ~WarningLog();
+  WarningLog() { SetCurrentLoggerWriter({std::shared_ptr<void>(), this}); }
+  ~WarningLog() override { SetCurrentLoggerWriter(nullptr); }
+  void WriteLog(LogLevel level, const char* message, const char*, const char*, const char*,
+                const char*, const char*, const char*) override {
+    if (level == QEL_WARNING)
+      lines_.push_back(message);
+  }
 
-  const std::vector<std::string>& Lines() const;
-
- private:
-  class Writer;
-  const std::shared_ptr<Writer> writer_;
+  std::vector<std::string> lines_;
 };
 
 }  // namespace qel::mjpeg

@@ -69,9 +69,8 @@ class Ledger {
     if (noted == nullptr)
       return;
     const std::lock_guard<std::mutex> lock(access_);
-    ++made_;
     containers_.push_back(noted->GetContainer());
-    if (made_ % 1000 == 0)
+    if (++made_ % 1000 == 0)
       std::erase_if(containers_, [](const auto& container) { return container.expired(); });
   }
 
