@@ -32,9 +32,9 @@ TEST(TrackIndex, OfManySamplesTakesFewReadsAndFewMoreBytesThanItHas) {
   for (auto [name, made] : cases) {
     SCOPED_TRACE(name);
     const auto index = qel::ReadTrackIndex(made.file);
-    ASSERT_EQ(index.Count(), 100'000);
-    EXPECT_EQ(index.At(99'999).size, 19'000u);
-    EXPECT_EQ(index.At(24'999).offset - index.At(0).offset, 24'999 * 20'000);
+    ASSERT_EQ(index.Count(), 20'000);
+    EXPECT_EQ(index.At(19'999).size, 19'000u);
+    EXPECT_EQ(index.At(4'999).offset - index.At(0).offset, 4'999 * 20'000);
     EXPECT_EQ(index.width, 64);
     EXPECT_THAT(made.file.reads, Le(10));
     EXPECT_THAT(made.file.bytesRead, Le(made.indexBytes * 12 / 10));
@@ -53,13 +53,6 @@ TEST(TrackIndex, HasNoMoreEntriesAndBytesThanAllowed) {
     EXPECT_EQ(error.empty(), more <= 0) << error;
     EXPECT_THAT(error, HasSubstr(more <= 0 ? "" : "announces 10000001 samples, at most 10000000"));
   }
-  auto avi = MakeSparseAvi({.samples = 10}, Picture());
-  const int64_t idx1 = avi.file.Size() - avi.indexBytes - 8;
-  constexpr int64_t kTooLong = 17 * qel::kMaxIndexEntries;  // at 16 bytes an entry
-  avi.file.Put(idx1, Writer(false).Text("idx1").U32({kTooLong}).bytes);
-  avi.file.Put(idx1 + 8 + kTooLong, {0});
-  EXPECT_THAT(ErrorOf([&] { qel::ReadTrackIndex(avi.file); }), HasSubstr("index is too long"));
-
   SparseFile longHeader(qel::kMaxIndexBytes);
   longHeader.Put(0, Writer(true).U32({qel::kMaxIndexBytes / 2 + 9}).Text("moov").bytes);
   EXPECT_THAT(ErrorOf([&] { qel::ReadTrackIndex(longHeader); }), HasSubstr("header takes"));

@@ -86,7 +86,7 @@ class Writer {
 
 // A track of samples of one size at one distance; only the first picture has bytes.
 struct SparseTrack {
-  int64_t samples = 100'000;
+  int64_t samples = 20'000;
   int64_t stride = 20'000;
   uint32_t sampleSize = 19'000;
   int segments = 1;         // of an AVI file, each with an index of its own when more than one
