@@ -33,10 +33,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   try {
     const qel::TrackIndex index = qel::ReadTrackIndex(file);
     Require(index.Count() > 0 && index.width > 0 && index.height > 0, "a track has pictures");
-    for (int64_t n = 0; n < index.Count(); ++n) {
-      Require(index.At(n).offset >= 0, "offsets are not negative");
+    for (int64_t n = 0; n < index.Count(); ++n)
       Require(index.Duration(n) >= 0, "time does not run back");
-    }
     index.Find(qel::MediaTime(qel::EditRate(25, 1), 3, nullptr));
   } catch (const qel::QELRuntimeError&) {
   }

@@ -209,13 +209,14 @@ bool FileSaysBottomFirst(const AVCodecParameters& parameters) {
 void TakePictureFacts(ReadAheadCache& file, const AVCodecParameters& parameters,
                       TrackIndex& index) {
   using enum TrackIndex::FieldOrder;
-  index.width = parameters.width;
-  index.height = parameters.height;
   const auto facts = LookAtPicture(file, FirstWholeSample(index, file.Size()));
+  // The container's size is the best there is for a damaged first picture, or one without lines.
+  index.width = facts && facts->width != 0 ? facts->width : parameters.width;
+  index.height = facts && facts->height != 0 ? facts->height : parameters.height;
+  if (index.width <= 0 || index.height <= 0)
+    throw QELRuntimeError("neither the file nor its first picture says how large the pictures are");
   if (!facts)
-    return;  // a damaged first picture: the container's size is the best there is
-  index.width = facts->width;
-  index.height = facts->height == 0 ? parameters.height : facts->height;
+    return;
   if (facts->polarity != FieldPolarity::Frame)
     index.fieldOrder = facts->polarity == FieldPolarity::Even ? BottomFirst : TopFirst;
   else if (IsAboutHalf(facts->height, parameters.height))
