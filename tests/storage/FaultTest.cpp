@@ -90,6 +90,7 @@ std::ostream& operator<<(std::ostream& out, const FaultCase& c) {
 class Faults : public ::testing::TestWithParam<FaultCase> {
  protected:
   Faults() {
+    qel::RegisterBuiltinElements();
     server.SetTrack(1, clip.file);
     server.SetTrack(2, clip.file);
     server.SetTrack(3, clip.file);
