@@ -10,7 +10,8 @@ namespace qel {
 namespace {
 
 // The first request of a sequence covers that many samples, and each next one that many times more:
-// every request costs a round trip, and what a jump leaves behind is what the kernel's buffers hold.
+// every request costs a round trip, and what a jump leaves behind is what the kernel's buffers
+// hold.
 constexpr int64_t kRunGrowth = 16;
 constexpr int64_t kMaxRunSamples = 65536;
 
