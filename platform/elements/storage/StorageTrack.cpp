@@ -9,9 +9,10 @@ namespace qel {
 
 namespace {
 
-// The first request of a sequence covers that many samples, and each next one that many times more:
-// every request costs a round trip, and what a jump leaves behind is what the kernel's buffers
-// hold.
+// Samples that followed each other before more are asked for: two may do so by chance.
+constexpr int64_t kSequenceSamples = 3;
+// The first request of a sequence covers that many samples, each next one that many times more:
+// a request costs a round trip, and a jump leaves behind only what the kernel's buffers hold.
 constexpr int64_t kRunGrowth = 16;
 constexpr int64_t kMaxRunSamples = 65536;
 
@@ -58,13 +59,13 @@ void StorageTrack::StopStreaming() {
 std::optional<SampleBytes> StorageTrack::Read(int64_t number) {
   const auto now = std::chrono::steady_clock::now();
   const bool isStale = now - std::exchange(lastRead_, now) > maxIdle_;
-  const bool isSequence = std::exchange(successor_, number + 1) == number;
+  sequenceLength_ = std::exchange(successor_, number + 1) == number ? sequenceLength_ + 1 : 1;
   if (index_.At(number).size == 0)
     return std::nullopt;
   if (run_ && (isStale || run_->Next() != number))
     StopStreaming();
   try {
-    return Named([=, this] { return ReadStored(number, isSequence); });
+    return Named([=, this] { return ReadStored(number); });
   } catch (...) {
     StopStreaming();
     successor_ = -1;
@@ -72,10 +73,11 @@ std::optional<SampleBytes> StorageTrack::Read(int64_t number) {
   }
 }
 
-SampleBytes StorageTrack::ReadStored(int64_t number, bool isSequence) {
+SampleBytes StorageTrack::ReadStored(int64_t number) {
   if (!run_) {
     CheckPlace(number);
-    runSamples_ = isSequence ? std::min(runSamples_ * kRunGrowth, kMaxRunSamples) : 1;
+    const bool goesOn = sequenceLength_ >= kSequenceSamples;
+    runSamples_ = goesOn ? std::min(runSamples_ * kRunGrowth, kMaxRunSamples) : 1;
     StartRun(number);
   }
   file_.Receive();

@@ -44,7 +44,7 @@ class StorageTrack {
  private:
   template <typename Function>
   auto Named(Function function);
-  SampleBytes ReadStored(int64_t number, bool isSequence);
+  SampleBytes ReadStored(int64_t number);
   void CheckPlace(int64_t number) const;
   void StartRun(int64_t number);
 
@@ -54,8 +54,9 @@ class StorageTrack {
   HttpFile file_;
   TrackIndex index_;
   std::unique_ptr<SampleRun> run_;
-  int64_t runSamples_ = 0;  // that the next request of a sequence may cover
-  int64_t successor_ = -1;  // of the sample that was read last
+  int64_t runSamples_ = 0;      // that the next request of a sequence may cover
+  int64_t successor_ = -1;      // of the sample that was read last
+  int64_t sequenceLength_ = 0;  // samples that followed each other up to that one
   std::chrono::steady_clock::time_point lastRead_;
 };
 
