@@ -13,7 +13,7 @@ namespace qel {
 namespace {
 
 constexpr long kMaxRedirects = 3;
-constexpr long kReceiveBufferBytes = 256 << 10;
+constexpr long kReceiveBufferBytes = 512 << 10;
 // Enough for the header of most files and the beginning of their first picture.
 constexpr int64_t kHeadBytes = 16 << 10;
 
