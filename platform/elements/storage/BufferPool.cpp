@@ -9,7 +9,7 @@ namespace qel {
 namespace {
 
 // Free memory that is kept, in bytes and in pieces.
-constexpr size_t kMaxFreeBytes = size_t{4} << 20;
+constexpr size_t kMaxFreeBytes = size_t{2} << 20;
 constexpr size_t kMaxFreeBuffers = 256;
 
 // Sizes are rounded up to steps of an eighth of a power of two, so that samples of about the same

@@ -13,7 +13,7 @@ constexpr int64_t kMaxRunBytes = int64_t{1} << 30;
 // Bytes between two samples that are read and thrown away rather than asked around.
 constexpr int64_t kMaxGapBytes = int64_t{1} << 20;
 // Complete samples that nobody took, above which the server is made to wait.
-constexpr int64_t kMaxCompleteBytes = int64_t{4} << 20;
+constexpr int64_t kMaxCompleteBytes = int64_t{1} << 20;
 
 }  // namespace
 

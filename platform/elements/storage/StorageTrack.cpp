@@ -13,7 +13,7 @@ namespace {
 constexpr int64_t kSequenceSamples = 3;
 // The first request of a sequence covers that many samples, each next one that many times more:
 // a request costs a round trip, and a jump leaves behind only what the kernel's buffers hold.
-constexpr int64_t kRunGrowth = 16;
+constexpr int64_t kRunGrowth = 32;
 constexpr int64_t kMaxRunSamples = 65536;
 
 }  // namespace
