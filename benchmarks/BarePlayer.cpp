@@ -1,9 +1,9 @@
 // The least that a player of an AVI over HTTP does with these libraries, as a limit for the real
 // one: one libcurl transfer, and bare TurboJPEG on two threads.
 #include <curl/curl.h>
-#include <turbojpeg.h>
 
 #include <algorithm>
+#include <atomic>
 #include <condition_variable>
 #include <cstdint>
 #include <cstdio>
@@ -16,6 +16,8 @@
 #include <thread>
 #include <utility>
 #include <vector>
+
+#include "BareTurboJpeg.h"
 
 namespace {
 
@@ -106,20 +108,10 @@ bool Download(const char* url, Pictures& pictures) {
   return curl_easy_perform(curl.get()) == CURLE_OK;
 }
 
-void DecodeAll(Pictures& pictures) {
-  const std::unique_ptr<void, int (*)(void*)> decoder(tjInitDecompress(), tjDestroy);
-  Bytes memory;
-  for (Bytes picture = pictures.Pop(); !picture.empty(); picture = pictures.Pop()) {
-    int width = 0, height = 0, subsampling = 0, colorspace = 0;
-    tjDecompressHeader3(decoder.get(), picture.data(), picture.size(), &width, &height,
-                        &subsampling, &colorspace);
-    memory.resize(tjBufSizeYUV2(width, 1, height, subsampling));
-    uint8_t* planes[3] = {memory.data()};
-    planes[1] = planes[0] + tjPlaneSizeYUV(0, width, 0, height, subsampling);
-    planes[2] = planes[1] + tjPlaneSizeYUV(1, width, 0, height, subsampling);
-    tjDecompressToYUVPlanes(decoder.get(), picture.data(), picture.size(), planes, width, nullptr,
-                            height, 0);
-  }
+void DecodeAll(Pictures& pictures, std::atomic<int>& count) {
+  Moravel::Bench::BareTurboJpeg decoder;
+  for (Bytes picture = pictures.Pop(); !picture.empty(); picture = pictures.Pop(), ++count)
+    decoder.Decode(picture.data(), picture.size());
 }
 
 }  // namespace
@@ -129,12 +121,17 @@ int main(int argc, char** argv) {
     std::fprintf(stderr, "usage: bare-player URL\n");
     return 2;
   }
+  constexpr int kDecoders = 2;
   Pictures pictures;
-  std::vector<std::jthread> decoders;
-  for (int i = 0; i < 2; ++i)
-    decoders.emplace_back([&pictures] { DecodeAll(pictures); });
-  const bool complete = Download(argv[1], pictures);
-  for (size_t i = 0; i < decoders.size(); ++i)
-    pictures.Push({});
-  return complete ? 0 : 1;
+  std::atomic<int> count = 0;
+  bool isComplete = false;
+  {
+    std::vector<std::jthread> decoders;
+    for (int i = 0; i < kDecoders; ++i)
+      decoders.emplace_back([&] { DecodeAll(pictures, count); });
+    isComplete = Download(argv[1], pictures);
+    for (int i = 0; i < kDecoders; ++i)
+      pictures.Push({});
+  }
+  return isComplete && count > 0 ? 0 : 1;
 }

@@ -7,6 +7,7 @@
 #include <utility>
 #include <vector>
 
+#include "BareTurboJpeg.h"
 #include "LoadedClip.h"
 #include "Player/QELMultiResDecoder.h"
 #include "elements/mjpeg/SharedPictures.h"
@@ -116,21 +117,11 @@ void DecodeSizes(benchmark::State& state) {
 BENCHMARK(DecodeSizes)->Arg(1)->Arg(3)->Unit(benchmark::kMillisecond);
 
 void DecodeBareTurboJpeg(benchmark::State& state) {
-  const std::unique_ptr<void, int (*)(void*)> decoder(tjInitDecompress(), tjDestroy);
+  BareTurboJpeg decoder;
   Cursor cursor(static_cast<size_t>(state.thread_index()));
-  std::vector<uint8_t> memory;
   for (auto _ : state) {
     const Encoded encoded(*cursor.Next());
-    int width = 0, height = 0, subsampling = 0, colorspace = 0;
-    tjDecompressHeader3(decoder.get(), encoded.data, encoded.size, &width, &height, &subsampling,
-                        &colorspace);
-    memory.resize(tjBufSizeYUV2(width, 1, height, subsampling));
-    uint8_t* planes[3] = {memory.data()};
-    planes[1] = planes[0] + tjPlaneSizeYUV(0, width, 0, height, subsampling);
-    planes[2] = planes[1] + tjPlaneSizeYUV(1, width, 0, height, subsampling);
-    if (tjDecompressToYUVPlanes(decoder.get(), encoded.data, encoded.size, planes, width, nullptr,
-                                height, 0) != 0)
-      throw std::runtime_error("no picture");
+    decoder.Decode(encoded.data, encoded.size);
   }
   state.SetItemsProcessed(state.iterations());
 }
