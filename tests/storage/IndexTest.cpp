@@ -53,6 +53,13 @@ TEST(TrackIndex, HasNoMoreEntriesAndBytesThanAllowed) {
     EXPECT_EQ(error.empty(), more <= 0) << error;
     EXPECT_THAT(error, HasSubstr(more <= 0 ? "" : "announces 10000001 samples, at most 10000000"));
   }
+  auto avi = MakeSparseAvi({.samples = 10}, Picture());
+  const int64_t idx1 = avi.file.Size() - avi.indexBytes - 8;
+  constexpr int64_t kTooLong = 17 * qel::kMaxIndexEntries;  // at 16 bytes an entry
+  avi.file.Put(idx1, Writer(false).Text("idx1").U32({kTooLong}).bytes);
+  avi.file.Put(idx1 + 8 + kTooLong, {0});
+  EXPECT_THAT(ErrorOf([&] { qel::ReadTrackIndex(avi.file); }), HasSubstr("index is too long"));
+
   SparseFile longHeader(qel::kMaxIndexBytes);
   longHeader.Put(0, Writer(true).U32({qel::kMaxIndexBytes / 2 + 9}).Text("moov").bytes);
   EXPECT_THAT(ErrorOf([&] { qel::ReadTrackIndex(longHeader); }), HasSubstr("header takes"));
