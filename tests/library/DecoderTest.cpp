@@ -1,45 +1,38 @@
 #include <atomic>
 #include <chrono>
 #include <future>
-#include <memory>
-#include <string>
-#include <thread>
-#include <vector>
 
-#include "LibraryTest.h"
+#include "Framework.h"
 #include "Player/QELMultiResDecoder.h"
 #include "Player/QELSampleDecoder.h"
 
-namespace Moravel::Player {
+namespace Moravel::Test {
 
-using fake::At;
-using fake::LogLine;
-using fake::MakeContainer;
-using fake::MakeInfoContainer;
-using fake::MakeSample;
-using fake::MakeVideoInfo;
-using orl::mv::logging::ILogger;
+using namespace Player;
 using testing::ElementsAre;
 using testing::IsEmpty;
+using testing::Pair;
 
-const char* const kDecoderHeader = "Player/QELSampleDecoder.h";
-const char* const kDecoderFile = "Player/QELSampleDecoder.cpp";
 const char* const kNotFound =
     "Could not find sample with valid channel in sample container: cannot decode";
 
-class DecoderTest : public fake::LibraryTest {
+qel::SampleContainerConstPtr Picture() {
+  return qel::CreateSampleContainer(
+      qel::CreateVideoSample(Info("decoded"), nullptr, Buffer(1), 4, 3, qel::FourCC_I420), nullptr);
+}
+
+class DecoderTest : public LibraryTest {
  protected:
   DecoderTest() {
-    element_->input_ = MakeInfoContainer({MakeVideoInfo("input")});
-    element_->outputs_ = {MakeContainer({fake::MakePicture()})};
+    element_->outputs_ = {Picture()};
     decoder_.SetDecoder({element_, element_});
     sample_.SetDuration(At(1, 1, 25));
-    framework_.TakeCalls();
+    TakeCalls();
   }
 
   // An order for the top field, or the frame, of a sample that holds these framework samples.
-  DecodeOrder Order(qel::SampleList samples) {
-    sample_.SetContainer(MakeContainer(std::move(samples)));
+  DecodeOrder Order(qel::SampleList samples = {Sample("s", 0)}) {
+    sample_.SetContainer(Read(std::move(samples)));
     DecodeOrder order;
     order.toDecode_ = &sample_;
     order.orderTp_ = At(100, 1, 50);
@@ -49,287 +42,233 @@ class DecoderTest : public fake::LibraryTest {
     order.height_ = 1080;
     return order;
   }
-
-  std::unique_ptr<ISample> Decode(const DecodeOrder& order) {
-    return std::unique_ptr<ISample>(decoder_.Decode(order));
+  static std::unique_ptr<QELSample> Decode(ISampleDecoder& decoder, const DecodeOrder& order) {
+    return std::unique_ptr<QELSample>(dynamic_cast<QELSample*>(decoder.Decode(order)));
   }
+  std::unique_ptr<QELSample> Decode(const DecodeOrder& order) { return Decode(decoder_, order); }
 
-  void ExpectNull(const DecodeOrder& order, ILogger::Level level, const std::string& text) {
-    framework_.hostLog_.clear();
-    EXPECT_EQ(Decode(order), nullptr);
-    EXPECT_THAT(framework_.hostLog_, ElementsAre(LogLine{level, text, kDecoderFile}));
-  }
-
-  std::shared_ptr<fake::Decoder> element_ = std::make_shared<fake::Decoder>();
+  std::shared_ptr<Decoder> element_ = std::make_shared<Decoder>();
   QELSample sample_;
   QELSampleDecoder decoder_;
 };
 
-TEST_F(DecoderTest, AdapterPutsAnySampleOnTheDecodersStream) {
+TEST_F(DecoderTest, AdapterPutsOneSampleOnTheDecodersStream) {
   QELSampleDecoder::AdapterForChangingStreamId adapter;
-  const auto convert = [&](qel::SampleContainerConstPtr container) {
-    return [&adapter, container] { adapter.ConvertSampleContainer(container); };
-  };
-  const auto init = [&](qel::InfoContainerConstPtr infos) {
-    return [&adapter, infos] { adapter.Init(infos); };
-  };
-  const auto expectCheck = [&](const std::string& text, const auto& act) {
-    fake::ExpectCheck(framework_, text, kDecoderHeader, act);
-  };
-  const auto two = qel::SampleList(2, MakeSample("second", {0}));
-  expectCheck("[_info] [ Pointer is null ]", convert(MakeContainer({two.front()})));
-  init(MakeInfoContainer({MakeVideoInfo("first")}))();
-  init(MakeInfoContainer({MakeVideoInfo("second")}))();
-  const std::string infos = "[infoList size must be 1] [ Condition is not true ]";
-  const std::string samples = "[inputSamples size must be 1] [ Condition is not true ]";
-  expectCheck("[sample container] [ Pointer is null ]", convert(nullptr));
-  expectCheck("[outputInfoContainer] [ Pointer is null ]", init(nullptr));
-  expectCheck("[info] [ Pointer is null ]", init(MakeInfoContainer({nullptr})));
-  expectCheck(infos, init(MakeInfoContainer({})));
-  expectCheck(infos, init(MakeInfoContainer(qel::InfoList(2, MakeVideoInfo("several")))));
-  expectCheck(samples, convert(MakeContainer({})));
-  expectCheck(samples, convert(MakeContainer(two)));
-  for (const char* streamId : {"other", "second"}) {
-    const auto input = MakeContainer({MakeSample(streamId, {0})});
-    const auto converted = adapter.ConvertSampleContainer(input);
-    EXPECT_NE(converted, input);
-    EXPECT_EQ(converted->GetAllSamples().front()->GetStreamId(), "second");
-    EXPECT_EQ(input->GetAllSamples().front()->GetStreamId(), streamId);
-  }
+  const auto one = Sample("other", 0);
+  adapter.Init(qel::CreateInfoContainer(Info("mine"), nullptr));
+  for (const qel::InfoList& infos : {qel::InfoList(), {nullptr}, {Info("a"), Info("b")}})
+    EXPECT_THROW(adapter.Init(qel::CreateInfoContainer(infos)), qel::QELRuntimeError);
+  for (const qel::SampleList& samples : {qel::SampleList(), {one, one}})
+    ExpectCheck("[inputSamples size must be 1] [ Condition is not true ]",
+                [&] { adapter.ConvertSampleContainer(Read(samples)); });
+  const auto converted = adapter.ConvertSampleContainer(Read({one}))->GetAllSamples();
+  EXPECT_EQ(converted.front()->GetStreamId(), "mine");
 }
 
 TEST_F(DecoderTest, InitBuildsTheElementForTheFirstVideoStream) {
-  framework_.factory_ = std::make_shared<qel::ElementFactory<qel::ElementFactoryType_VideoDecoder>>(
-      [](auto) { return std::make_shared<fake::Decoder>(); });
-  const auto source = std::make_shared<fake::Source>();
-  source->output_ = MakeInfoContainer(
-      {fake::MakeSoundInfo("sound"), MakeVideoInfo("video1"), MakeVideoInfo("video2")});
+  struct SoundInfo : qel::IInfo {
+    const std::string& GetStreamId() const override { return streamId_; }
+    std::string streamId_ = "sound";
+  };
+  const auto sound = std::make_shared<SoundInfo>();
+  Register(element_);
+  const auto source = std::make_shared<Source>();
+  source->output_ = qel::CreateInfoContainer({sound, Info("video1"), Info("video2")});
   QELDecoder built;
-  QELSampleDecoder::InitJPEGDecoder(source, built, qel::FourCC_Y800);
-  EXPECT_THAT(
-      framework_.TakeCalls(),
-      ElementsAre("GetInitConfigPrototype 9 qel video.mjpeg", "CreateParametersCollectionInstance",
-                  "Set OutputFourCC=808466521", "GetDefinedOutput \"\"", "GetVideoInfoList",
-                  "CreateMilestone ImplementElement label9.qel.video.mjpeg",
-                  "GetFactory 9 qel video.mjpeg", "GetManifest 9 qel video.mjpeg", "CreateWrapper",
-                  "SetInitConfig OutputFourCC=808466521", "CreateInfoContainer video1",
-                  "DefineInput \"\""));
-  const QELDecoder before = built;
-  const auto init = [&] { QELSampleDecoder::InitJPEGDecoder(source, built, qel::FourCC_I420); };
-  framework_.missing_ = "CreateWrapper";
-  EXPECT_EQ(fake::ErrorOf(init), "[decoderElement] [ Pointer is null ]");
-  source->output_ = MakeInfoContainer({fake::MakeSoundInfo("sound")});
-  framework_.frameworkLog_.clear();
-  EXPECT_EQ(fake::ErrorOf(init),
-            "another exception: VideoInfoList is empty, cannot InitJPEGDecoder");
-  EXPECT_THAT(framework_.frameworkLog_, IsEmpty());
-  source->output_ = nullptr;
-  fake::ExpectCheck(framework_, "[demuxerDefinedOutput] [ Pointer is null ]", kDecoderFile, init);
-  framework_.missing_ = "GetInitConfigPrototype";
-  fake::ExpectCheck(framework_,
-                    "[GetInitConfigPrototype failed (VideoDecoder)] [ Pointer is null ]",
-                    kDecoderFile, init);
-  EXPECT_EQ(built, before);
+  const auto init = [&] { QELSampleDecoder::InitJPEGDecoder(source, built, qel::FourCC_Y800); };
+  init();
+  EXPECT_EQ(built, QELDecoder(element_, element_));
+  EXPECT_THAT(TakeCalls(),
+              ElementsAre("GetDefinedOutput", "SetInitConfig 808466521", "DefineInput video1"));
+  source->output_ = qel::CreateInfoContainer(sound, nullptr);
+  EXPECT_EQ(ErrorOf(init), "std VideoInfoList is empty, cannot InitJPEGDecoder");
+  EXPECT_EQ(built, QELDecoder(element_, element_));
 }
 
 TEST_F(DecoderTest, OnlyASuccessfulSetDecoderMakesItReady) {
-  const DecodeOrder order = Order({MakeSample("s", {0})});
+  const DecodeOrder order = Order();
   QELSampleDecoder fresh;
-  fake::ExpectCheck(framework_, "[decoderElement] [ Pointer is null ]", kDecoderFile,
-                    [&] { fresh.Decode(order); });
-  fake::ExpectCheck(framework_, "[decoder] [ Pointer is null ]", kDecoderFile,
-                    [&] { decoder_.SetDecoder({}); });
+  ExpectCheck("[decoderElement] [ Pointer is null ]", [&] { fresh.Decode(order); });
+  ExpectCheck("[decoder] [ Pointer is null ]", [&] { decoder_.SetDecoder({}); });
   EXPECT_TRUE(Decode(order)) << "unchanged";
-
-  const auto undefined = std::make_shared<fake::Decoder>();
-  fake::ExpectCheck(framework_, "[outputInfoContainer] [ Pointer is null ]", kDecoderHeader, [&] {
+  const auto undefined = std::make_shared<Decoder>();
+  undefined->input_ = nullptr;
+  ExpectCheck("[outputInfoContainer] [ Pointer is null ]", [&] {
     decoder_.SetDecoder({undefined, undefined});
   });
-  EXPECT_EQ(element_.use_count(), 1) << "replaced all the same";
-  fake::ExpectCheck(framework_, "[decoder is ready] [ Condition is not true ]", kDecoderFile,
-                    [&] { Decode(order); });
+  ExpectCheck("[decoder is ready] [ Condition is not true ]", [&] { Decode(order); });
   decoder_.SetDecoder({element_, element_});
   EXPECT_TRUE(Decode(order));
 }
 
-TEST_F(DecoderTest, DecodesInOneExchange) {
-  const DecodeOrder order = Order({MakeSample("s", {0})});
-  const std::unique_ptr<ISample> decoded = Decode(order);
-  ASSERT_TRUE(decoded);
-  EXPECT_THAT(framework_.TakeCalls(),
-              ElementsAre("GetAllSamples", "CreateSampleContainer s", "CreateStreamIdToInfoMap",
-                          "GetAllSamples", "AddInfo s->input", "DuplicateSampleContainer",
-                          "GetAllSamples", "GetAllSamples", "PushSample input", "GetSample",
-                          "GetSample", "GetVideoSampleList"));
-  EXPECT_EQ(dynamic_cast<QELSample&>(*decoded).GetContainer(), element_->outputs_.front());
-  EXPECT_EQ(decoded->GetTimePoint(), order.orderTp_);
-  EXPECT_EQ(decoded->GetDuration(), At(1, 1, 25)) << "a frame lasts as long as the encoded sample";
-  EXPECT_THAT(framework_.hostLog_, IsEmpty());
-
-  const auto first = MakeContainer({fake::MakePicture()});
-  element_->outputs_ = {first, MakeContainer({fake::MakePicture()})};
-  EXPECT_EQ(dynamic_cast<QELSample&>(*Decode(order)).GetContainer(), first);
-  const LogLine second = {ILogger::Level_Warning, "GetSample should return NULL on the second call",
-                          kDecoderFile};
-  EXPECT_THAT(framework_.hostLog_, ElementsAre(second));
-}
-
-// Which of the samples "zero" (channel 0) and "one" (channel 1), stored bottom first, is pushed.
-TEST_F(DecoderTest, PicksTheWantedField) {
-  framework_.level_ = ILogger::Level_Trace;
-  std::string pushed;
-  element_->onPush_ = [&](const qel::ISample& sample) {
-    pushed = std::to_string(sample.GetChannelInfo()->GetChannels().front());
-  };
-  const qel::SampleList fields = {nullptr, MakeSample("hollow", {0}, nullptr),
-                                  MakeSample("one", {1}), MakeSample("zero", {0}),
-                                  MakeSample("never looked at", {0, 1})};
+// Of the samples "zero" and "one", stored bottom first, the wanted one in one exchange.
+TEST_F(DecoderTest, DecodesTheFrameOrTheWantedField) {
   struct Case {
     bool top, interlaced;
     const char* pushed;
-    uint64_t fieldNumber;
+    uint64_t time, period;
     const char* name;
   };
-  for (const Case& c : {Case{true, true, "0", 100, "top"}, Case{false, true, "1", 101, "bottom"}}) {
-    framework_.hostLog_.clear();
-    DecodeOrder order = Order(fields);
+  level_ = ILogger::Level_Trace;
+  int channel = -1;
+  element_->onPush_ = [&](const qel::ISample& sample) {
+    channel = sample.GetChannelInfo()->GetChannels().front();
+  };
+  for (const Case& c : {Case{true, false, "top", 100, 25, "0.040000"},
+                        {true, true, "top", 100, 50, "0.020000"},
+                        {false, true, "bottom", 101, 50, "0.020000"}}) {
+    DecodeOrder order =
+        Order({nullptr, Sample("hollow", 0, nullptr), Sample("one", 1), Sample("zero", 0)});
     order.decodeTopField_ = c.top;
     order.isInterlace_ = c.interlaced;
+    hostLog_.clear();
+    TakeCalls();
     const auto decoded = Decode(order);
     ASSERT_TRUE(decoded);
-    EXPECT_EQ(pushed, c.pushed);
-    EXPECT_EQ(decoded->GetTimePoint(), At(c.fieldNumber, 1, 50));
-    EXPECT_EQ(decoded->GetDuration(), At(1, 1, 50));
+    EXPECT_THAT(TakeCalls(), ElementsAre("PushSample input", "GetSample", "GetSample", "Log"));
+    EXPECT_EQ(channel, c.top ? 0 : 1);
+    EXPECT_EQ(decoded->GetContainer(), element_->outputs_.front());
+    EXPECT_EQ(decoded->GetTimePoint(), At(c.time, 1, 50));
+    EXPECT_EQ(decoded->GetDuration(), At(1, 1, c.period));
     EXPECT_EQ(decoded->GetPropertyKeys().count("bottom"), c.top ? 0u : 1u);
-    ASSERT_EQ(framework_.hostLog_.size(), 1u);
-    EXPECT_THAT(framework_.hostLog_[0].text,
-                testing::MatchesRegex(std::string("Decoded ") + c.name +
-                                      " sample at 00:00:02.0[02]0000 of duration 0.020000 s in "
-                                      "[0-9]+ ms"));
+    EXPECT_THAT(hostLog_.at(0).second,
+                testing::MatchesRegex("Decoded " + std::string(c.pushed) +
+                                      " sample at 00:00:02.0[02]0000 of duration " + c.name +
+                                      " s in [0-9]+ ms"));
   }
 }
 
-TEST_F(DecoderTest, AnswersNullForWhatItCannotServe) {
-  struct OtherSample : QELSample {};
-  DecodeOrder order = Order({MakeSample("zero", {0})});
+TEST_F(DecoderTest, AnswersNullOrThrowsForWhatItCannotServe) {
+  const auto expectNull = [&](const DecodeOrder& order, int level, const std::string& text) {
+    hostLog_.clear();
+    EXPECT_EQ(Decode(order), nullptr);
+    EXPECT_THAT(hostLog_, ElementsAre(Pair(level, text)));
+  };
+  DecodeOrder order = Order();
   order.decodeTopField_ = false;
-  ExpectNull(order, ILogger::Level_Warning, kNotFound);  // neither field is asked for
+  expectNull(order, 40, kNotFound);  // neither field is asked for
   order.isInterlace_ = true;
-  ExpectNull(order, ILogger::Level_Warning, kNotFound);  // no bottom field
-  ExpectNull(Order({}), ILogger::Level_Warning, kNotFound);
-  order = Order({});
+  expectNull(order, 40, kNotFound);  // no bottom field
+  expectNull(Order({}), 40, kNotFound);
   sample_.SetContainer(nullptr);
-  ExpectNull(order, ILogger::Level_Warning, kNotFound);
+  expectNull(order, 40, kNotFound);
   order.toDecode_ = nullptr;
-  ExpectNull(order, ILogger::Level_Warning, "Could not dynamic_cast encoded sample to QELSample*");
-
-  for (const auto& outputs : {std::vector<qel::SampleContainerConstPtr>(),
-                              {MakeContainer({MakeSample("no picture", {0})})}}) {
+  expectNull(order, 40, "Could not dynamic_cast encoded sample to QELSample*");
+  for (const auto& outputs :
+       {std::vector<qel::SampleContainerConstPtr>(), {Read({Sample("", 0)})}}) {
     element_->outputs_ = outputs;
-    ExpectNull(Order({MakeSample("zero", {0})}), ILogger::Level_Error,
-               "VideoSampleList is empty after decoding");
+    expectNull(Order(), 50, "VideoSampleList is empty after decoding");
   }
-  for (const std::vector<int>& channels : {std::vector<int>{0, 1}, {}}) {
-    fake::ExpectCheck(framework_,
-                      "[Encoded sample must have 1 channel. It has " +
-                          std::to_string(channels.size()) + "] [ Condition is not true ]",
-                      kDecoderFile, [&] {
-                        Decode(Order({MakeSample("several", channels), MakeSample("s", {0})}));
-                      });
-  }
+  element_->outputs_ = {Picture(), Picture()};
+  EXPECT_TRUE(Decode(Order()));
+  EXPECT_THAT(hostLog_.back(), Pair(40, "GetSample should return NULL on the second call"));
+
+  struct Channels : qel::IChannelInfo {
+    const qel::ChannelsList& GetChannels() const override { return list_; }
+    qel::ChannelsList list_ = {0, 1};
+  };
+  const auto several = qel::CreateSample(Info("s"), std::make_shared<Channels>(), Buffer(1));
+  ExpectCheck("[Encoded sample must have 1 channel. It has 2] [ Condition is not true ]", [&] {
+    Decode(Order({several, Sample("s", 0)}));
+  });
 }
 
 TEST_F(DecoderTest, DispatchesByExactResolution) {
-  DecodeOrder order = Order({MakeSample("s", {0})});
+  const DecodeOrder order = Order();
   QELMultiResDecoder dispatcher;
   QELSampleDecoder notReady;
   dispatcher.AddDecoder(1920, 1088, &decoder_);
   dispatcher.AddDecoder(1280, 1080, &decoder_);
-  const auto decode = [&] { return std::unique_ptr<ISample>(dispatcher.Decode(order)) != nullptr; };
-  const auto add = [&](QELSampleDecoder* decoder) { dispatcher.AddDecoder(1920, 1080, decoder); };
-  const auto line = [](const std::string& text) {
-    return LogLine{ILogger::Level_Warning, text, "Player/QELMultiResDecoder.cpp"};
-  };
-  const std::string miss = "Could not find an QEL decoder for sample at ";
-  EXPECT_FALSE(decode());
-  order.toDecode_ = nullptr;
-  EXPECT_FALSE(decode());
-  add(nullptr);
-  framework_.level_ = ILogger::Level_Error;
-  EXPECT_FALSE(decode());
-  EXPECT_THAT(framework_.hostLog_,
-              ElementsAre(line(miss + "00:00:00.000000 with resolution 1920x1080"),
-                          line(miss + "unknown time with resolution 1920x1080"),
-                          line("AddDecoder: ignored a null decoder for resolution 1920x1080")));
-
-  order.toDecode_ = &sample_;
-  add(&decoder_);
-  add(&notReady);
-  EXPECT_TRUE(decode()) << "the first registration stays";
+  dispatcher.AddDecoder(1920, 1080, nullptr);
+  EXPECT_FALSE(Decode(dispatcher, order));
+  EXPECT_THAT(hostLog_,
+              ElementsAre(Pair(40, "AddDecoder: ignored a null decoder for resolution 1920x1080"),
+                          Pair(40,
+                               "Could not find an QEL decoder for sample at 00:00:00.000000 with "
+                               "resolution 1920x1080")));
+  dispatcher.AddDecoder(1920, 1080, &decoder_);
+  dispatcher.AddDecoder(1920, 1080, &notReady);
+  EXPECT_TRUE(Decode(dispatcher, order)) << "the first registration stays";
   dispatcher.RemoveDecoder(1920, 1080);
-  dispatcher.RemoveDecoder(1920, 1080);
-  add(&notReady);
-  EXPECT_THROW(decode(), qel::QELRuntimeError);
-  dispatcher.RemoveDecoder(1920, 1080);
-  add(&decoder_);
-  EXPECT_TRUE(decode()) << "an exception has left no lock behind";
+  EXPECT_FALSE(Decode(dispatcher, order));
 }
 
-// Two exchanges with one element never interleave, though the orders overlap.
-TEST_F(DecoderTest, ExchangesOfOneDecoderTakeTurns) {
-  fake::Turns turns;
-  element_->onPush_ = [&](const qel::ISample&) { turns.Take(); };
-  const DecodeOrder order = Order({MakeSample("s", {0})});
-  fake::RunInThreads(4, 300, [&](int, int) { EXPECT_TRUE(Decode(order)); });
-  EXPECT_EQ(turns.overlaps, 0);
-  EXPECT_THAT(framework_.hostLog_, IsEmpty()) << "no exchange saw another's picture";
-}
-
-// Decodes at several resolutions run at once; a removal waits for the decode that uses the decoder
-// and is not starved by a stream of others.
-TEST_F(DecoderTest, RegistrationWaitsForDecodesAndIsNotStarved) {
-  constexpr std::chrono::seconds kHung(20);
-  const auto fastElement = std::make_shared<fake::Decoder>(*element_);
+// Exchanges with one element take turns; decodes with several run side by side; a removal waits for
+// the decode that uses the decoder and is not starved by a stream of others.
+TEST_F(DecoderTest, WhatWaitsAndWhatDoesNot) {
+  constexpr std::chrono::milliseconds kMoment(20), kHung(20'000);
+  const auto fastElement = std::make_shared<Decoder>(*element_);
   QELSampleDecoder fast;
   fast.SetDecoder({fastElement, fastElement});
   QELMultiResDecoder dispatcher;
   dispatcher.AddDecoder(1920, 1080, &decoder_);
   dispatcher.AddDecoder(0, -1, &fast);
-  const DecodeOrder large = Order({MakeSample("s", {0})});
+  const DecodeOrder large = Order();
   DecodeOrder small = large;
   small.width_ = 0;
   small.height_ = -1;
-  const auto decode = [&dispatcher](const DecodeOrder& order) {
-    return std::unique_ptr<ISample>(dispatcher.Decode(order)) != nullptr;
-  };
+  const auto start = [](auto act) { return std::async(std::launch::async, act); };
 
   std::promise<void> entered, release;
-  std::atomic<bool> decoding = true, stop = false;
+  std::atomic<int> pushes = 0, inside = 0;
   element_->onPush_ = [&](const qel::ISample&) {
-    entered.set_value();
-    release.get_future().wait();
-    decoding = false;
+    EXPECT_EQ(++inside, 1);
+    if (++pushes == 1) {
+      entered.set_value();
+      release.get_future().wait();
+    }
+    --inside;
   };
-  std::vector<std::jthread> threads;
-  threads.emplace_back([&] { EXPECT_TRUE(decode(large)); });
+  auto first = start([&] { EXPECT_TRUE(Decode(dispatcher, large)); });
   entered.get_future().wait();
-  auto beside = std::async(std::launch::async, [&] { return decode(small); });
+  auto second = start([&] { EXPECT_TRUE(Decode(large)); });
+  EXPECT_EQ(second.wait_for(kMoment), std::future_status::timeout);
+  EXPECT_EQ(pushes, 1);
+  auto beside = start([&] { EXPECT_TRUE(Decode(dispatcher, small)); });
   EXPECT_EQ(beside.wait_for(kHung), std::future_status::ready) << "decodes exclude each other";
 
-  for (int t = 0; t < 2; ++t) {
-    threads.emplace_back([&] {
+  std::atomic<bool> stop = false;
+  std::vector<std::jthread> stream;
+  for (int thread = 0; thread < 2; ++thread) {
+    stream.emplace_back([&] {
       while (!stop)
-        decode(small);
+        Decode(dispatcher, small);
     });
   }
-  auto removal = std::async(std::launch::async, [&] {
-    dispatcher.RemoveDecoder(1920, 1080);
-    EXPECT_FALSE(decoding) << "the decoder is still in use";
-  });
-  EXPECT_EQ(removal.wait_for(std::chrono::milliseconds(20)), std::future_status::timeout);
+  auto removal = start([&] { dispatcher.RemoveDecoder(1920, 1080); });
+  EXPECT_EQ(removal.wait_for(kMoment), std::future_status::timeout) << "it is still in use";
   release.set_value();
   EXPECT_EQ(removal.wait_for(kHung), std::future_status::ready) << "the removal is starved";
   stop = true;
 }
 
-}  // namespace Moravel::Player
+// Whatever fails, and wherever.
+TEST_F(DecoderTest, FailuresLeaveNothingBehind) {
+  Register(element_);
+  const auto source = std::make_shared<Source>();
+  source->output_ = qel::CreateInfoContainer(Info("video"), nullptr);
+  QELDecoder built;
+  FailEach(
+      [&] {
+        built = {};
+        QELSampleDecoder::InitJPEGDecoder(source, built, qel::FourCC_I420);
+      },
+      [&](bool thrown) { EXPECT_EQ(built == QELDecoder(), thrown); });
+
+  level_ = ILogger::Level_Trace;
+  const DecodeOrder order = Order();
+  QELMultiResDecoder dispatcher;
+  dispatcher.AddDecoder(1920, 1080, &decoder_);
+  FailEach([&] { decoder_.SetDecoder(built); },
+           [&](bool thrown) {
+             EXPECT_EQ(ErrorOf([&] { Decode(dispatcher, order); }) != "no exception", thrown);
+           });
+  FailEach([&] { EXPECT_TRUE(Decode(dispatcher, order)); },
+           [&](bool) {
+             dispatcher.RemoveDecoder(1920, 1080);  // the lock is free
+             dispatcher.AddDecoder(1920, 1080, &decoder_);
+           });
+  EXPECT_EQ(element_->outputs_.front().use_count(), 1) << "every result has been destroyed";
+}
+
+}  // namespace Moravel::Test

@@ -1,91 +1,66 @@
-#include <functional>
-#include <memory>
-#include <stdexcept>
-#include <string>
-
-#include "LibraryTest.h"
+#include "Framework.h"
 #include "qel/WorkflowStepImplementation.h"
 
-namespace qel {
+namespace Moravel::Test {
 
-using fake::Lines;
-using testing::ElementsAre;
-using testing::EndsWith;
+constexpr auto kSource = qel::ElementFactoryType_Source;
+const std::pair<int, std::string> kMilestone(qel::QEL_TRACE,
+                                             "[MILESTONE][ImplementElement Source.name.kind]");
 
-constexpr auto kSource = ElementFactoryType_Source;
-using SourceFactory = ElementFactory<kSource>;
-
-const char* const kHeader = "qel/WorkflowStepImplementation.h";
-const fake::LogLine kMilestone = {QEL_TRACE, "[MILESTONE][ImplementElement label4.name.kind]",
-                                  kHeader};
-const fake::LogLine kEnd = {-1, "end of milestone", ""};
-
-SourceInstance Implement() {
-  return ImplementElement<kSource>("name", "kind", nullptr);
-}
-
-class ElementTest : public fake::LibraryTest {
+class ElementTest : public LibraryTest {
  protected:
-  // The cause's own line, if it writes one, stands within the milestone; the summary behind it.
-  void ExpectCanNotImplement(const std::string& cause, bool causeIsLogged) {
-    framework_.frameworkLog_.clear();
-    const std::string text =
-        "can not implement label4 with implementation=\"name\" and type=\"kind\"\n" + cause;
-    EXPECT_EQ(fake::ErrorOf(Implement), text);
-    Lines lines = {kMilestone, kEnd, {QEL_ERROR, text, kHeader}};
-    if (causeIsLogged)
-      lines.insert(lines.begin() + 1, {QEL_ERROR, cause, kHeader});
-    EXPECT_EQ(framework_.frameworkLog_, lines);
+  static qel::SourceInstance Implement() {
+    return qel::ImplementElement<kSource>("name", "kind", nullptr);
+  }
+  static void Set(std::shared_ptr<qel::IElementFactory> factory, bool hasManifest = true) {
+    const auto none = std::make_shared<qel::ParametersCollectionPrototype>(
+        qel::ParametersCollectionPrototype::ParameterMap());
+    const auto manifest = hasManifest ? none->CreateInstance() : nullptr;
+    qel::RegisterElement("name", "kind", {std::move(factory), manifest, none, none});
+  }
+  static void ExpectCanNotImplement(const std::string& cause) {
+    EXPECT_EQ(ErrorOf(Implement),
+              "can not implement Source with implementation=\"name\" and type=\"kind\"\n" + cause);
   }
 };
 
-TEST_F(ElementTest, CreatesTheRegisteredElement) {
-  const auto element = std::make_shared<fake::Source>();
-  framework_.factory_ = std::make_shared<SourceFactory>([&](auto manifest) {
-    EXPECT_TRUE(manifest);
-    framework_.Note("Create");
-    return element;
-  });
-  EXPECT_EQ(Implement(), SourceInstance(element, element, element));
-  EXPECT_THAT(
-      framework_.TakeCalls(),
-      ElementsAre("CreateMilestone ImplementElement label4.name.kind", "GetFactory 4 name kind",
-                  "GetManifest 4 name kind", "Create", "CreateWrapper"));
-  EXPECT_THAT(framework_.frameworkLog_, ElementsAre(kMilestone, kEnd));
-}
-
-TEST_F(ElementTest, EveryRuntimeErrorBecomesOneFrameworkError) {
-  ExpectCanNotImplement("[registryEntry] [ Pointer is null ]", true);
-  framework_.factory_ = std::make_shared<ElementFactory<ElementFactoryType_VideoDecoder>>(nullptr);
-  ExpectCanNotImplement("[factory] [ Pointer is null ]", true);
-  framework_.factory_ = std::make_shared<SourceFactory>(
-      [](auto) -> SourcePtr { throw std::runtime_error("no such device"); });
-  ExpectCanNotImplement("no such device", false);
-  framework_.missing_ = "GetManifest";
-  ExpectCanNotImplement("[manifest] [ Pointer is null ]", true);
-}
-
-TEST_F(ElementTest, OtherExceptionsPass) {
-  framework_.factory_ = std::make_shared<SourceFactory>(nullptr);
-  EXPECT_THROW(Implement(), std::bad_function_call);
-  EXPECT_THAT(framework_.frameworkLog_, ElementsAre(kMilestone, kEnd));
+TEST_F(ElementTest, ImplementsWhatIsRegisteredOrSaysWhyNot) {
+  struct Other : qel::IElementFactory {
+    qel::ElementFactoryType GetFactoryType() override { return kSource; }
+  };
+  using Factory = qel::ElementFactory<kSource>;
+  ExpectCanNotImplement("[registryEntry] [ Pointer is null ]");
+  Set(std::make_shared<Other>());
+  ExpectCanNotImplement("[factory] [ Pointer is null ]");
+  Set(std::make_shared<Factory>(
+      [](auto) -> qel::SourcePtr { throw std::runtime_error("no such device"); }));
+  ExpectCanNotImplement("no such device");
+  Set(std::make_shared<Factory>(nullptr));
+  EXPECT_THROW(Implement(), std::bad_function_call) << "others pass";
+  Set(std::make_shared<Factory>(nullptr), false);
+  ExpectCanNotImplement("[manifest] [ Pointer is null ]");
+  const auto element = std::make_shared<Source>();
+  Set(std::make_shared<Factory>([&](auto) { return element; }));
+  frameworkLog_.clear();
+  EXPECT_EQ(Implement(), qel::SourceInstance(element, element, element));
+  EXPECT_THAT(frameworkLog_, testing::ElementsAre(kMilestone));
 }
 
 TEST_F(ElementTest, WithoutAWorkingWriterLinesGoToStandardError) {
-  struct BrokenWriter : ILoggerWriter {
-    void WriteLog(LogLevel, const char*, const char*, const char*, const char*, const char*,
+  struct BrokenWriter : qel::ILoggerWriter {
+    void WriteLog(qel::LogLevel, const char*, const char*, const char*, const char*, const char*,
                   const char*, const char*) override {
       throw 1;
     }
   };
-  using Writers = std::vector<std::shared_ptr<ILoggerWriter>>;
-  for (const auto& writer : Writers{nullptr, std::make_shared<BrokenWriter>()}) {
-    framework_.writer_ = writer;
+  for (const std::shared_ptr<qel::ILoggerWriter>& writer :
+       {std::shared_ptr<qel::ILoggerWriter>(), {std::make_shared<BrokenWriter>()}}) {
+    qel::SetCurrentLoggerWriter(writer);
     testing::internal::CaptureStderr();
-    EXPECT_EQ(fake::ErrorOf([] { QEL_CHECK_CONDITION(1 > 2, "size " << 3); }),
+    EXPECT_EQ(ErrorOf([] { QEL_CHECK_CONDITION(1 > 2, "size " << 3); }),
               "[size 3] [ Condition is not true ]");
-    EXPECT_EQ(testing::internal::GetCapturedStderr(), "L2 [size 3] [ Condition is not true ]\n");
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), "ERROR [size 3] [ Condition is not true ]\n");
   }
 }
 
-}  // namespace qel
+}  // namespace Moravel::Test

@@ -2,250 +2,190 @@
 
 #include <chrono>
 #include <future>
-#include <memory>
-#include <stdexcept>
-#include <string>
-#include <vector>
 
-#include "LibraryTest.h"
+#include "Framework.h"
 
-namespace Moravel::Player {
+namespace Moravel::Test {
 
-using fake::At;
-using fake::LogLine;
-using orl::mv::logging::ILogger;
+using namespace Player;
 using testing::ElementsAre;
 using testing::IsEmpty;
+using testing::Pair;
 using Result = IPreloader::PreloadResult;
 
-const char* const kPreloaderFile = "Player/QELPreloader.cpp";
-const StorageId kStorage("server", 8080);
-const TrackId kOrderedTrack(kStorage, 12);
+const TrackId kTrack(StorageId("server", 8080), 12);
 
-qel::SampleContainerConstPtr OneSample() {
-  return fake::MakeContainer(
-      {fake::MakeSample("s", {0}), fake::MakeSample("t", {1}, fake::MakeBuffer(0))},
-      qel::TimeLimits(qel::MediaTime(qel::EditRate(30000, 1001), 50, nullptr), 2));
-}
-
-class PreloaderTest : public fake::LibraryTest {
+class PreloaderTest : public LibraryTest {
  protected:
   PreloaderTest() {
-    preloader_ = std::make_unique<QELPreloader>();
-    source_->read_ = OneSample;
-    preloader_->SetStorageSource(kStorage, source_, source_);
-    framework_.TakeCalls();
+    source_->read_ = [] { return Read({Sample("s", 0), Sample("t", 1, Buffer(0))}); };
+    preloader_.SetStorageSource(kTrack.StorageId(), source_, source_);
   }
 
   // The order's time is that of sample 100 at 25/1.
-  PreloadOrder Order() { return {At(100, 1, 25), SampleRate(25, 1), &queue_, kOrderedTrack}; }
-
-  void ExpectRefused(const PreloadOrder& order, ILogger::Level level, const std::string& text) {
-    framework_.hostLog_.clear();
-    EXPECT_EQ(preloader_->Preload(order), Result::ERROR);
-    EXPECT_THAT(framework_.hostLog_, ElementsAre(LogLine{level, text, kPreloaderFile}));
-    EXPECT_THAT(queue_.outputs_, IsEmpty());
+  PreloadOrder Order(Queue* queue, TrackId track = kTrack) {
+    return {At(100, 1, 25), SampleRate(25, 1), queue, track};
   }
+  Result Preload() { return preloader_.Preload(Order(&queue_)); }
+  std::string Self() { return std::to_string(reinterpret_cast<intptr_t>(&preloader_)); }
 
-  std::shared_ptr<fake::Source> source_ = std::make_shared<fake::Source>();
-  fake::Queue queue_;
-  fake::Queues queues_;
-  std::unique_ptr<QELPreloader> preloader_;
+  std::shared_ptr<Source> source_ = std::make_shared<Source>();
+  Queue queue_;
+  QELPreloader preloader_;
 };
 
 TEST_F(PreloaderTest, ServesAnOrderInFixedSteps) {
-  preloader_->SetExistingCacheUpdateQueues(&queues_);
-  EXPECT_EQ(preloader_->Preload(Order()), Result::SUCCESS_EXIST);
-  EXPECT_THAT(framework_.TakeCalls(),
-              ElementsAre("Exists", "Set track_id=12", "UpdateConfig track_id=12",
-                          "GotoTimeOffset 100@25/1 source", "GetSample", "GetAllSamples",
-                          "GetTimeInfo StorageTimePoint", "PushIfExists", "Push"));
+  preloader_.SetExistingCacheUpdateQueues(&queue_);
+  EXPECT_EQ(Preload(), Result::SUCCESS_EXIST);
+  EXPECT_THAT(TakeCalls(),
+              ElementsAre("Exists", "UpdateConfig track_id=12", "GotoTimeOffset 100@25/1 source",
+                          "GetSample", "PushIfExists", "Push"));
   ASSERT_EQ(queue_.outputs_.size(), 1u);
-  EXPECT_EQ(queue_.outputs_[0].tp_, At(100, 1, 25));
-  const ISample& sample = *queue_.outputs_[0].sample_;
+  EXPECT_EQ(queue_.outputs_[0].first, At(100, 1, 25));
+  const ISample& sample = *queue_.outputs_[0].second;
   EXPECT_EQ(sample.GetTimePoint(), At(50, 1001, 30000));
   EXPECT_EQ(sample.GetDuration(), At(2, 1001, 30000));
   EXPECT_EQ(sample.GetDataKeys(), (std::set<std::string>{"s", "t"}));
-  EXPECT_THAT(framework_.hostLog_, IsEmpty()) << "a success at Debug builds no text";
 
-  preloader_->SetExistingCacheUpdateQueues(nullptr);
-  framework_.hasLogger_ = false;
-  EXPECT_EQ(QELPreloader().Preload(Order()), Result::ERROR) << "without a logger too";
-  EXPECT_EQ(preloader_->Preload(Order()), Result::SUCCESS_EXIST);
-}
-
-TEST_F(PreloaderTest, TracesTheSeekWithTheRateCutTo32Bits) {
-  framework_.level_ = ILogger::Level_Trace;
-  source_->read_ = nullptr;
-  PreloadOrder order = Order();
-  order.s_ = SampleRate((int64_t{1} << 32) * 25 + 25, (int64_t{1} << 32) + 1);
-  EXPECT_EQ(preloader_->Preload(order), Result::SUCCESS_MISSING);
-  EXPECT_THAT(framework_.hostLog_,
-              ElementsAre(LogLine{ILogger::Level_Trace,
-                                  fake::Identity(preloader_.get()) +
-                                      ": GetSample at mediaTime: 100 x (25, 1), obtained from tp "
-                                      "00:00:04.000000",
-                                  kPreloaderFile},
-                          LogLine{ILogger::Level_Trace, "Invalid sample at 00:00:04.000000",
-                                  kPreloaderFile}));
+  hasLogger_ = false;
+  EXPECT_EQ(QELPreloader().Preload(Order(&queue_)), Result::ERROR) << "without a logger too";
 }
 
 TEST_F(PreloaderTest, RefusesWhatItCannotServe) {
-  const std::string self = fake::Identity(preloader_.get());
-  PreloadOrder order = Order();
-  order.queue_ = nullptr;
-  queues_.exists_ = false;
-  preloader_->SetExistingCacheUpdateQueues(&queues_);
-  ExpectRefused(order, ILogger::Level_Error, self + ": received an order with empty queue");
-  EXPECT_THAT(framework_.TakeCalls(), ElementsAre("Log")) << "the registry is not asked";
-  ExpectRefused(Order(), ILogger::Level_Debug,
+  const auto expectRefused = [&](QELPreloader& preloader, const PreloadOrder& order, int level,
+                                 const std::string& text) {
+    hostLog_.clear();
+    EXPECT_EQ(preloader.Preload(order), Result::ERROR);
+    EXPECT_THAT(hostLog_, ElementsAre(Pair(level, text)));
+    EXPECT_THAT(queue_.outputs_, IsEmpty());
+  };
+  queue_.exists_ = false;
+  preloader_.SetExistingCacheUpdateQueues(&queue_);
+  expectRefused(preloader_, Order(nullptr), 50, Self() + ": received an order with empty queue");
+  expectRefused(preloader_, Order(&queue_), 20,
                 "It appears the queue is not valid anymore: we don't process the order on "
                 "server:8080:T12 at 00:00:04.000000");
-  preloader_->SetExistingCacheUpdateQueues(nullptr);
-  order = Order();
-  order.id_ = TrackId(StorageId("server", 8081), 12);
-  ExpectRefused(order, ILogger::Level_Error,
-                self + ": does not have a source set to read on storage server:8081");
-
-  framework_.TakeCalls();
-  framework_.failAt_ = 1;
-  framework_.failure_ = [](const std::string&) { throw qel::QELRuntimeError("no such track"); };
-  ExpectRefused(Order(), ILogger::Level_Error, "Preload: UpdateConfig error: no such track");
-
-  framework_.failAt_ = -1;
-  framework_.missing_ = "GetUpdateConfigPrototype";
-  preloader_ = std::make_unique<QELPreloader>();
-  preloader_->SetStorageSource(kStorage, source_, source_);
-  EXPECT_THAT(framework_.frameworkLog_, IsEmpty());
-  ExpectRefused(Order(), ILogger::Level_Error,
+  EXPECT_THAT(TakeCalls(), ElementsAre("Log", "Exists", "Log"));
+  preloader_.SetExistingCacheUpdateQueues(nullptr);
+  expectRefused(preloader_, Order(&queue_, TrackId(StorageId("server", 8081), 12)), 50,
+                Self() + ": does not have a source set to read on storage server:8081");
+  failingCall_ = 0;
+  expectRefused(preloader_, Order(&queue_), 50,
+                "Preload: UpdateConfig error: failing UpdateConfig track_id=12");
+  Register(source_, false);
+  QELPreloader bare;
+  bare.SetStorageSource(kTrack.StorageId(), source_, source_);
+  expectRefused(bare, Order(&queue_), 50,
                 "Preload: UpdateConfig error: the framework has no update configuration for "
                 "qel.StorageSource");
+  EXPECT_THAT(frameworkLog_, IsEmpty());
 }
 
 TEST_F(PreloaderTest, AReadIsAsGoodAsItsFirstSample) {
-  const auto full = fake::MakeSample("full", {0});
-  const auto empty = fake::MakeSample("empty", {0}, fake::MakeBuffer(0, "x"));
-  const auto none = fake::MakeSample("none", {0}, nullptr);
-  qel::SampleContainerConstPtr container;
-  source_->read_ = [&] { return container; };
-  for (const qel::SampleList& samples :
-       {qel::SampleList{}, {empty, full}, {nullptr, full}, {none, full}}) {
-    EXPECT_EQ(preloader_->Preload(Order()), Result::SUCCESS_MISSING);
-    EXPECT_EQ(queue_.outputs_.back().sample_, nullptr);
-    EXPECT_EQ(queue_.outputs_.back().tp_, At(100, 1, 25));
-    container = fake::MakeContainer(samples);
+  const auto full = Sample("full", 0);
+  for (const qel::SampleList& samples : {qel::SampleList{},
+                                         {Sample("empty", 0, Buffer(0)), full},
+                                         {nullptr, full},
+                                         {Sample("none", 0, nullptr), full}}) {
+    source_->read_ = [&] { return Read(samples); };
+    EXPECT_EQ(Preload(), Result::SUCCESS_MISSING);
+    EXPECT_EQ(queue_.outputs_.back().second, nullptr);
+    EXPECT_EQ(queue_.outputs_.back().first, At(100, 1, 25));
   }
-  EXPECT_EQ(preloader_->Preload(Order()), Result::SUCCESS_MISSING);
-  EXPECT_EQ(queue_.outputs_.size(), 5u);
 }
 
 TEST_F(PreloaderTest, DestroysTheSampleThatNobodyTakes) {
-  queues_.takes_ = false;
-  preloader_->SetExistingCacheUpdateQueues(&queues_);
   std::weak_ptr<const qel::ISampleContainer> read;
-  source_->read_ = [&] {
-    const auto container = OneSample();
+  source_->read_ = [&, make = source_->read_] {
+    const auto container = make();
     read = container;
     return container;
   };
-  EXPECT_EQ(preloader_->Preload(Order()), Result::SUCCESS_EXIST);
+  queue_.takes_ = false;
+  preloader_.SetExistingCacheUpdateQueues(&queue_);
+  EXPECT_EQ(Preload(), Result::SUCCESS_EXIST);
   EXPECT_TRUE(read.expired());
-  source_->read_ = nullptr;
-  EXPECT_EQ(preloader_->Preload(Order()), Result::SUCCESS_MISSING);
-  const LogLine refused = {
-      ILogger::Level_Debug,
-      "CacheUpdateQueue " + fake::Identity(&queue_) + " does not exist: we don't push the output",
-      kPreloaderFile};
-  EXPECT_THAT(framework_.hostLog_, ElementsAre(refused, refused));
+  ASSERT_EQ(hostLog_.size(), 1u);
+  EXPECT_THAT(hostLog_[0].second, testing::EndsWith("does not exist: we don't push the output"));
 }
 
-TEST_F(PreloaderTest, AServerKeepsItsFirstSourceUntilItIsRemoved) {
-  const auto second = std::make_shared<fake::Source>();
-  preloader_->SetStorageSource(kStorage, second, second);
+TEST_F(PreloaderTest, KeepsTheFirstSourceOfAServerUntilItIsRemoved) {
+  const auto second = std::make_shared<Source>();
+  preloader_.SetStorageSource(kTrack.StorageId(), second, second);
   EXPECT_EQ(second.use_count(), 1);
-  EXPECT_EQ(preloader_->Preload(Order()), Result::SUCCESS_EXIST);
-  EXPECT_TRUE(preloader_->RemoveStorageSource(kStorage));
-  EXPECT_FALSE(preloader_->RemoveStorageSource(kStorage));
-  EXPECT_EQ(source_.use_count(), 1);
-  EXPECT_EQ(preloader_->Preload(Order()), Result::ERROR);
-  preloader_->SetStorageSource(kStorage, second, second);
-  EXPECT_EQ(preloader_->Preload(Order()), Result::SUCCESS_MISSING);
-}
-
-TEST_F(PreloaderTest, RemoveTrackTravelsInAConfigurationOfItsOwn) {
-  preloader_->Preload(Order());
-  framework_.TakeCalls();
-  preloader_->RemoveTrackId(kOrderedTrack);
-  EXPECT_THAT(framework_.TakeCalls(),
-              ElementsAre("GetUpdateConfigPrototype 4 qel.StorageSource storage",
-                          "CreateParametersCollectionInstance", "Set remove_track=12",
-                          "UpdateConfig remove_track=12"));
-  preloader_->RemoveTrackId(TrackId(StorageId("other", 1), 12));
-  EXPECT_THAT(framework_.TakeCalls(), IsEmpty());
-  framework_.missing_ = "GetUpdateConfigPrototype";
-  fake::ExpectCheck(framework_,
-                    "[GetUpdateConfigPrototype failed (StorageSource)] [ Pointer is null ]",
-                    kPreloaderFile, [&] { preloader_->RemoveTrackId(kOrderedTrack); });
-  EXPECT_EQ(preloader_->Preload(Order()), Result::SUCCESS_EXIST);
+  preloader_.RemoveTrackId(kTrack);
+  preloader_.RemoveTrackId(TrackId(StorageId("other", 1), 12));
+  EXPECT_THAT(TakeCalls(), ElementsAre("UpdateConfig remove_track=12"));
+  EXPECT_EQ(Preload(), Result::SUCCESS_EXIST) << "with a configuration of its own";
+  EXPECT_TRUE(preloader_.RemoveStorageSource(kTrack.StorageId()));
+  EXPECT_FALSE(preloader_.RemoveStorageSource(kTrack.StorageId()));
+  EXPECT_EQ(Preload(), Result::ERROR);
 }
 
 TEST_F(PreloaderTest, InitSourceConfiguresANewElement) {
-  const auto element = std::make_shared<fake::Source>();
-  framework_.factory_ = std::make_shared<qel::ElementFactory<qel::ElementFactoryType_Source>>(
-      [&](auto) { return element; });
-  qel::MediaSourcePtr source = source_;
-  qel::SourceControlPtr control = source_;
-  QELPreloader::InitSource(source, control, kOrderedTrack);
-  EXPECT_EQ(source, element);
-  EXPECT_EQ(control, element);
-  EXPECT_THAT(framework_.TakeCalls(),
-              ElementsAre("GetInitConfigPrototype 4 qel.StorageSource storage",
-                          "CreateParametersCollectionInstance", "Set tcp_address=\"server\"",
-                          "Set unix_domain_socket=\"\"", "Set tcp_port=8080", "Set track_id=12",
-                          "CreateMilestone ImplementElement label4.qel.StorageSource.storage",
-                          "GetFactory 4 qel.StorageSource storage",
-                          "GetManifest 4 qel.StorageSource storage", "CreateWrapper",
-                          "SetInitConfig tcp_address=\"server\" tcp_port=8080 track_id=12"
-                          " unix_domain_socket=\"\""));
-
-  framework_.missing_ = "CreateWrapper";
-  source = source_;
-  EXPECT_EQ(fake::ErrorOf([&] { QELPreloader::InitSource(source, control, kOrderedTrack); }),
-            "[mediaSource] [ Pointer is null ]");
-  framework_.missing_ = "GetInitConfigPrototype";
-  fake::ExpectCheck(
-      framework_, "[GetInitConfigPrototype failed (StorageSource)] [ Pointer is null ]",
-      kPreloaderFile, [&] { QELPreloader::InitSource(source, control, kOrderedTrack); });
+  Register(source_);
+  qel::MediaSourcePtr source;
+  qel::SourceControlPtr control;
+  QELPreloader::InitSource(source, control, kTrack);
   EXPECT_EQ(source, source_);
+  EXPECT_EQ(control, source_);
+  EXPECT_THAT(TakeCalls(), ElementsAre("SetInitConfig server tcp_port=8080 track_id=12"));
 }
 
-// The framework never sees two orders at once, nor a configuration of another order than the one
-// it reads for.
-TEST_F(PreloaderTest, OrdersNeverOverlap) {
-  fake::Turns turns;
-  source_->read_ = [&] {
-    turns.Take();
-    return OneSample();
-  };
-  fake::RunInThreads(
-      3, 300, [&](int, int) { EXPECT_EQ(preloader_->Preload(Order()), Result::SUCCESS_EXIST); });
-  EXPECT_EQ(turns.overlaps, 0);
-  EXPECT_EQ(queue_.outputs_.size(), 900u);
-}
-
-TEST_F(PreloaderTest, RegistrationsWaitForTheOrderUnderWay) {
+// One at a time: orders, and registrations beside them.
+TEST_F(PreloaderTest, EverythingWaitsForTheOrderUnderWay) {
   const StorageId other("other", 1);
   std::vector<std::future<void>> waiting;
-  source_->read_ = [&] {
+  source_->read_ = [&, make = source_->read_] {
+    if (!waiting.empty())
+      return make();
     const auto start = [&](auto act) { waiting.push_back(std::async(std::launch::async, act)); };
-    start([&] { preloader_->SetStorageSource(other, source_, source_); });
-    start([&] { preloader_->RemoveTrackId(kOrderedTrack); });
-    start([&] { preloader_->RemoveStorageSource(other); });
+    start([&] { preloader_.SetStorageSource(other, source_, source_); });
+    start([&] { preloader_.RemoveTrackId(kTrack); });
+    start([&] { preloader_.RemoveStorageSource(other); });
+    start([&] { Preload(); });
     for (const auto& call : waiting)
       EXPECT_EQ(call.wait_for(std::chrono::milliseconds(20)), std::future_status::timeout);
-    return OneSample();
+    return make();
   };
-  EXPECT_EQ(preloader_->Preload(Order()), Result::SUCCESS_EXIST);
+  EXPECT_EQ(Preload(), Result::SUCCESS_EXIST);
 }
 
-}  // namespace Moravel::Player
+// Whatever fails, and wherever: an order hands on its sample or nothing, leaves no lock behind and
+// leaks nothing.
+TEST_F(PreloaderTest, FailuresLeaveNothingBehind) {
+  level_ = ILogger::Level_Trace;
+  for (Queue* registry : {static_cast<Queue*>(nullptr), &queue_}) {
+    preloader_.SetExistingCacheUpdateQueues(registry);
+    Result result{};
+    FailEach(
+        [&] {
+          queue_.outputs_.clear();
+          result = Result::ERROR;
+          result = Preload();
+        },
+        [&](bool) {
+          EXPECT_EQ(queue_.outputs_.size(), result == Result::ERROR ? 0u : 1u);
+          EXPECT_TRUE(preloader_.RemoveStorageSource(kTrack.StorageId()));
+          preloader_.SetStorageSource(kTrack.StorageId(), source_, source_);
+        });
+    EXPECT_EQ(result, Result::SUCCESS_EXIST);
+  }
+  Register(source_);
+  const auto before = std::make_shared<Source>();
+  qel::MediaSourcePtr source;
+  qel::SourceControlPtr control;
+  FailEach(
+      [&] {
+        source = before;
+        control = before;
+        QELPreloader::InitSource(source, control, kTrack);
+      },
+      [&](bool thrown) {
+        EXPECT_TRUE(thrown || source == source_);
+        EXPECT_EQ(source == source_, control == source_);
+      });
+  FailEach([&] { preloader_.RemoveTrackId(kTrack); }, [](bool) {});
+}
+
+}  // namespace Moravel::Test

@@ -1,21 +1,21 @@
-#include <limits>
 #include <set>
-#include <string>
-#include <thread>
-#include <vector>
+#include <sstream>
 
-#include "LibraryTest.h"
+#include "Framework.h"
+#include "Player/PreloadOrder.h"
 #include "Player/QELSample.h"
 
-namespace Moravel::Player {
+namespace Moravel::Test {
 
+using namespace Player;
 using Keys = std::set<std::string>;
+using Time::Ratio;
+using Time::TimePoint;
 
-class SampleTest : public fake::LibraryTest {};
+class SampleTest : public LibraryTest {};
 
 TEST_F(SampleTest, ProtectionCounterFloorsOnlyWhenLowered) {
   QELSample sample;
-  EXPECT_EQ(sample.GetProtectionCounter(), 0);
   EXPECT_EQ(sample.Protect(2), 2);
   EXPECT_EQ(sample.Protect(3), 5);
   EXPECT_EQ(sample.Unprotect(10), 0);
@@ -25,59 +25,87 @@ TEST_F(SampleTest, ProtectionCounterFloorsOnlyWhenLowered) {
   EXPECT_EQ(sample.Unprotect(0), 0);
 }
 
-TEST_F(SampleTest, ProtectionCounterStopsAtTheEndsOfItsRange) {
-  constexpr int64_t kMax = std::numeric_limits<int64_t>::max();
-  constexpr int64_t kMin = std::numeric_limits<int64_t>::min();
-  QELSample sample;
-  sample.Protect(kMax);
-  EXPECT_EQ(sample.Protect(1), kMax);
-  EXPECT_EQ(sample.Unprotect(kMin), kMax);
-  sample.Unprotect(kMax);
-  sample.Protect(kMin);
-  EXPECT_EQ(sample.Protect(-1), kMin);
-  EXPECT_EQ(sample.Unprotect(kMax), 0);
-}
-
 TEST_F(SampleTest, ConcurrentProtectionsGetDistinctConsecutiveCounts) {
-  constexpr int kThreads = 4;
-  constexpr int kCalls = 5000;
+  constexpr int kThreads = 4, kCalls = 5000;
   QELSample sample;
-  std::vector<std::vector<int64_t>> counts(kThreads);
-  fake::RunInThreads(kThreads, kCalls, [&](int thread, int) {
-    std::vector<int64_t>& own = counts[size_t(thread)];
-    own.push_back(sample.Protect(1));
-    EXPECT_GE(sample.GetProtectionCounter(), own.back());
-  });
-  std::set<int64_t> all;
-  for (const auto& own : counts)
-    all.insert(own.begin(), own.end());
-  EXPECT_EQ(all.size(), size_t{kThreads * kCalls});
-  EXPECT_EQ(*all.rbegin(), kThreads * kCalls);
+  std::vector<int64_t> counts(kThreads * kCalls);
+  std::vector<std::jthread> threads;
+  for (int thread = 0; thread < kThreads; ++thread) {
+    threads.emplace_back([&, thread] {
+      for (int i = 0; i < kCalls; ++i) {
+        int64_t& own = counts[size_t(thread * kCalls + i)] = sample.Protect(1);
+        EXPECT_GE(sample.GetProtectionCounter(), own);
+      }
+    });
+  }
+  threads.clear();
+  EXPECT_EQ(std::set(counts.begin(), counts.end()).size(), counts.size());
   EXPECT_EQ(sample.GetProtectionCounter(), kThreads * kCalls);
 }
 
 TEST_F(SampleTest, KeysAndDataAreTheStreamsWithBuffers) {
-  const auto first = fake::MakeBuffer(3, "first");
+  struct Padded : qel::IBuffer {
+    const uint8_t* GetInnerBuffer() const override { return bytes_; }
+    uint32_t GetInnerBufferSize() const override { return sizeof bytes_; }
+    uint32_t GetDataSize() const override { return 3; }
+    uint8_t bytes_[5];
+  };
+  const auto first = std::make_shared<Padded>();
   QELSample sample;
   sample.SetBottomField(true);
   uint64_t size = 77;
   EXPECT_EQ(sample.GetData("a", size), nullptr);
-  EXPECT_EQ(sample.GetDataKeys(), Keys());
-  EXPECT_EQ(sample.GetPropertyKeys(), Keys());
-
-  sample.SetContainer(
-      fake::MakeContainer({nullptr, fake::MakeSample("a", {0}, first), fake::MakeSample("a", {0}),
-                           fake::MakeSample("b", {1}), fake::MakeSample("none", {1}, nullptr)}));
+  EXPECT_EQ(sample.GetPropertyKeys(), Keys()) << "there is no container";
+  sample.SetContainer(Read({nullptr, Sample("a", 0, first), Sample("a", 0), Sample("b", 1),
+                            Sample("none", 1, nullptr)}));
   EXPECT_EQ(sample.GetDataKeys(), (Keys{"a", "b"}));
   EXPECT_EQ(sample.GetPropertyKeys(), (Keys{"a", "b", "bottom"}));
   sample.SetBottomField(false);
   EXPECT_EQ(sample.GetPropertyKeys(), (Keys{"a", "b"}));
   for (const char* key : {"A", "none", "bottom", "aa", ""})
     EXPECT_EQ(sample.GetData(key, size), nullptr) << key;
-  EXPECT_EQ(sample.GetProperty("bottom", size), nullptr);
   EXPECT_EQ(size, 77u);
-  EXPECT_EQ(sample.GetData("a", size), first->GetInnerBuffer());
+  EXPECT_EQ(sample.GetData("a", size), first->bytes_);
   EXPECT_EQ(size, 5u) << "the inner buffer's size, not the data's";
 }
 
-}  // namespace Moravel::Player
+TEST(TimePointTest, SampleNumberInvertsFromRatioAtEveryRate) {
+  for (const auto& [u, d] : {std::pair<int64_t, int64_t>{25, 1},
+                             {120, 1},
+                             {24000, 1001},
+                             {60000, 1001},
+                             {48000, 1},
+                             {1, 10},
+                             {999983, 7},
+                             {15360, 999331}}) {
+    for (const int64_t n : {-100'000, -1, 0, 1, 2, 99'999, 20'000'001})
+      EXPECT_EQ(At(uint64_t(n), uint64_t(d), uint64_t(u)).SampleNumber(Ratio(u, d)), n) << u;
+  }
+  EXPECT_EQ(At(1, 1, 2).SampleNumber(Ratio(25, 1)), 12) << "a time within a period is its sample's";
+  EXPECT_EQ((TimePoint() - At(1, 1, 1000)).SampleNumber(Ratio(25, 1)), -1);
+  for (const auto& [u, d] : {std::pair{0, 1}, {25, 0}, {-25, 1}, {25, -1}}) {
+    EXPECT_THROW(TimePoint().SampleNumber(Ratio(u, d)), qel::QELRuntimeError);
+    EXPECT_THROW(At(1, uint64_t(d), uint64_t(u)), qel::QELRuntimeError);
+  }
+  EXPECT_THROW(At(INT64_MAX, INT64_MAX, 1), qel::QELRuntimeError);
+  const TimePoint end = At(13'000'000'000, 1, 1);
+  EXPECT_THROW(end + end, qel::QELRuntimeError);
+}
+
+TEST(TimePointTest, TextsAndOrders) {
+  const auto text = [](const TimePoint& time) { return (std::ostringstream() << time).str(); };
+  EXPECT_EQ(text(At(90061, 25, 25)), "25:01:01.000000");
+  EXPECT_EQ(text(At(101, 1, 25)), "00:00:04.040000");
+  EXPECT_EQ(text(TimePoint() - At(1, 1, 25)), "-00:00:00.040000");
+  EXPECT_EQ((TimePoint() - At(3, 1, 2)).ToDurationString(), "-1.500000 s");
+  EXPECT_EQ(TrackId(StorageId("::1", 80), 12).ToString(), "[::1]:80:T12");
+  EXPECT_TRUE(StorageId("a", 9) < StorageId("b", 1));
+  EXPECT_TRUE(StorageId("a", 1) < StorageId("a", 2));
+  const PreloadOrder early(At(1, 1, 1), SampleRate(25, 1), nullptr, TrackId());
+  PreloadOrder late(At(2, 1, 1), SampleRate(25, 1), nullptr, TrackId());
+  EXPECT_TRUE(early < late);
+  late.SetPriority(1);
+  EXPECT_TRUE(late < early);
+}
+
+}  // namespace Moravel::Test

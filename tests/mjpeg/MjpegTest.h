@@ -3,66 +3,35 @@
 #include <gmock/gmock.h>
 #include <turbojpeg.h>
 
-#include <cstdint>
-#include <memory>
 #include <string>
-#include <vector>
 
-#include "qel/Elements.h"
-#include "qel/Logging.h"
-#include "qel/QELRuntimeError.h"
-#include "qelCore/Infos.h"
 #include "qelCore/LoggerWriter.h"
-#include "qelCore/Samples.h"
 #include "support/ClipMaker.h"
+#include "support/TestDecoder.h"
 
 namespace qel::mjpeg {
 
-using Moravel::Test::MakeJpeg;
+using namespace Moravel::Test;
 using Bytes = std::vector<uint8_t>;
 
-constexpr uint8_t kBaselineFrame = 0xC0;
-constexpr uint8_t kProgressiveFrame = 0xC2;
-constexpr uint8_t kHuffmanTables = 0xC4;
-constexpr uint8_t kArithmeticFrame = 0xC9;
-constexpr uint8_t kStartOfScan = 0xDA;
-constexpr uint8_t kQuantizationTables = 0xDB;
-
-InfoConstPtr NewTrack();
-BufferConstPtr NewBuffer(Bytes bytes);
-SampleContainerConstPtr NewContainer(BufferConstPtr data);
-
-// The same picture coded progressively, with Huffman tables of its own.
-Bytes MakeProgressive(const Bytes& jpeg);
-// Without the segments of that marker.
-Bytes WithoutSegments(Bytes jpeg, uint8_t marker);
-// Where the first segment of that marker begins; the start of scan when there is none before it.
-size_t FindSegment(const Bytes& jpeg, uint8_t marker);
-
 // TurboJPEG's own decoding, in one of its pixel formats.
-Bytes ReferencePixels(const Bytes& jpeg, int width, int height, int pixelFormat);
+inline Bytes ReferencePixels(const Bytes& jpeg, int width, int height, int pixelFormat) {
+  const std::unique_ptr<void, decltype(&tjDestroy)> handle(tjInitDecompress(), &tjDestroy);
+  Bytes pixels(size_t(width * height * tjPixelSize[pixelFormat]));
+  tjDecompress2(handle.get(), jpeg.data(), jpeg.size(), pixels.data(), width, 0, height,
+                pixelFormat, 0);
+  return pixels;
+}
 
-MediaFilterPtr NewElement(VideoDecoderControlPtr* control = nullptr);
-ParametersCollectionInstancePtr NewInitConfig(FourCC fourCC);
-
-// An element as the host uses it: made by name, configured, defined.
-class TestDecoder {
- public:
-  explicit TestDecoder(InfoConstPtr track, FourCC fourCC = FourCC_I420, int width = 0,
-                       int height = 0);
-
-  void SetOutputSize(int64_t width, int64_t height);
-  // Pushes the picture and takes the one output of it.
-  VideoSampleConstPtr Decode(const BufferConstPtr& encoded);
-  VideoSampleConstPtr Decode(const Bytes& jpeg) { return Decode(NewBuffer(jpeg)); }
-
-  VideoDecoderControlPtr control_;
-  MediaFilterPtr filter_ = NewElement(&control_);
-};
-
-Bytes BytesOf(const VideoSampleConstPtr& picture);
+inline Bytes BytesOf(const VideoSampleConstPtr& picture) {
+  const BufferConstPtr data = picture->GetData();
+  return Bytes(data->GetInnerBuffer(), data->GetInnerBuffer() + data->GetDataSize());
+}
 // The number that the test pictures carry, read from the picture's luma.
-int NumberOf(const VideoSampleConstPtr& picture);
+inline int NumberOf(const VideoSampleConstPtr& picture) {
+  return ReadPictureNumber(picture->GetData()->GetInnerBuffer(), picture->GetWidth(),
+                           picture->GetWidth(), picture->GetHeight());
+}
 
 // Collects the framework's warning lines while it lives.
 class WarningLog : public ILoggerWriter {

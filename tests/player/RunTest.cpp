@@ -88,21 +88,26 @@ class Run : public ::testing::Test {
     return spec.file.string();
   }
 
+  // What a whole run writes.
+  std::string Play(const std::vector<std::string>& arguments, int exitCode = 0) {
+    PlayerRun run(arguments);
+    std::string output = run.Read();
+    const int code = run.Wait();
+    errors_ = run.Errors();
+    EXPECT_EQ(code, exitCode) << errors_;
+    return output;
+  }
+
   nlohmann::json PlayJson(std::vector<std::string> arguments, int exitCode) {
     arguments.insert(arguments.end(), {"--json", "--quiet"});
-    const RunResult result = Play(arguments);
-    errors_ = result.errors;
-    EXPECT_EQ(result.exitCode, exitCode) << result.errors;
-    const auto json = nlohmann::json::parse(result.output);
+    const auto json = nlohmann::json::parse(Play(arguments, exitCode));
     EXPECT_EQ(json["exit_code"], exitCode);
     return json;
   }
 
   Y4m PlayY4m(std::vector<std::string> arguments, int width, int height) {
     arguments.insert(arguments.end(), {"--y4m", "-", "--quiet"});
-    const RunResult result = Play(arguments);
-    EXPECT_EQ(result.exitCode, 0) << result.errors;
-    const Y4m video(result.output, width, height);
+    const Y4m video(Play(arguments), width, height);
     EXPECT_EQ(video.bytesLeft, 0u);
     return video;
   }
@@ -141,18 +146,15 @@ TEST_F(Run, WrongInputGetsOneLineAndItsExitCode) {
       {{clip, "--contact-sheet", "/dev/full", "--quiet"}, kUnwritable, "No space"},
   };
   for (const auto& test : cases) {
-    const RunResult result = Play(test.arguments);
-    EXPECT_EQ(result.exitCode, test.exitCode) << result.errors;
-    EXPECT_EQ(Lines(result.errors), 1) << result.errors;
-    EXPECT_THAT(result.errors, AllOf(StartsWith("moravel-play: "), HasSubstr(test.named)));
-    EXPECT_EQ(result.output, "");
+    EXPECT_EQ(Play(test.arguments, test.exitCode), "");
+    EXPECT_EQ(Lines(errors_), 1) << errors_;
+    EXPECT_THAT(errors_, AllOf(StartsWith("moravel-play: "), HasSubstr(test.named)));
   }
 }
 
 TEST_F(Run, PlaysSeveralTracksInSeveralSizes) {
   const std::string a = MakeTrack("a.avi");
-  const std::string b =
-      MakeTrack("b.mov", {.file = {}, .container = Container::Mov, .pictures = 7});
+  const std::string b = MakeTrack("b.mov", {.container = Container::Mov, .pictures = 7});
   const auto json =
       PlayJson({a, b, "--size", "32x24", "--size", "64x48", "--png", folder_ / "png",
                 "--contact-sheet", folder_ / "sheet.png", "--jobs", "3", "--window", "2"},
@@ -179,8 +181,7 @@ TEST_F(Run, PlaysSeveralTracksInSeveralSizes) {
 }
 
 TEST_F(Run, WritesRawVideoInTheOrderOfPlay) {
-  const std::string clip =
-      MakeTrack("clip.avi", {.file = {}, .width = 65, .height = 47, .pictures = 40});
+  const std::string clip = MakeTrack("clip.avi", {.width = 65, .height = 47, .pictures = 40});
   std::vector<int> reverse = Range(0, 40);
   std::reverse(reverse.begin(), reverse.end());
   const std::pair<std::vector<std::string>, std::vector<int>> cases[] = {
@@ -201,24 +202,24 @@ TEST_F(Run, WritesRawVideoInTheOrderOfPlay) {
 TEST_F(Run, ShowsTheFieldsOfInterlacedTracks) {
   for (const bool bottomFirst : {false, true}) {
     const std::string clip =
-        MakeTrack("fields.avi", {.file = {}, .interlaced = true, .bottomFirst = bottomFirst});
+        MakeTrack("fields.avi", {.interlaced = true, .bottomFirst = bottomFirst});
     const Y4m both = PlayY4m({clip, "--fields"}, 64, 24);
     EXPECT_EQ(both.header, "YUV4MPEG2 W64 H24 F50:1 Ip A1:2 C420jpeg XCOLORRANGE=FULL\n");
     EXPECT_EQ(both.numbers, Range(0, 20));
     const Y4m top = PlayY4m({clip, "--count", "2"}, 64, 24);
     EXPECT_EQ(top.header, "YUV4MPEG2 W64 H24 F25:1 Ip A1:2 C420jpeg XCOLORRANGE=FULL\n");
     EXPECT_EQ(top.numbers, (std::vector<int>{0, 2}));
-    EXPECT_EQ(Play({clip, "--fields", "--png", folder_ / "png"}).exitCode, 0);
+    Play({clip, "--fields", "--png", folder_ / "png"});
     EXPECT_EQ(Png(folder_ / "png/track1-64x24-000003-top.png").Number(), 6);
     EXPECT_EQ(Png(folder_ / "png/track1-64x24-000003-bottom.png").Number(), 7);
   }
 }
 
 TEST_F(Run, ShowsTheSamePictureInEveryFormat) {
-  const std::string clip = MakeTrack("clip.avi", {.file = {}, .width = 65, .height = 47});
+  const std::string clip = MakeTrack("clip.avi", {.width = 65, .height = 47});
   const auto show = [&](const std::string& format) {
     const std::string png = folder_ / format;
-    EXPECT_EQ(Play({clip, "--count", "1", "--format", format, "--png", png}).exitCode, 0);
+    Play({clip, "--count", "1", "--format", format, "--png", png});
     return Png(png + "/track1-65x47-000000.png");
   };
   const Png reference = show("BGR3");
@@ -272,8 +273,8 @@ TEST_F(Run, TellsTheFirstFailureOfATrackAndPlaysOn) {
   const std::string track = "127.0.0.1:" + std::to_string(server.Port()) + ":T4";
   // Random reads are one request each; the opening is over with the first of them.
   PlayJson({track, "--count", "1", "--order", "random"}, 0);
-  server.SetFaults([failing = 2 * server.RequestCount() + 2](const Request& request) {
-    return Fault{.status = request.number == failing ? 500 : 0};
+  server.SetFaults([failing = 2 * server.RequestCount() + 2](uint64_t request) {
+    return Fault{.status = request == failing ? 500 : 0};
   });
   const auto json = PlayJson({track, "--order", "random"}, kUnreadable);
   EXPECT_EQ(json["tracks"][0]["errors"], 1);
@@ -284,8 +285,7 @@ TEST_F(Run, TellsTheFirstFailureOfATrackAndPlaysOn) {
 
 // Its pictures are more bytes than a pipe holds.
 TEST_F(Run, EndsQuietlyWhenItsOutputIsClosed) {
-  PlayerRun run(
-      {MakeTrack("clip.avi", {.file = {}, .width = 640, .height = 480}), "--y4m", "-", "--quiet"});
+  PlayerRun run({MakeTrack("clip.avi", {.width = 640, .height = 480}), "--y4m", "-", "--quiet"});
   EXPECT_EQ(run.Read(9), "YUV4MPEG2");
   run.CloseOutput();
   EXPECT_EQ(run.Wait(), 0);
@@ -302,7 +302,7 @@ TEST_F(Run, FinishesItsReportAtTheFirstInterrupt) {
 }
 
 TEST_F(Run, StopsAtOnceAtTheSecondInterrupt) {
-  PlayerRun run({MakeTrack("clip.avi", {.file = {}, .width = 640, .height = 480}), "--y4m", "-"});
+  PlayerRun run({MakeTrack("clip.avi", {.width = 640, .height = 480}), "--y4m", "-"});
   EXPECT_EQ(run.Read(9), "YUV4MPEG2");
   // The pipe is full and nobody reads it: only the second interrupt can end the program. Signals
   // that come too fast count as one.

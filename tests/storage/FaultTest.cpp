@@ -53,8 +53,11 @@ class Host : public Player::CacheUpdateQueue {
     answer.error += ::testing::internal::GetCapturedStderr();
     EXPECT_LT(Clock::now(), limit);
     EXPECT_EQ(delivered_.size(), answer.result.value_or(Result::ERROR) == Result::ERROR ? 0 : 1);
-    if (!delivered_.empty() && delivered_.front())
-      answer.bytes = BytesOf(*delivered_.front());
+    if (!delivered_.empty() && delivered_.front()) {
+      uint64_t size = 0;
+      const uint8_t* const bytes = delivered_.front()->GetData("video", size);
+      answer.bytes.assign(bytes, bytes + size);
+    }
     return answer;
   }
 
@@ -62,12 +65,6 @@ class Host : public Player::CacheUpdateQueue {
 
  private:
   static constexpr std::chrono::seconds kSlack{10};  // of a machine that is busy otherwise
-
-  static std::vector<uint8_t> BytesOf(const Player::ISample& sample) {
-    uint64_t size = 0;
-    const uint8_t* const bytes = sample.GetData("video", size);
-    return {bytes, bytes + size};
-  }
 
   const Player::StorageId storage_;
   const int64_t timeoutMs_;
@@ -91,17 +88,15 @@ class Faults : public ::testing::TestWithParam<FaultCase> {
  protected:
   Faults() {
     qel::RegisterBuiltinElements();
-    server.SetTrack(1, clip.file);
-    server.SetTrack(2, clip.file);
-    server.SetTrack(3, clip.file);
+    for (const int64_t track : {1, 2, 3})
+      server.SetTrack(track, clip.file);
   }
   ~Faults() override { server.ReleaseStalls(); }
 
   // After so many good answers.
   void Break(const FaultCase& fault, int after = 0) {
-    server.SetFaults([fault = fault.fault, after](const Request&) mutable {
-      return after-- > 0 ? Fault{} : fault;
-    });
+    server.SetFaults(
+        [fault = fault.fault, after](uint64_t) mutable { return after-- > 0 ? Fault{} : fault; });
     server.SetListening(!fault.isRefused);
   }
   void Mend() {
@@ -125,29 +120,25 @@ INSTANTIATE_TEST_SUITE_P(
     ::testing::Values(
         FaultCase{"Refused", {}, "connect", true},
         FaultCase{"StallsBeforeTheHeader", {.stall = {{Part::Header, 0}}}, "nothing for 150 ms"},
-        FaultCase{"StallsInTheHeader", {.stall = {{Part::Header, 30}}}, "nothing for 150 ms"},
         FaultCase{"StallsInTheBody", {.stall = {{Part::Body, 100}}}, "nothing for 150 ms"},
         FaultCase{"CutsBeforeTheHeader", {.cut = {{Part::Header, 0}}}, ""},
         FaultCase{"CutsTheHeader", {.cut = {{Part::Header, 20}}}, ""},
         FaultCase{"CutsTheBody", {.cut = {{Part::Body, 100}}}, "after 100 of"},
         FaultCase{"WholeFile", {.ignoreRange = true}, "200"},
-        FaultCase{"NotFound", {.status = 404}, "404"},
-        FaultCase{"PreconditionFailed", {.status = 412}, "412"},
         FaultCase{"RangeNotSatisfiable", {.status = 416}, "416"},
         FaultCase{"ServerError", {.status = 500}, "500"},
         FaultCase{"OtherRange", {.contentRange = "bytes 1-2/999999"}, "answered bytes 1-2"},
         FaultCase{"NoRange", {.contentRange = "nonsense"}, "Content-Range \"nonsense\""},
         FaultCase{"TooFewBytes", {.bodyExcess = -1}, "where"},
-        FaultCase{"TooManyBytes", {.bodyExcess = 1}, "more than"},
         FaultCase{"LongHeader",
                   {.headerLines = "X: " + std::string(qel::kMaxHeaderBytes, 'x') + "\r\n"},
                   "header bytes"},
         FaultCase{"RedirectsInCircles",
                   {.status = 302, .headerLines = "Location: /tracks/1\r\n"},
-                  "redirects"},
+                  "Maximum (3) redirects"},
         FaultCase{"RedirectsElsewhere",
                   {.status = 302, .headerLines = "Location: file:///etc/passwd\r\n"},
-                  "file"}),
+                  "Protocol \"file\""}),
     [](const auto& c) { return c.param.name; });
 
 TEST_P(Faults, AreAnsweredInTimeAndTheNextOrderIsServed) {
@@ -220,23 +211,6 @@ TEST_F(Faults, AServerThatNeverAcceptsIsAnErrorAfterTheTimeout) {
   EXPECT_THAT(ErrorOf([&] { second.Init(Player::PortOf(listening)); }), HasSubstr("connect"));
 }
 
-TEST_F(Faults, ASourceBuiltBesideADeadServerWorksWhenTheServerDoes) {
-  const Player::StorageId storage("127.0.0.1", server.Port());
-  qel::MediaSourcePtr media;
-  qel::SourceControlPtr control;
-  server.SetListening(false);
-  EXPECT_THAT(ErrorOf([&] {
-                Player::QELPreloader::InitSource(media, control, {storage, 1});
-              }),
-              AllOf(HasSubstr(":T1: "), HasSubstr("connect")));
-  server.SetListening(true);
-  const auto config = CreateParametersCollectionInstance(qel::GetUpdateConfigPrototype(
-      qel::ElementFactoryType_Source, "qel.StorageSource", "storage"));
-  config->SetParamInt64("track_id", 1);
-  control->UpdateConfig(config);
-  EXPECT_EQ(AllBytes(media->GetSample()), clip.samples[0]);
-}
-
 // Two files of the same size, whatever validator the server gives.
 TEST_F(Faults, AFileReplacedInASequenceIsNoticedAndNeverMixed) {
   Clip other = clip;
@@ -288,30 +262,12 @@ TEST_F(Faults, AReplacedFileIsReadAgain) {
 
   // Another validator with each answer: there is no version to be had.
   source.Read(1);
-  server.SetFaults([](const Request& request) {
-    return Fault{.etag = '"' + std::to_string(request.number) + '"'};
-  });
+  server.SetFaults(
+      [](uint64_t request) { return Fault{.etag = '"' + std::to_string(request) + '"'}; });
   EXPECT_THAT(ErrorOf([&] { source.Read(9); }), HasSubstr("replaced"));
   server.SetFaults({});
   source.Update("track_id", 1);
   EXPECT_EQ(AllBytes(source.Read(9)), other.samples[9]);
-}
-
-TEST_F(Faults, RedirectsAreFollowedThreeTimes) {
-  for (const int redirects : {2, 3, 4}) {
-    SourceUnderTest source;
-    server.SetFault({.status = 302, .headerLines = "Location: /tracks/1\r\n"}, redirects);
-    const std::string error = ErrorOf([&] { source.Init(server.Port()); });
-    EXPECT_EQ(error.empty(), redirects <= 3) << error;
-    EXPECT_THAT(error, HasSubstr(redirects <= 3 ? "" : "Maximum (3) redirects"));
-  }
-}
-
-TEST(HttpResponse, HasNoMoreHeaderBytesThanAllowed) {
-  qel::HttpResponse response;
-  response.AddHeaderLine(std::string(qel::kMaxHeaderBytes - 1, 'x'));
-  response.AddHeaderLine("x");
-  EXPECT_THAT(ErrorOf([&] { response.AddHeaderLine("x"); }), HasSubstr("more than the 65536"));
 }
 
 }  // namespace

@@ -2,6 +2,7 @@
 
 #include <gmock/gmock.h>
 
+#include <algorithm>
 #include <cstdint>
 #include <filesystem>
 #include <fstream>
@@ -27,13 +28,10 @@ class SourceUnderTest {
         qel::ImplementElement<qel::ElementFactoryType_Source>("qel.StorageSource", "storage", {});
   }
 
-  static qel::ParametersCollectionInstancePtr InitConfig() {
-    return CreateParametersCollectionInstance(qel::GetInitConfigPrototype(
-        qel::ElementFactoryType_Source, "qel.StorageSource", "storage"));
-  }
   void Init(int64_t port, int64_t track = 1, const std::string& unixDomainSocket = "",
             const std::string& address = "127.0.0.1") {
-    const auto config = InitConfig();
+    const auto config = CreateParametersCollectionInstance(qel::GetInitConfigPrototype(
+        qel::ElementFactoryType_Source, "qel.StorageSource", "storage"));
     config->SetParamUTF8String("tcp_address", address);
     config->SetParamUTF8String("unix_domain_socket", unixDomainSocket);
     config->SetParamInt64("tcp_port", port);
@@ -88,6 +86,14 @@ inline void WriteFile(const std::filesystem::path& file, const std::vector<uint8
              static_cast<std::streamsize>(bytes.size()));
 }
 
+// With other bytes at that distance from the first place of the text.
+inline std::vector<uint8_t> Patched(std::vector<uint8_t> bytes, std::string_view text,
+                                    ptrdiff_t distance, const std::vector<uint8_t>& with) {
+  const auto at = std::search(bytes.begin(), bytes.end(), text.begin(), text.end());
+  std::copy(with.begin(), with.end(), at + distance);
+  return bytes;
+}
+
 // The text of the framework error that the action throws; empty when it throws none.
 template <typename Action>
 std::string ErrorOf(Action action) {
@@ -97,6 +103,13 @@ std::string ErrorOf(Action action) {
     return error.what();
   }
   return "";
+}
+
+// An error with that in it; none at all when it is empty.
+inline ::testing::Matcher<std::string> Says(const std::string& text) {
+  if (text.empty())
+    return ::testing::IsEmpty();
+  return ::testing::HasSubstr(text);
 }
 
 }  // namespace Moravel::Test

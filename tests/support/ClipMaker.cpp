@@ -1,10 +1,15 @@
 #include "support/ClipMaker.h"
 
+#include <fcntl.h>
+#include <unistd.h>
+
 #include <algorithm>
+#include <cstring>
 #include <memory>
 #include <stdexcept>
 #include <string>
-#include <string_view>
+
+#include "storage/Descriptor.h"
 
 extern "C" {
 #include <libavformat/avformat.h>
@@ -20,23 +25,16 @@ constexpr int kCells = 4;
 constexpr int kBright = 180;
 constexpr int kDark = 60;
 
-int CellOf(int position, int extent) {
-  return position * kCells / extent;
-}
-
 std::vector<uint8_t> MakePixels(const PictureSpec& spec) {
   std::vector<uint8_t> rgb;
-  rgb.reserve(size_t(spec.width) * size_t(spec.height) * 3);
   for (int y = 0; y < spec.height; ++y) {
     for (int x = 0; x < spec.width; ++x) {
-      const int cell = CellOf(y, spec.height) * kCells + CellOf(x, spec.width);
-      const bool bit = (spec.number >> cell) & 1;
+      const int cell = y * kCells / spec.height * kCells + x * kCells / spec.width;
       const int gradient = 30 * x / spec.width - 20 * y / spec.height;
-      const int luma = (bit ? kBright : kDark) + gradient;
+      const int luma = ((spec.number >> cell) & 1 ? kBright : kDark) + gradient;
       const int tint = (spec.number * 5 + cell * 7) % 31 * 2 - 30;  // hardly changes the luma
-      rgb.push_back(static_cast<uint8_t>(luma + tint));
-      rgb.push_back(static_cast<uint8_t>(luma));
-      rgb.push_back(static_cast<uint8_t>(luma - tint));
+      for (const int sample : {luma + tint, luma, luma - tint})
+        rgb.push_back(static_cast<uint8_t>(sample));
     }
   }
   return rgb;
@@ -46,113 +44,111 @@ std::vector<uint8_t> MakePixels(const PictureSpec& spec) {
 // no padding.
 void InsertAvi1(std::vector<uint8_t>& jpeg, int polarity) {
   std::vector<uint8_t> segment = {
-      0xFF, 0xE0, 0x00, 0x10, 'A', 'V', 'I', '1', static_cast<uint8_t>(polarity), 0};
-  const size_t pictureSize = jpeg.size() + segment.size() + 8;
-  for (int field = 0; field < 2; ++field) {
-    for (int shift = 24; shift >= 0; shift -= 8) {
-      segment.push_back(static_cast<uint8_t>(pictureSize >> shift));
-    }
-  }
+      0xFF, 0xE0, 0, 16, 'A', 'V', 'I', '1', static_cast<uint8_t>(polarity), 0};
+  for (int i = 0; i < 8; ++i)
+    segment.push_back(static_cast<uint8_t>((jpeg.size() + 18) >> (24 - i % 4 * 8)));
   jpeg.insert(jpeg.begin() + 2, segment.begin(), segment.end());
 }
 
-void Check(int error, std::string_view what) {
-  if (error < 0) {
-    char text[AV_ERROR_MAX_STRING_SIZE] = {};
-    av_strerror(error, text, sizeof text);
-    throw std::runtime_error("clip: " + std::string(what) + ": " + text);
-  }
+template <typename Result>
+Result Checked(Result result, const char* what) {
+  if (result < 0)
+    throw std::runtime_error(std::string("clip: ") + what);
+  return result;
+}
+
+// Long zeros become holes.
+int WriteFile(void* file, uint8_t* bytes, int size) {
+  const int descriptor = static_cast<const Player::Descriptor*>(file)->Get();
+  const bool isHole = size > 4096 && bytes[0] == 0 &&
+                      std::memcmp(bytes, bytes + 1, static_cast<size_t>(size) - 1) == 0;
+  Checked(isHole ? ::lseek(descriptor, size, SEEK_CUR)
+                 : ::write(descriptor, bytes, static_cast<size_t>(size)),
+          "file");
+  return size;
+}
+
+int64_t SeekFile(void* file, int64_t offset, int whence) {
+  return whence == AVSEEK_SIZE
+             ? -1
+             : ::lseek(static_cast<const Player::Descriptor*>(file)->Get(), offset, whence);
 }
 
 // Writes one video track of ready-made pictures.
 class Muxer {
  public:
-  explicit Muxer(const ClipSpec& spec) {
-    AVFormatContext* context = nullptr;
-    Check(
-        avformat_alloc_output_context2(
-            &context, nullptr, spec.container == Container::Avi ? "avi" : "mov", spec.file.c_str()),
-        "muxer");
-    context_.reset(context);
+  explicit Muxer(const ClipSpec& spec)
+      : file_(::open(spec.file.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600)),
+        period_{spec.rateDenominator, spec.rateNumerator} {
+    Checked(file_.Get(), spec.file.c_str());
+    const bool isAvi = spec.container == Container::Avi;
+    avformat_alloc_output_context2(&context_, nullptr, isAvi ? "avi" : "mov", spec.file.c_str());
     context_->flags |= AVFMT_FLAG_BITEXACT;
-    DescribeStream(spec);
-    Check(avio_open(&context_->pb, spec.file.c_str(), AVIO_FLAG_WRITE), spec.file.string());
-    Check(avformat_write_header(context_.get(), nullptr), "header");
-  }
-
-  void Write(const std::vector<uint8_t>& sample, int64_t time, int64_t duration) {
-    const AVStream& stream = *context_->streams[0];
-    Check(av_new_packet(packet_.get(), static_cast<int>(sample.size())), "packet");
-    std::copy(sample.begin(), sample.end(), packet_->data);
-    packet_->pts = packet_->dts = time;
-    packet_->duration = duration;
-    packet_->flags = AV_PKT_FLAG_KEY;
-    av_packet_rescale_ts(packet_.get(), period_, stream.time_base);
-    Check(av_interleaved_write_frame(context_.get(), packet_.get()), "sample");
-  }
-
-  void Finish() { Check(av_write_trailer(context_.get()), "trailer"); }
-
- private:
-  void DescribeStream(const ClipSpec& spec) {
-    AVStream* stream = avformat_new_stream(context_.get(), nullptr);
-    if (stream == nullptr) {
-      throw std::bad_alloc();
-    }
-    stream->time_base = period_ = {spec.rateDenominator, spec.rateNumerator};
-    stream->avg_frame_rate = stream->r_frame_rate = {spec.rateNumerator, spec.rateDenominator};
+    constexpr int kBuffer = 1 << 16;
+    context_->pb = avio_alloc_context(static_cast<unsigned char*>(av_malloc(kBuffer)), kBuffer, 1,
+                                      &file_, nullptr, &WriteFile, &SeekFile);
+    AVStream* const stream = avformat_new_stream(context_, nullptr);
+    stream->time_base = period_;
+    stream->avg_frame_rate = stream->r_frame_rate = av_inv_q(period_);
     AVCodecParameters& parameters = *stream->codecpar;
     parameters.codec_type = AVMEDIA_TYPE_VIDEO;
     parameters.codec_id = AV_CODEC_ID_MJPEG;
     parameters.width = spec.width;
     parameters.height = spec.height;
-    if (spec.interlaced && spec.mark == FieldMark::FileAtom) {
+    if (spec.interlaced && !isAvi)
       parameters.field_order = spec.bottomFirst ? AV_FIELD_BB : AV_FIELD_TT;
-    }
+    AVDictionary* options = nullptr;
+    if (spec.headerFirst)
+      av_dict_set(&options, "movflags", "faststart", 0);
+    const int result = avformat_write_header(context_, &options);
+    av_dict_free(&options);
+    Checked(result, "header");
+  }
+  ~Muxer() {
+    av_freep(&context_->pb->buffer);
+    avio_context_free(&context_->pb);
+    avformat_free_context(context_);
+    av_packet_free(&packet_);
   }
 
-  struct ContextFreer {
-    void operator()(AVFormatContext* context) const {
-      avio_closep(&context->pb);
-      avformat_free_context(context);
-    }
-  };
-  struct PacketFreer {
-    void operator()(AVPacket* packet) const { av_packet_free(&packet); }
-  };
-  std::unique_ptr<AVFormatContext, ContextFreer> context_;
-  std::unique_ptr<AVPacket, PacketFreer> packet_{av_packet_alloc()};
-  AVRational period_{};
+  void Write(const std::vector<uint8_t>& sample, int64_t padding, int64_t time, int64_t duration) {
+    Checked(av_new_packet(packet_, static_cast<int>(sample.size()) + static_cast<int>(padding)),
+            "packet");
+    std::fill(std::copy(sample.begin(), sample.end(), packet_->data), packet_->data + packet_->size,
+              uint8_t{0});
+    packet_->pts = packet_->dts = time;
+    packet_->duration = duration;
+    packet_->flags = AV_PKT_FLAG_KEY;
+    av_packet_rescale_ts(packet_, period_, context_->streams[0]->time_base);
+    Checked(av_write_frame(context_, packet_), "sample");
+    av_packet_unref(packet_);
+  }
+  void Finish() {
+    Checked(av_write_trailer(context_), "trailer");
+    avio_flush(context_->pb);
+  }
+
+ private:
+  Player::Descriptor file_;
+  const AVRational period_;
+  AVFormatContext* context_ = nullptr;
+  AVPacket* packet_ = av_packet_alloc();
 };
 
-std::vector<uint8_t> MakeField(const ClipSpec& spec, int frame, bool bottom) {
-  const int polarity = spec.mark == FieldMark::Avi1 ? (bottom ? 2 : 1) : -1;
-  return MakeJpeg({.width = spec.width,
-                   .height = spec.height / 2,
-                   .number = 2 * frame + bottom,
-                   .subsampling = spec.subsampling,
-                   .quality = spec.quality,
-                   .avi1Polarity = polarity});
-}
-
-void AddSample(const ClipSpec& spec, int frame, Clip& clip) {
-  size_t secondField = 0;
+std::vector<uint8_t> MakeSample(const ClipSpec& spec, int frame) {
+  PictureSpec picture = {
+      .width = spec.width, .height = spec.height, .number = frame, .quality = spec.quality};
+  if (!spec.interlaced)
+    return MakeJpeg(picture);
   std::vector<uint8_t> sample;
-  if (spec.interlaced) {
-    sample = MakeField(spec, frame, spec.bottomFirst);
-    secondField = sample.size();
-    const std::vector<uint8_t> second = MakeField(spec, frame, !spec.bottomFirst);
-    sample.insert(sample.end(), second.begin(), second.end());
-  } else {
-    sample = MakeJpeg({.width = spec.width,
-                       .height = spec.height,
-                       .number = frame,
-                       .subsampling = spec.subsampling,
-                       .quality = spec.quality});
+  picture.height /= 2;
+  for (const int bottom : {spec.bottomFirst ? 1 : 0, spec.bottomFirst ? 0 : 1}) {
+    picture.number = 2 * frame + bottom;
+    picture.avi1Polarity = spec.container == Container::Avi ? 1 + bottom : -1;
+    const std::vector<uint8_t> field = MakeJpeg(picture);
+    sample.insert(sample.end(), field.begin(), field.end());
   }
-  clip.samples.push_back(std::move(sample));
-  clip.secondFields.push_back(secondField);
-  clip.times.push_back(spec.variableRate ? frame + frame / 3 : frame);
+  return sample;
 }
 
 }  // namespace
@@ -165,14 +161,11 @@ std::vector<uint8_t> MakeJpeg(const PictureSpec& spec) {
   const int result =
       tjCompress2(compressor.get(), pixels.data(), spec.width, 0, spec.height, TJPF_RGB, &data,
                   &size, spec.subsampling, spec.quality, TJFLAG_ACCURATEDCT);
-  const std::unique_ptr<unsigned char, decltype(&tjFree)> holder(data, &tjFree);
-  if (result != 0) {
-    throw std::runtime_error(std::string("picture: ") + tjGetErrorStr2(compressor.get()));
-  }
   std::vector<uint8_t> jpeg(data, data + size);
-  if (spec.avi1Polarity >= 0) {
+  tjFree(data);
+  Checked(result, "picture");
+  if (spec.avi1Polarity >= 0)
     InsertAvi1(jpeg, spec.avi1Polarity);
-  }
   return jpeg;
 }
 
@@ -187,15 +180,13 @@ int ReadPictureNumber(const uint8_t* luma, int stride, int width, int height) {
 }
 
 Clip MakeClip(const ClipSpec& spec) {
-  if (spec.interlaced && spec.mark == FieldMark::FileAtom && spec.container != Container::Mov) {
-    throw std::runtime_error("clip: only a MOV file has a field atom");
-  }
-  Clip clip{.file = spec.file, .samples = {}, .secondFields = {}, .times = {}};
+  Clip clip{spec.file, {}};
   Muxer muxer(spec);
   for (int frame = 0; frame < spec.pictures; ++frame) {
-    AddSample(spec, frame, clip);
-    const int64_t duration = spec.variableRate && frame % 3 == 2 ? 2 : 1;
-    muxer.Write(clip.samples.back(), clip.times.back(), duration);
+    clip.samples.push_back(MakeSample(spec, frame));
+    const int64_t time = spec.variableRate ? frame + frame / 3 : frame;
+    muxer.Write(clip.samples.back(), spec.padding, time,
+                spec.variableRate && frame % 3 == 2 ? 2 : 1);
   }
   muxer.Finish();
   return clip;

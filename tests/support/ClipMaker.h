@@ -2,7 +2,6 @@
 
 #include <turbojpeg.h>
 
-#include <cstddef>
 #include <cstdint>
 #include <filesystem>
 #include <vector>
@@ -29,37 +28,28 @@ std::vector<uint8_t> MakeJpeg(const PictureSpec& spec);
 int ReadPictureNumber(const uint8_t* luma, int stride, int width, int height);
 
 enum class Container { Avi, Mov };
-// Where interlaced clips say which of the two stored fields is the top one.
-enum class FieldMark {
-  Avi1,      // in each picture: polarity 1 is the top field, 2 the bottom field
-  FileAtom,  // the field atom of a MOV file
-  None
-};
 
 struct ClipSpec {
-  std::filesystem::path file;
+  std::filesystem::path file = {};
   Container container = Container::Avi;
   int width = 64;
   int height = 48;  // of the frame; even when interlaced
   int pictures = 10;
   int rateNumerator = 25;
   int rateDenominator = 1;
-  bool interlaced = false;
+  bool interlaced = false;   // marked in each picture of an AVI file, in the header of a MOV file
   bool bottomFirst = false;  // the bottom field is stored first
-  FieldMark mark = FieldMark::Avi1;
-  int subsampling = TJSAMP_420;
   int quality = 90;
   bool variableRate = false;  // every third picture lasts twice as long
+  int64_t padding = 0;        // zeros behind each picture, holes of the file where there are many
+  bool headerFirst = false;   // in a MOV file
 };
 
-// What was muxed. The picture number of frame n is n; of its top field 2n, of its bottom field
-// 2n + 1.
+// What was muxed: the bytes of each sample, of both fields in the order they are stored. The
+// picture number of frame n is n; of its top field 2n, of its bottom field 2n + 1.
 struct Clip {
   std::filesystem::path file;
-  std::vector<std::vector<uint8_t>>
-      samples;                       // the bytes; of both fields in the order they are stored
-  std::vector<size_t> secondFields;  // where the second field begins; 0 in a frame
-  std::vector<int64_t> times;        // begin of each sample, in periods of the rate
+  std::vector<std::vector<uint8_t>> samples;
 };
 
 Clip MakeClip(const ClipSpec& spec);
