@@ -7,8 +7,8 @@
 #include "Player/QELMultiResDecoder.h"
 #include "Player/QELPreloader.h"
 #include "elements/BuiltinElements.h"
-#include "qelCore/Infos.h"
-#include "qelCore/Samples.h"
+#include "qelCore/SampleFactory.h"
+#include "qelCore/StreamInfos.h"
 
 namespace Moravel::Bench {
 

@@ -7,7 +7,7 @@
 #include "Player/QELPreloader.h"
 #include "Player/QELSample.h"
 #include "qel/Infos.h"
-#include "storage/StorageServer.h"
+#include "storage-server/StorageServer.h"
 
 namespace Moravel::Bench {
 

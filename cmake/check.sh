@@ -11,7 +11,7 @@ check() {
   say "format"
   git -c safe.directory='*' ls-files -z '*.h' '*.cpp' | xargs -0 clang-format-14 --dry-run --Werror
   say "layering: the library and the interfaces see nothing of the platform and the programs"
-  if grep -rnE '#include "(platform|qelCore|elements|host|storage|apps|tests)/' \
+  if grep -rnE '#include "(platform|qelCore|elements|host|storage-server|apps|tests)/' \
     Player qel Time logging; then
     exit 1
   fi

@@ -1,39 +1,35 @@
 #include <cstdio>
+#include <string_view>
 
-#include "ExitCode.h"
-#include "FrameworkLines.h"
-#include "Interrupt.h"
-#include "Options.h"
-#include "Play.h"
-#include "Problem.h"
-#include "elements/BuiltinElements.h"
-#include "host/HostLogging.h"
-#include "qelCore/LoggerWriter.h"
+#include "command/ExitCode.h"
+#include "command/Options.h"
+#include "command/Problem.h"
+#include "playing/Play.h"
 
 namespace {
 
 using namespace Moravel::Play;
 
-void StartHost(const Options& options) {
-  CatchSignals();
-  orl::mv::logging::SetLogLevel(options.logLevel);
-  qel::SetCurrentLoggerWriter(
-      std::make_shared<FrameworkLines>(orl::mv::logging::CreateFrameworkLogWriter()));
-  qel::RegisterBuiltinElements();
+// What the first word of the command line can be; without one of these, tracks are played.
+struct Command {
+  std::string_view name;
+  int (*run)(int argc, const char* const* argv);  // argv[0] is the command's name
+};
+constexpr Command kCommands[] = {{"play", &RunPlay}};
+
+int Run(int argc, const char* const* argv) {
+  for (const Command& command : kCommands) {
+    if (argc > 1 && argv[1] == command.name)
+      return command.run(argc - 1, argv + 1);
+  }
+  return RunPlay(argc, argv);
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
   try {
-    const auto parsed = ParseOptions(argc, argv);
-    if (const auto* const text = std::get_if<std::string>(&parsed)) {
-      std::fputs(text->c_str(), stdout);
-      return kExitFine;
-    }
-    const Options& options = std::get<Options>(parsed);
-    StartHost(options);
-    return Play(options);
+    return Run(argc, argv);
   } catch (const UsageError& error) {
     PrintProblem(error.what());
     return kExitUsage;

@@ -14,11 +14,11 @@
 #include "Player/ISample.h"
 #include "logging/ILogger.h"
 #include "qel/QELRuntimeError.h"
-#include "qelCore/Infos.h"
 #include "qelCore/LoggerWriter.h"
-#include "qelCore/Parameters.h"
+#include "qelCore/ParameterPrototype.h"
 #include "qelCore/Registry.h"
-#include "qelCore/Samples.h"
+#include "qelCore/SampleFactory.h"
+#include "qelCore/StreamInfos.h"
 
 // The library over the framework's real core, with elements, queues and logs of the test's own:
 // what they are asked is noted in order, and any call of them, or any allocation, can fail.

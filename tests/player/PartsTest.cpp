@@ -2,10 +2,10 @@
 
 #include <set>
 
-#include "moravel-play/Options.h"
-#include "moravel-play/PlaySequence.h"
-#include "moravel-play/Statistics.h"
-#include "moravel-play/Track.h"
+#include "command/Options.h"
+#include "playing/Statistics.h"
+#include "tracks/PlaySequence.h"
+#include "tracks/Track.h"
 
 namespace Moravel::Play {
 namespace {

@@ -9,7 +9,7 @@
 #include <numeric>
 
 #include "PlayerRun.h"
-#include "storage/StorageServer.h"
+#include "storage-server/StorageServer.h"
 #include "support/ClipMaker.h"
 #include "support/FaultyServer.h"
 

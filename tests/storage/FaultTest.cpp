@@ -10,7 +10,7 @@
 #include "Player/QELSample.h"
 #include "SourceFixture.h"
 #include "elements/storage/HttpResponse.h"
-#include "storage/Listening.h"
+#include "storage-server/Listening.h"
 #include "support/FaultyServer.h"
 
 namespace Moravel::Test {

@@ -13,7 +13,7 @@
 
 #include "elements/BuiltinElements.h"
 #include "qel/WorkflowStepImplementation.h"
-#include "storage/StorageServer.h"
+#include "storage-server/StorageServer.h"
 #include "support/ClipMaker.h"
 #include "support/TempFolder.h"
 

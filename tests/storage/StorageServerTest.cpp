@@ -1,4 +1,4 @@
-#include "storage/StorageServer.h"
+#include "storage-server/StorageServer.h"
 
 #include <arpa/inet.h>
 #include <gmock/gmock.h>
@@ -8,7 +8,7 @@
 #include <future>
 #include <stdexcept>
 
-#include "storage/Descriptor.h"
+#include "storage-server/Descriptor.h"
 #include "support/TempFolder.h"
 
 namespace Moravel::Player {

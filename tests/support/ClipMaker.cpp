@@ -9,7 +9,7 @@
 #include <stdexcept>
 #include <string>
 
-#include "storage/Descriptor.h"
+#include "storage-server/Descriptor.h"
 
 extern "C" {
 #include <libavformat/avformat.h>

@@ -6,7 +6,7 @@
 #include <algorithm>
 #include <string_view>
 
-#include "storage/Listening.h"
+#include "storage-server/Listening.h"
 
 namespace Moravel::Test {
 
@@ -146,8 +146,8 @@ void FaultyServer::Serve(const Descriptor& client) {
     const Fault fault = chooser_ ? chooser_(number) : Fault{};
     lock.unlock();
     Send(server, request.substr(0, request.find("\r\n") + 2) + "Host: x\r\n" +
-                     (fault.ignoreRange ? "" : Cut(request, "Range")) +
-                     Cut(request, "If-Match") + "\r\n");
+                     (fault.ignoreRange ? "" : Cut(request, "Range")) + Cut(request, "If-Match") +
+                     "\r\n");
     std::string header = Receive(server, IsAnswer);
     const size_t headerEnd = header.find("\r\n\r\n") + 2;
     std::string body = header.substr(headerEnd + 2);

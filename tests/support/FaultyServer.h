@@ -9,8 +9,8 @@
 #include <string>
 #include <thread>
 
-#include "storage/Descriptor.h"
-#include "storage/StorageServer.h"
+#include "storage-server/Descriptor.h"
+#include "storage-server/StorageServer.h"
 
 namespace Moravel::Test {
 

@@ -7,8 +7,8 @@
 
 #include "elements/BuiltinElements.h"
 #include "qel/WorkflowStepImplementation.h"
-#include "qelCore/Infos.h"
-#include "qelCore/Samples.h"
+#include "qelCore/SampleFactory.h"
+#include "qelCore/StreamInfos.h"
 
 namespace Moravel::Test {
 

@@ -1,11 +1,11 @@
-#include "Interrupt.h"
+#include "command/Interrupt.h"
 
 #include <signal.h>
 #include <unistd.h>
 
 #include <atomic>
 
-#include "ExitCode.h"
+#include "command/ExitCode.h"
 
 namespace Moravel::Play {
 

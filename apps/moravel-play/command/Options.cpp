@@ -1,4 +1,4 @@
-#include "Options.h"
+#include "command/Options.h"
 
 #include <CLI/CLI.hpp>
 #include <algorithm>

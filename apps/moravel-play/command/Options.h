@@ -9,7 +9,7 @@
 #include <variant>
 #include <vector>
 
-#include "TrackArgument.h"
+#include "command/TrackArgument.h"
 #include "logging/ILogger.h"
 #include "qel/FourCC.h"
 

@@ -1,4 +1,4 @@
-#include "Problem.h"
+#include "command/Problem.h"
 
 #include <unistd.h>
 

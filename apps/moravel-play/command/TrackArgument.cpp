@@ -1,9 +1,9 @@
-#include "TrackArgument.h"
+#include "command/TrackArgument.h"
 
 #include <charconv>
 #include <regex>
 
-#include "Options.h"
+#include "command/Options.h"
 
 namespace Moravel::Play {
 

@@ -1,10 +1,10 @@
-#include "DecodeWorkers.h"
+#include "playing/DecodeWorkers.h"
 
-#include "FrameworkLines.h"
-#include "OutputFile.h"
 #include "Player/DecodeOrder.h"
 #include "Player/QELSample.h"
-#include "Problem.h"
+#include "command/Problem.h"
+#include "playing/FrameworkLines.h"
+#include "sinks/OutputFile.h"
 
 namespace Moravel::Play {
 

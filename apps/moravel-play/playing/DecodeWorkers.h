@@ -5,10 +5,10 @@
 #include <thread>
 #include <vector>
 
-#include "Picture.h"
-#include "Stopper.h"
-#include "TrackSetup.h"
-#include "WorkQueue.h"
+#include "playing/Stopper.h"
+#include "playing/WorkQueue.h"
+#include "sinks/Picture.h"
+#include "tracks/TrackSetup.h"
 
 namespace Moravel::Play {
 

@@ -1,4 +1,4 @@
-#include "FrameworkLines.h"
+#include "playing/FrameworkLines.h"
 
 namespace Moravel::Play {
 

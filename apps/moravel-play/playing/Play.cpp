@@ -1,23 +1,24 @@
-#include "Play.h"
+#include "playing/Play.h"
 
 #include <condition_variable>
 #include <cstdio>
 #include <mutex>
 #include <thread>
 
-#include "ContactSheet.h"
-#include "DecodeWorkers.h"
-#include "ExitCode.h"
-#include "Interrupt.h"
-#include "OutputFile.h"
-#include "PngSink.h"
-#include "PreloadLoop.h"
-#include "Problem.h"
-#include "Progress.h"
-#include "Report.h"
-#include "TrackSetup.h"
-#include "Y4mSink.h"
+#include "command/ExitCode.h"
+#include "command/Host.h"
+#include "command/Interrupt.h"
+#include "command/Problem.h"
 #include "host/LiveQueues.h"
+#include "playing/DecodeWorkers.h"
+#include "playing/PreloadLoop.h"
+#include "report/Progress.h"
+#include "report/Report.h"
+#include "sinks/ContactSheet.h"
+#include "sinks/OutputFile.h"
+#include "sinks/PngSink.h"
+#include "sinks/Y4mSink.h"
+#include "tracks/TrackSetup.h"
 
 namespace Moravel::Play {
 
@@ -194,6 +195,17 @@ int Play(const Options& options) {
   } catch (const ClosedPipe&) {
     return kExitFine;
   }
+}
+
+int RunPlay(int argc, const char* const* argv) {
+  const auto parsed = ParseOptions(argc, argv);
+  if (const auto* const text = std::get_if<std::string>(&parsed)) {
+    std::fputs(text->c_str(), stdout);
+    return kExitFine;
+  }
+  const Options& options = std::get<Options>(parsed);
+  StartHost(options.logLevel);
+  return Play(options);
 }
 
 }  // namespace Moravel::Play

@@ -1,4 +1,4 @@
-#include "PreloadLoop.h"
+#include "playing/PreloadLoop.h"
 
 #include <algorithm>
 #include <chrono>
@@ -7,7 +7,7 @@
 #include <string>
 
 #include "Player/QELSample.h"
-#include "Problem.h"
+#include "command/Problem.h"
 
 namespace Moravel::Play {
 

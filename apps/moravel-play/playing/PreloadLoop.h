@@ -3,8 +3,8 @@
 #include <map>
 #include <stop_token>
 
-#include "TrackSetup.h"
-#include "WorkQueue.h"
+#include "playing/WorkQueue.h"
+#include "tracks/TrackSetup.h"
 
 namespace Moravel::Play {
 

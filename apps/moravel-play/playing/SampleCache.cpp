@@ -1,4 +1,4 @@
-#include "SampleCache.h"
+#include "playing/SampleCache.h"
 
 namespace Moravel::Play {
 

@@ -1,4 +1,4 @@
-#include "Statistics.h"
+#include "playing/Statistics.h"
 
 #include <algorithm>
 #include <bit>

@@ -1,4 +1,4 @@
-#include "Stopper.h"
+#include "playing/Stopper.h"
 
 namespace Moravel::Play {
 

@@ -1,4 +1,4 @@
-#include "WorkQueue.h"
+#include "playing/WorkQueue.h"
 
 namespace Moravel::Play {
 

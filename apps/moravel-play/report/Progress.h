@@ -2,7 +2,7 @@
 
 #include <vector>
 
-#include "TrackSetup.h"
+#include "tracks/TrackSetup.h"
 
 namespace Moravel::Play {
 

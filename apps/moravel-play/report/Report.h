@@ -3,7 +3,7 @@
 #include <string>
 #include <vector>
 
-#include "TrackSetup.h"
+#include "tracks/TrackSetup.h"
 
 namespace Moravel::Play {
 

@@ -1,9 +1,9 @@
-#include "CairoSurface.h"
+#include "sinks/CairoSurface.h"
 
 #include <exception>
 #include <span>
 
-#include "OutputFile.h"
+#include "sinks/OutputFile.h"
 
 namespace Moravel::Play {
 

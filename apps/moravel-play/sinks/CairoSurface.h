@@ -6,7 +6,7 @@
 #include <filesystem>
 #include <memory>
 
-#include "Options.h"
+#include "command/Options.h"
 
 namespace Moravel::Play {
 

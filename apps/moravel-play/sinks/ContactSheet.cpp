@@ -1,4 +1,4 @@
-#include "ContactSheet.h"
+#include "sinks/ContactSheet.h"
 
 #include <fontconfig/fontconfig.h>
 #include <libyuv.h>
@@ -8,9 +8,9 @@
 #include <cerrno>
 #include <system_error>
 
-#include "OutputFile.h"
-#include "PixelConversion.h"
-#include "Problem.h"
+#include "command/Problem.h"
+#include "sinks/OutputFile.h"
+#include "sinks/PixelConversion.h"
 
 namespace Moravel::Play {
 

@@ -4,8 +4,8 @@
 #include <mutex>
 #include <vector>
 
-#include "CairoSurface.h"
-#include "Picture.h"
+#include "sinks/CairoSurface.h"
+#include "sinks/Picture.h"
 
 namespace Moravel::Play {
 

@@ -1,4 +1,4 @@
-#include "OutputFile.h"
+#include "sinks/OutputFile.h"
 
 #include <fcntl.h>
 #include <unistd.h>

@@ -2,9 +2,9 @@
 
 #include <cstdint>
 
-#include "Options.h"
-#include "Track.h"
+#include "command/Options.h"
 #include "qel/Samples.h"
+#include "tracks/Track.h"
 
 namespace Moravel::Play {
 

@@ -1,4 +1,4 @@
-#include "PixelConversion.h"
+#include "sinks/PixelConversion.h"
 
 #include <libyuv.h>
 

@@ -1,13 +1,13 @@
-#include "PngSink.h"
+#include "sinks/PngSink.h"
 
 #include <unistd.h>
 
 #include <cstdio>
 #include <system_error>
 
-#include "CairoSurface.h"
-#include "OutputFile.h"
-#include "PixelConversion.h"
+#include "sinks/CairoSurface.h"
+#include "sinks/OutputFile.h"
+#include "sinks/PixelConversion.h"
 
 namespace Moravel::Play {
 

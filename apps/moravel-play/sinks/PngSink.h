@@ -1,6 +1,6 @@
 #pragma once
 
-#include "Picture.h"
+#include "sinks/Picture.h"
 
 namespace Moravel::Play {
 

@@ -1,4 +1,4 @@
-#include "Y4mSink.h"
+#include "sinks/Y4mSink.h"
 
 #include <numeric>
 #include <string_view>

@@ -4,8 +4,8 @@
 #include <map>
 #include <mutex>
 
-#include "OutputFile.h"
-#include "Picture.h"
+#include "sinks/OutputFile.h"
+#include "sinks/Picture.h"
 
 namespace Moravel::Play {
 

@@ -1,4 +1,4 @@
-#include "PlaySequence.h"
+#include "tracks/PlaySequence.h"
 
 #include <bit>
 

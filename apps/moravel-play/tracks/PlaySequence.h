@@ -2,7 +2,7 @@
 
 #include <cstdint>
 
-#include "Options.h"
+#include "command/Options.h"
 
 namespace Moravel::Play {
 

@@ -1,4 +1,4 @@
-#include "Track.h"
+#include "tracks/Track.h"
 
 #include <cstdio>
 

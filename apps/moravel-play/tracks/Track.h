@@ -5,10 +5,10 @@
 #include <string>
 #include <vector>
 
-#include "Options.h"
-#include "PlaySequence.h"
 #include "Player/SampleRate.h"
 #include "Player/TrackId.h"
+#include "command/Options.h"
+#include "tracks/PlaySequence.h"
 
 namespace Moravel::Play {
 

@@ -1,4 +1,4 @@
-#include "TrackDecoders.h"
+#include "tracks/TrackDecoders.h"
 
 #include "qel/WorkflowStepImplementation.h"
 

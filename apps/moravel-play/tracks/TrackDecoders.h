@@ -3,9 +3,9 @@
 #include <memory>
 #include <vector>
 
-#include "Options.h"
 #include "Player/QELMultiResDecoder.h"
 #include "Player/QELSampleDecoder.h"
+#include "command/Options.h"
 #include "qel/Elements.h"
 
 namespace Moravel::Play {

@@ -1,4 +1,4 @@
-#include "TrackSetup.h"
+#include "tracks/TrackSetup.h"
 
 #include <algorithm>
 #include <cmath>

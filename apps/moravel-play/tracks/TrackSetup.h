@@ -4,13 +4,13 @@
 #include <string>
 #include <vector>
 
-#include "Options.h"
 #include "Player/QELPreloader.h"
-#include "SampleCache.h"
-#include "Statistics.h"
-#include "Track.h"
-#include "TrackDecoders.h"
-#include "storage/StorageServer.h"
+#include "command/Options.h"
+#include "playing/SampleCache.h"
+#include "playing/Statistics.h"
+#include "storage-server/StorageServer.h"
+#include "tracks/Track.h"
+#include "tracks/TrackDecoders.h"
 
 namespace Moravel::Play {
 

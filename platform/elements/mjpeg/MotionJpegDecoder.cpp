@@ -11,9 +11,9 @@
 #include "elements/mjpeg/OutputPicture.h"
 #include "elements/mjpeg/SharedPictures.h"
 #include "qel/WorkflowStepImplementation.h"
-#include "qelCore/Parameters.h"
+#include "qelCore/ParameterPrototype.h"
 #include "qelCore/Registry.h"
-#include "qelCore/Samples.h"
+#include "qelCore/SampleFactory.h"
 
 namespace qel {
 

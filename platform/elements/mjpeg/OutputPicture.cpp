@@ -9,7 +9,7 @@
 
 #include "elements/mjpeg/PictureMemory.h"
 #include "qel/QELRuntimeError.h"
-#include "qelCore/Samples.h"
+#include "qelCore/SampleFactory.h"
 
 namespace qel::mjpeg {
 

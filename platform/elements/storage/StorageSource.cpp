@@ -6,10 +6,10 @@
 
 #include "elements/storage/JpegFields.h"
 #include "qel/WorkflowStepImplementation.h"
-#include "qelCore/Infos.h"
-#include "qelCore/Parameters.h"
+#include "qelCore/ParameterPrototype.h"
 #include "qelCore/Registry.h"
-#include "qelCore/Samples.h"
+#include "qelCore/SampleFactory.h"
+#include "qelCore/StreamInfos.h"
 
 namespace qel {
 

@@ -3,7 +3,7 @@
 #include <cstdint>
 #include <string>
 
-#include "storage/Descriptor.h"
+#include "storage-server/Descriptor.h"
 
 // Listening stream sockets. Failures are std::runtime_error, which names the address and the
 // reason.

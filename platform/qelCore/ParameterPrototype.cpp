@@ -1,4 +1,4 @@
-#include "qelCore/Parameters.h"
+#include "qelCore/ParameterPrototype.h"
 
 #include <utility>
 

@@ -1,4 +1,4 @@
-#include "qelCore/Infos.h"
+#include "qelCore/StreamInfos.h"
 
 #include <map>
 

@@ -1,4 +1,4 @@
-#include "qelCore/Samples.h"
+#include "qelCore/SampleFactory.h"
 
 #include "qel/WorkflowStepImplementation.h"
 

@@ -1,4 +1,4 @@
-#include "storage/StorageServer.h"
+#include "storage-server/StorageServer.h"
 
 #include <fcntl.h>
 #include <locale.h>
@@ -17,9 +17,9 @@
 #include <system_error>
 #include <utility>
 
-#include "storage/ByteRange.h"
-#include "storage/Descriptor.h"
-#include "storage/Listening.h"
+#include "storage-server/ByteRange.h"
+#include "storage-server/Descriptor.h"
+#include "storage-server/Listening.h"
 
 namespace Moravel::Player {
 

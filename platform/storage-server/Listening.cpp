@@ -1,4 +1,4 @@
-#include "storage/Listening.h"
+#include "storage-server/Listening.h"
 
 #include <arpa/inet.h>
 #include <netdb.h>

@@ -1,4 +1,4 @@
-#include "storage/ByteRange.h"
+#include "storage-server/ByteRange.h"
 
 #include <strings.h>
 
