@@ -24,6 +24,7 @@ if(NOT MORAVEL_SYSTEM_PLATFORM)
   install(DIRECTORY ${PROJECT_SOURCE_DIR}/platform/host ${PROJECT_SOURCE_DIR}/platform/qelCore
     DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/moravel FILES_MATCHING PATTERN "*.h")
   install(FILES ${PROJECT_SOURCE_DIR}/platform/elements/BuiltinElements.h
+    ${PROJECT_SOURCE_DIR}/platform/elements/StopScope.h
     DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/moravel/elements)
   moravel_install_package(MoravelPlatform)
   install(TARGETS moravel-play)

@@ -9,6 +9,7 @@
 #include "Player/QELPreloader.h"
 #include "Player/QELSample.h"
 #include "SourceFixture.h"
+#include "elements/StopScope.h"
 #include "elements/storage/HttpResponse.h"
 #include "storage-server/Listening.h"
 #include "support/FaultyServer.h"
@@ -209,6 +210,28 @@ TEST_F(Faults, AServerThatNeverAcceptsIsAnErrorAfterTheTimeout) {
   SourceUnderTest second;
   second.timeoutMs = 100;
   EXPECT_THAT(ErrorOf([&] { second.Init(Player::PortOf(listening)); }), HasSubstr("connect"));
+}
+
+// Whatever the thread waits for, inside the preloader and its lock.
+TEST_F(Faults, AStopFromAnotherThreadEndsOpeningAndReading) {
+  constexpr int64_t kNever = 3'600'000;
+  for (const Fault::Point& point : {Fault::Point{Part::Header, 0}, {Part::Body, 100}}) {
+    Host host(server.Port(), kNever);
+    for (const int64_t track : {1, 3}) {  // one that is open, and one that is not
+      std::stop_source stop;
+      server.SetFaults([&](uint64_t) {
+        stop.request_stop();
+        return Fault{.stall = point};
+      });
+      {
+        const qel::StopScope scope(stop.get_token());
+        for (int order = 0; order < 2; ++order)  // it stays
+          EXPECT_THAT(host.Order(track, 20).error, HasSubstr("stopped by the host"));
+      }
+      Mend();
+      ExpectServed(host, track, 20);
+    }
+  }
 }
 
 // Two files of the same size, whatever validator the server gives.

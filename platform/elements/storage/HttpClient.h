@@ -28,7 +28,7 @@ class IHttpTransfer {
 
 // The connections to one storage server, kept open between requests. It has no thread of its own:
 // transfers go on while their owner calls Perform and Wait, and in the kernel's socket buffers
-// meanwhile. Used by one thread at a time.
+// meanwhile. Used by one thread at a time, but for Wake.
 class HttpClient {
  public:
   HttpClient(StorageAddress address, HttpTimeouts timeouts);
@@ -43,6 +43,8 @@ class HttpClient {
   void Perform();
   // Returns when there is something to do, at the latest after `timeout`.
   void Wait(std::chrono::milliseconds timeout);
+  // Ends the wait under way, or else the next one. Any thread may call it while the client lives.
+  void Wake() noexcept { curl_multi_wakeup(multi_.get()); }
 
  private:
   struct MultiCleanup {

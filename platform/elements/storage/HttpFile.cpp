@@ -3,9 +3,11 @@
 #include <algorithm>
 #include <cstring>
 #include <new>
+#include <stop_token>
 #include <string_view>
 #include <utility>
 
+#include "elements/StopScope.h"
 #include "qel/WorkflowStepImplementation.h"
 
 namespace qel {
@@ -85,6 +87,7 @@ void HttpFile::SetOptions() {
   SetOption(CURLOPT_HTTP_VERSION, static_cast<long>(CURL_HTTP_VERSION_1_1));
   SetOption(CURLOPT_PROXY, "");  // whatever the environment says
   SetOption(CURLOPT_NOSIGNAL, 1L);
+  SetOption(CURLOPT_QUICK_EXIT, 1L);  // a name that is being resolved holds up nobody
   SetOption(CURLOPT_BUFFERSIZE, kReceiveBufferBytes);
   SetOption(CURLOPT_CONNECTTIMEOUT_MS, static_cast<long>(client_.Timeouts().connect.count()));
   if (const std::string& socket = client_.Address().UnixDomainSocket(); !socket.empty())
@@ -172,10 +175,14 @@ void HttpFile::Receive() {
 }
 
 void HttpFile::ReceiveUntilEnough() {
+  const std::stop_token stop = StopScope::Current();
+  const std::stop_callback wake(stop, [this] { client_.Wake(); });
   lastProgress_ = Clock::now();  // nobody listened since the last call
   if (std::exchange(isPaused_, false) && isRunning_)
     curl_easy_pause(easy_.get(), CURLPAUSE_CONT);
   while (true) {
+    if (stop.stop_requested())
+      throw QELRuntimeError("stopped by the host");
     if (error_)
       std::rethrow_exception(error_);
     if (receiver_ != nullptr && receiver_->HasEnough() && isChecked_)
