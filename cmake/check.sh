@@ -1,5 +1,35 @@
 # What ./dev check does; sourced by it.
 
+# How many lines of code there are in these folders, without blank lines and comments.
+code_lines() {
+  cloc --quiet --csv --include-lang='C++,C/C++ Header' "$@" |
+    awk -F, '$2 ~ /^C\+\+|^C\/C\+\+/ { lines += $5 } END { print lines }'
+}
+
+# Tests are code that has to be read and changed as well.
+check_share_of_tests() {
+  local most=40 tests product
+  tests=$(code_lines tests fuzz)
+  product=$(code_lines Player qel Time logging platform apps)
+  echo "$tests lines of tests for $product lines of code: $((100 * tests / product)) %"
+  ((100 * tests <= most * product)) || { echo "more than $most %" >&2; exit 1; }
+}
+
+# A user who is not root is refused files that root is not. The build may lie where such a user
+# cannot go.
+test_player_as_ordinary_user() {
+  ((EUID == 0)) || return 0  # the tests have run as one
+  local copy status=0
+  copy=$(mktemp -d)
+  (cd build/dev && cp --parents tests/player/player-test apps/moravel-play/moravel-play \
+    $(find . -name '*.so*') "$copy")
+  chmod -R a+rX "$copy"
+  (cd / && HOME=$copy setpriv --reuid=nobody --regid=nogroup --clear-groups \
+    "$copy/tests/player/player-test" --gtest_brief) || status=$?
+  rm -r "$copy"
+  return "$status"
+}
+
 check() {
   # The sanitizers of this compiler cannot cope with the wide address layout of newer kernels.
   if [[ -z ${PLAIN_LAYOUT:-} ]] && setarch -R true 2>/dev/null; then
@@ -15,6 +45,8 @@ check() {
     Player qel Time logging; then
     exit 1
   fi
+  say "share of the tests"
+  check_share_of_tests
   export ASAN_OPTIONS=detect_leaks=1:halt_on_error=1:detect_stack_use_after_return=1
   export UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1
   # A player that is told to stop at once leaves its threads where they are.
@@ -23,8 +55,11 @@ check() {
     build "$sanitizer"
     run_tests "$sanitizer"
   done
-  say "install and embedding"
   build dev
+  say "the player's tests as an ordinary user"
+  test_player_as_ordinary_user
+  fuzz 5
+  say "install and embedding"
   make_clip
   tests/consumer/check.sh build/dev "$clip"
   say "benchmarks, as briefly as can be"

@@ -8,9 +8,22 @@ for_test=("${base[@]}" libgtest-dev libgmock-dev)
 for_bench=("${base[@]}" libgtest-dev libgmock-dev libbenchmark-dev ffmpeg python3 gstreamer1.0-tools
   gstreamer1.0-plugins-base gstreamer1.0-plugins-good)
 for_fuzz=("${base[@]}" clang-14 libclang-rt-14-dev)
-for_check=("${for_bench[@]}" git clang-format-14)
+for_check=("${for_bench[@]}" "${for_fuzz[@]}" git clang-format-14 cloc)
 
 as_root() { if ((EUID == 0)); then "$@"; else sudo "$@"; fi; }
+
+# Ends with one line when nobody here may install these packages.
+may_install() {
+  ((EUID != 0)) && ! command -v sudo >/dev/null || return 0
+  echo "./dev: packages are missing and there is no sudo; as root: apt-get install $*" >&2
+  exit 1
+}
+
+# Another one's apt that is under way is waited for.
+apt() {
+  as_root env DEBIAN_FRONTEND=noninteractive RUNLEVEL=1 \
+    apt-get -o DPkg::Lock::Timeout=600 "$@" >&2
+}
 
 # Installs those of the packages that are missing; touches nothing when all are there.
 need() {
@@ -19,16 +32,17 @@ need() {
     <(dpkg-query -W -f '${db:Status-Abbrev} ${Package}\n' "$@" 2>/dev/null |
       sed -n 's/^.i *//p' | sort -u))
   ((${#missing[@]})) || return 0
+  may_install "${missing[@]}"
   say "installing ${missing[*]}"
-  [[ -n ${updated:-} ]] || as_root apt-get update >&2
+  [[ -n ${updated:-} ]] || apt update
   updated=yes
-  as_root env DEBIAN_FRONTEND=noninteractive RUNLEVEL=1 \
-    apt-get install -y --no-install-recommends "${missing[@]}" >&2
+  apt install -y --no-install-recommends "${missing[@]}"
 }
 
 # The tests want nginx as a program: its service starts neither now nor at boot.
 need_nginx() {
   [[ ! -e /usr/sbin/nginx ]] || return 0
+  may_install nginx-light
   local systemd=false
   [[ ! -d /run/systemd/system ]] || systemd=true
   ! $systemd || as_root systemctl mask --runtime nginx

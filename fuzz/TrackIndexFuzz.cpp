@@ -3,6 +3,7 @@
 #include <iterator>
 
 #include "FuzzTarget.h"
+#include "elements/storage/JpegFields.h"
 #include "elements/storage/TrackIndex.h"
 #include "qel/QELRuntimeError.h"
 #include "support/ClipMaker.h"
@@ -26,9 +27,13 @@ class MemoryBytes : public qel::IFileBytes {
 
 }  // namespace
 
-// The reader of track indexes: the bytes of a file that may be anything.
+// The readers of track indexes and of the fields in a sample: the bytes of a file that may be
+// anything.
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   using Moravel::Fuzz::Require;
+  if (const auto second = qel::FindSecondPicture({data, size}))
+    Require(*second + 1 < size && data[*second] == 0xFF && data[*second + 1] == 0xD8,
+            "a second picture begins as a picture does");
   MemoryBytes file({data, size});
   try {
     const qel::TrackIndex index = qel::ReadTrackIndex(file);
@@ -55,7 +60,7 @@ std::vector<Moravel::Fuzz::Input> Moravel::Fuzz::Seeds() {
       spec.pictures = 4;
       spec.interlaced = interlaced;
       spec.variableRate = interlaced && container == Container::Mov;
-      MakeClip(spec);
+      seeds.push_back(MakeClip(spec).samples[0]);
       std::ifstream file(spec.file, std::ios::binary);
       seeds.emplace_back(std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>());
     }

@@ -19,7 +19,9 @@ namespace Moravel::Test {
 class PlayerRun {
  public:
   explicit PlayerRun(const std::vector<std::string>& arguments) {
-    std::vector<char*> argv = {const_cast<char*>(MORAVEL_PLAY_PROGRAM)};
+    static const std::string program =
+        std::filesystem::read_symlink("/proc/self/exe").parent_path() / MORAVEL_PLAY_PROGRAM;
+    std::vector<char*> argv = {const_cast<char*>(program.c_str())};
     for (const std::string& argument : arguments)
       argv.push_back(const_cast<char*>(argument.c_str()));
     argv.push_back(nullptr);

@@ -62,9 +62,10 @@ class FaultyServer {
 
  private:
   struct Connection {
+    explicit Connection(Player::Descriptor client) : socket(std::move(client)) {}
     Player::Descriptor socket;
     std::atomic<bool> done = false;
-    std::jthread thread = {};
+    std::jthread thread;
   };
 
   void Accept();

@@ -79,6 +79,22 @@ std::string Head(const Track& track, const Size& size) {
          " samples played";
 }
 
+// The sheet is written at the end: that it cannot be is told at the beginning.
+void CheckWritable(const std::filesystem::path& path) {
+  std::error_code unreachable;
+  const bool isThere = std::filesystem::exists(path, unreachable);
+  const std::filesystem::path folder = path.has_parent_path() ? path.parent_path() : ".";
+  int error = 0;
+  if (isThere ? ::access(path.c_str(), W_OK) : ::access(folder.c_str(), W_OK | X_OK))
+    error = errno;
+  else if (std::filesystem::is_directory(path))
+    error = EISDIR;
+  if (error != 0) {
+    throw OutputError(path.string() +
+                      ": cannot be written: " + std::generic_category().message(error));
+  }
+}
+
 }  // namespace
 
 int ContactSheet::Section::Height() const {
@@ -109,14 +125,7 @@ int ContactSheet::Section::CellTop(int cell) const {
 ContactSheet::ContactSheet(const std::filesystem::path& path,
                            const std::vector<const Track*>& tracks)
     : path_(path) {
-  const std::filesystem::path folder = path_.has_parent_path() ? path_.parent_path() : ".";
-  int error = ::access(folder.c_str(), W_OK | X_OK) != 0 ? errno : 0;
-  if (std::filesystem::is_directory(path_))
-    error = EISDIR;
-  if (error != 0) {
-    throw OutputError(path_.string() +
-                      ": cannot be written: " + std::generic_category().message(error));
-  }
+  CheckWritable(path_);
   LayOut(tracks);
   const int height = sections_.back().top + sections_.back().Height() + kMargin - kSectionGap;
   sheet_ = std::make_unique<CairoSurface>(Size{kSheetWidth, height});
