@@ -1,6 +1,9 @@
 #include <cstdio>
+#include <string>
 #include <string_view>
+#include <vector>
 
+#include "command/CommandPage.h"
 #include "command/ExitCode.h"
 #include "command/Options.h"
 #include "command/Problem.h"
@@ -12,17 +15,66 @@ using namespace Moravel::Play;
 
 // What the first word of the command line can be; without one of these, tracks are played.
 struct Command {
-  std::string_view name;
+  const CommandText& text;
   int (*run)(int argc, const char* const* argv);  // argv[0] is the command's name
+
+  // Asks the command for a part of a page instead of running it.
+  void Print(const char* option) const {
+    const char* const arguments[] = {text.name, option};
+    run(2, arguments);
+  }
 };
-constexpr Command kCommands[] = {{"play", &RunPlay}};
+const Command kCommands[] = {{kPlayText, &RunPlay}};
+const Command& kDefaultCommand = kCommands[0];
+
+const Command* FindCommand(std::string_view name) {
+  for (const Command& command : kCommands) {
+    if (name == command.text.name)
+      return &command;
+  }
+  return nullptr;
+}
+
+int Help(const char* name) {
+  const Command* const command = FindCommand(name == nullptr ? kDefaultCommand.text.name : name);
+  if (command == nullptr)
+    throw UsageError(std::string(name) + ": there is no such command (see moravel-play --help)");
+  if (name == nullptr) {
+    std::fputs("Usage: moravel-play [COMMAND] ARGUMENT...\n\nCommands:\n", stdout);
+    for (const Command& each : kCommands)
+      std::fputs(ToHelpLine(each.text).c_str(), stdout);
+    std::fputs("  help    tells all about one of them: moravel-play help COMMAND\n\n", stdout);
+  }
+  command->Print("--help");
+  return kExitFine;
+}
+
+// For the build, which installs what comes of it: a page with a part from each command.
+int PrintPage(std::string (*head)(const std::vector<const CommandText*>&), const char* part,
+              std::string (*foot)()) {
+  std::vector<const CommandText*> texts;
+  for (const Command& command : kCommands)
+    texts.push_back(&command.text);
+  std::fputs(head(texts).c_str(), stdout);
+  for (const Command& command : kCommands)
+    command.Print(part);
+  std::fputs(foot().c_str(), stdout);
+  return kExitFine;
+}
 
 int Run(int argc, const char* const* argv) {
-  for (const Command& command : kCommands) {
-    if (argc > 1 && argv[1] == command.name)
-      return command.run(argc - 1, argv + 1);
-  }
-  return RunPlay(argc, argv);
+  const std::string_view word = argc > 1 ? argv[1] : "";
+  if (const Command* const command = FindCommand(word))
+    return command->run(argc - 1, argv + 1);
+  if (word == "help" && argc <= 3)
+    return Help(argc == 3 ? argv[2] : nullptr);
+  if (argc == 2 && (word == "--help" || word == "-h"))
+    return Help(nullptr);
+  if (argc == 2 && word == "--man-page")
+    return PrintPage(&ManPageHead, "--man-section", &ManPageFoot);
+  if (argc == 2 && word == "--bash-completion")
+    return PrintPage(&BashCompletionHead, "--bash-completion-part", &BashCompletionFoot);
+  return kDefaultCommand.run(argc, argv);
 }
 
 }  // namespace

@@ -3,9 +3,10 @@
 #include <set>
 
 #include "command/Options.h"
+#include "command/Printable.h"
 #include "playing/Statistics.h"
 #include "tracks/PlaySequence.h"
-#include "tracks/Track.h"
+#include "tracks/TrackTimes.h"
 
 namespace Moravel::Play {
 namespace {
@@ -13,12 +14,34 @@ namespace {
 using ::testing::HasSubstr;
 
 TEST(TrackArgument, IsATrackIdOrAFile) {
-  for (const char* id : {"127.0.0.1:8080:T7", "storage-3.example.org:80:T0", "[::1]:65535:T12"})
-    EXPECT_EQ(ParseTrackArgument(id).remoteId.value().ToString(), id);
-  for (const char* file : {"clip.avi", "./host:80:T1", "host:80:Tx", "host:80:T1.avi"})
+  const std::pair<const char*, const char*> ids[] = {
+      {"127.0.0.1:8080:T7", "127.0.0.1:8080:T7"},
+      {"storage-3.example.org:80:T0", "storage-3.example.org:80:T0"},
+      {"[::1]:65535:T12", "[::1]:65535:T12"},
+      {"http://10.0.0.5:8080/tracks/7", "10.0.0.5:8080:T7"},
+      {"http://[fe80::1%25]/tracks/9223372036854775807", "[fe80::1%25]:80:T9223372036854775807"}};
+  for (const auto& [text, id] : ids)
+    EXPECT_EQ(ParseTrackArgument(text).remoteId.value().ToString(), id);
+  for (const char* file : {"clip.avi", "./host:80:T1", "host:80:Tx", "host:80:T1.avi", "a:b:T1"})
     EXPECT_FALSE(ParseTrackArgument(file).remoteId) << file;
-  for (const char* text : {"host:0:T1", "host:65536:T1", "h:80:T99999999999999999999", "::1:80:T1"})
+  for (const char* text :
+       {"", "host:0:T1", "host:65536:T1", "h:80:T99999999999999999999", "::1:80:T1", "http://h:1",
+        "http://h:1/tracks/", "http://h:1/7", "http://:1/tracks/7", "http://h:/tracks/7",
+        "http://h:70000/tracks/7", "http://u@h/tracks/7", "https://h/tracks/7"})
     EXPECT_THROW(ParseTrackArgument(text), UsageError) << text;
+}
+
+TEST(Printable, HasNoControlCharacters) {
+  const std::pair<std::string, std::string> cases[] = {
+      {"clip \u00e9\u4e2d\U0001f3ac.avi", "clip \u00e9\u4e2d\U0001f3ac.avi"},
+      {"a\x1b[31m\r\n\x7f", "a?[31m???"},
+      {"a\xc2\x9b"
+       "b",
+       "a??b"},                                           // C1
+      {"\x9b\xff\xe4\xb8", "????"},                       // no UTF-8
+      {"\xc0\x9b\xe0\x82\x9b\xed\xa0\x80", "????????"}};  // too long forms, a surrogate
+  for (const auto& [text, printable] : cases)
+    EXPECT_EQ(Printable(text), printable);
 }
 
 TEST(PlaySequence, PlaysEachSampleOnce) {
@@ -47,15 +70,64 @@ TEST(LatencyHistogram, KeepsPercentilesWithinAFewPercent) {
   histogram.Add(std::chrono::microseconds(-5));
 }
 
-TEST(TimeCode, CountsPicturesWithinTheSecond) {
+Track TrackOf(const Player::SampleRate& rate, int64_t samples) {
+  Track track;
+  track.sampleRate = rate;
+  track.sampleCount = samples;
+  return track;
+}
+
+TEST(TimeArgument, NamesASampleAndALength) {
+  const Player::SampleRate pal(25, 1), ntsc(30000, 1001), slow(1, 2);
+  const struct {
+    const char* text;
+    Player::SampleRate rate;
+    int64_t start, length;
+    const char* canonical = nullptr;  // where it is not the text
+  } cases[] = {
+      {"0", pal, 0, 1},
+      {"62.5", pal, 1562, 1563},
+      {"62.5s", pal, 1562, 1563, "62.5"},
+      {"1:02.5", pal, 1562, 1563, "62.5"},
+      {"0:01:02.5", pal, 1562, 1563, "62.5"},
+      {".04", pal, 1, 1, "0.04"},
+      {"00:01:02:12", pal, 1562, 1562},
+      {"27:00:00:00", pal, 27 * 90'000, 27 * 90'000},
+      {"#137", pal, 137, 137},
+      {"1", ntsc, 29, 30},
+      {"00:00:01:00", ntsc, 30, 30},
+      {"6", slow, 3, 3},
+      {"-2s", pal, 1950, 0, "-2"},
+      {"-2", ntsc, 1940, 0},
+      {"-#50", pal, 1950, 0},
+      {"-00:00:02:05", pal, 1945, 0},
+      {"-100", pal, 0, 0},
+  };
+  for (const auto& test : cases) {
+    const Track track = TrackOf(test.rate, 2000);
+    const TimeArgument time = ParseTimeArgument("--start", test.text);
+    EXPECT_EQ(SampleOf(time, track), test.start) << test.text;
+    EXPECT_EQ(time.ToString(), test.canonical != nullptr ? test.canonical : test.text);
+    EXPECT_EQ(ParseTimeArgument("", time.ToString()), time);
+    if (time.fromEnd)
+      EXPECT_THROW(SamplesIn(time, track), UsageError) << test.text;
+    else
+      EXPECT_EQ(SamplesIn(time, track), test.length) << test.text;
+  }
+  for (const char* text : {"", "nan", "1e3", "-", "#", "#-1", "+1", "1:60", "1:-2", "61:61:00", ".",
+                           "1.", "1:2:3:4:5", "1:2:3.5:4", "10000000000", "1 ", "0x10", "--1"})
+    EXPECT_THROW(ParseTimeArgument("--start", text), UsageError) << text;
+  EXPECT_THROW(SampleOf(ParseTimeArgument("", "0:0:0:25"), TrackOf(pal, 100)), UsageError);
+}
+
+TEST(TimeCode, IsWhatAStartTakes) {
   const std::tuple<Player::SampleRate, int64_t, const char*> cases[] = {
       {{25, 1}, 24, "00:00:00:24"},       {{25, 1}, 90'061 * 25 + 7, "25:01:01:07"},
       {{30000, 1001}, 29, "00:00:00:29"}, {{30000, 1001}, 30, "00:00:01:00"},
       {{30000, 1001}, 60, "00:00:02:00"}, {{1, 2}, 3, "00:00:06:00"}};
   for (const auto& [rate, number, text] : cases) {
-    Track track;
-    track.sampleRate = rate;
-    EXPECT_EQ(ToTimeCode(track, number), text);
+    EXPECT_EQ(ToTimeCode(TrackOf(rate, 1), number), text);
+    EXPECT_EQ(SampleOf(ParseTimeArgument("", text), TrackOf(rate, 1)), number);
   }
 }
 
@@ -68,6 +140,7 @@ TEST(Options, RefusesWhatDoesNotFitTogether) {
       {{"a", "--format", "V210"}, "I420"},
       {{"a", "--order", "sideways"}, "reverse"},
       {{"a", "--start", "nan"}, "--start"},
+      {{"a", "--png", ""}, "--png"},
       {{"a", "--jobs", "0"}, "--jobs"},
       {{"a", "--count", "2", "--duration", "1"}, "--count"},
       {{"a", "--y4m", "-", "--json"}, "--json"},

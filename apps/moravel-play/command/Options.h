@@ -1,28 +1,21 @@
 #pragma once
 
-#include <compare>
 #include <cstdint>
 #include <filesystem>
 #include <optional>
-#include <stdexcept>
 #include <string>
 #include <variant>
 #include <vector>
 
+#include "command/CommandPage.h"
+#include "command/Size.h"
+#include "command/TimeArgument.h"
 #include "command/TrackArgument.h"
+#include "command/UsageError.h"
 #include "logging/ILogger.h"
 #include "qel/FourCC.h"
 
 namespace Moravel::Play {
-
-// Picture size in pixels.
-struct Size {
-  int width = 0;
-  int height = 0;
-
-  std::string ToString() const { return std::to_string(width) + "x" + std::to_string(height); }
-  bool operator==(const Size&) const = default;
-};
 
 enum class Order { Forward, Reverse, Random };
 
@@ -32,9 +25,9 @@ struct Options {
   std::vector<Size> sizes;  // largest first, each once; empty: the track's own
   qel::FourCC format = qel::FourCC_I420;
 
-  double startSeconds = 0;
+  TimeArgument start;
   std::optional<int64_t> count;  // samples; neither this nor the duration: to the end
-  std::optional<double> durationSeconds;
+  std::optional<TimeArgument> duration;
   Order order = Order::Forward;
   bool fields = false;  // both fields of interlaced material, else the top field only
 
@@ -51,11 +44,7 @@ struct Options {
   bool WritesPicturesToStandardOutput() const { return y4mFile == "-"; }
 };
 
-// A command line that cannot be carried out; the text is one line for the user.
-class UsageError : public std::runtime_error {
- public:
-  using std::runtime_error::runtime_error;
-};
+extern const CommandText kPlayText;
 
 // The options, or the text that the user asked for instead of playing (help, version).
 // Throws UsageError.

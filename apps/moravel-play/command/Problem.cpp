@@ -4,6 +4,8 @@
 
 #include <cstdio>
 
+#include "command/Printable.h"
+
 namespace Moravel::Play {
 
 namespace {
@@ -14,12 +16,7 @@ constexpr const char* kEraseLine = "\033[K";
 }  // namespace
 
 void PrintProblem(const std::string& text) {
-  std::string line = "moravel-play: " + text;
-  for (char& c : line) {
-    if (static_cast<unsigned char>(c) < ' ' || c == '\x7f')
-      c = ' ';
-  }
-  line += '\n';
+  const std::string line = "moravel-play: " + Printable(text) + '\n';
   static const bool terminal = ::isatty(STDERR_FILENO) == 1;
   std::fputs(terminal ? (kEraseLine + line).c_str() : line.c_str(), stderr);
 }

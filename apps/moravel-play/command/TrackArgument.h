@@ -13,9 +13,11 @@ struct TrackArgument {
   std::optional<Player::TrackId> remoteId;  // empty: `text` is a file
 };
 
-// What has the form ADDRESS:PORT:Tn (an IPv6 address in brackets) is a track of a server, all else
-// a file; a file of such a name can be written with its folder ("./a:1:T2").
-// Throws UsageError for a port or a track number that is out of range.
+// What has the form ADDRESS:PORT:Tn or http://ADDRESS:PORT/tracks/n is a track of a server, all
+// else a file; a file of such a name can be written with its folder ("./a:1:T2"). An IPv6 address
+// stands in brackets; without a port, an http address means port 80. Throws UsageError for nothing
+// at all, for an http address of another form, and for a port or a track number that is out of
+// range.
 TrackArgument ParseTrackArgument(const std::string& text);
 
 }  // namespace Moravel::Play

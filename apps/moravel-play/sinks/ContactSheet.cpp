@@ -11,6 +11,7 @@
 #include "command/Problem.h"
 #include "sinks/OutputFile.h"
 #include "sinks/PixelConversion.h"
+#include "tracks/TrackTimes.h"
 
 namespace Moravel::Play {
 

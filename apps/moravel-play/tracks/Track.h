@@ -44,8 +44,6 @@ struct Track {
   }
 };
 
-// Hours, minutes, seconds and pictures within the second: "00:01:02:24".
-std::string ToTimeCode(const Track& track, int64_t sampleNumber);
 // "25 fps", "29.97 fps".
 std::string ToRateText(const Player::SampleRate& rate);
 // What went wrong with a track, for a line that begins with the track's name: without its id.

@@ -1,11 +1,12 @@
 #include "tracks/TrackSetup.h"
 
 #include <algorithm>
-#include <cmath>
 #include <future>
 #include <map>
 
+#include "command/UsageError.h"
 #include "qel/WorkflowStepImplementation.h"
+#include "tracks/TrackTimes.h"
 
 namespace Moravel::Play {
 
@@ -44,24 +45,15 @@ struct Source {
   }
 };
 
-int64_t FirstSample(const Options& options, const Track& track) {
-  constexpr double kMicroseconds = 1e6;
-  const auto start = static_cast<uint64_t>(std::llround(options.startSeconds * kMicroseconds));
-  return Time::TimePoint().FromRatio(start, 1, 1'000'000).SampleNumber(track.sampleRate);
-}
-
+// From the first sample that is asked for to the end, where neither count nor duration is given.
 int64_t CountSamples(const Options& options, const Track& track, int64_t first) {
   if (options.count)
     return *options.count;
-  if (options.durationSeconds) {
-    const double rate = static_cast<double>(track.sampleRate.Numerator()) /
-                        static_cast<double>(track.sampleRate.Denominator());
-    return std::max<int64_t>(1, std::llround(*options.durationSeconds * rate));
-  }
+  if (options.duration)
+    return SamplesIn(*options.duration, track);
   if (first >= track.sampleCount) {
-    throw UsageError(track.name + ": nothing to play at --start " + QEL_TEXT(options.startSeconds) +
-                     ": the track ends at " +
-                     QEL_TEXT(track.TimeOf(track.sampleCount).ToSeconds()) + " seconds");
+    throw UsageError(track.name + ": nothing to play at --start " + options.start.ToString() +
+                     ": the last sample is at " + ToTimeCode(track, track.sampleCount - 1));
   }
   return track.sampleCount - first;
 }
@@ -86,7 +78,7 @@ Track Describe(const NamedTrack& named, const qel::InfoContainerConstPtr& output
   track.sampleRate = Player::SampleRate(rate._numerator, rate._denominator);
   track.picturesPerSample = track.interlaced && options.fields ? 2 : 1;
   track.sizes = options.sizes.empty() ? std::vector<Size>{track.ownSize} : options.sizes;
-  const int64_t first = FirstSample(options, track);
+  const int64_t first = SampleOf(options.start, track);
   track.sequence = PlaySequence(first, CountSamples(options, track, first), options.order);
   track.TimeOf(first + track.sequence.Count());  // refuses times that nobody can count
   return track;
