@@ -37,7 +37,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   MemoryBytes file({data, size});
   try {
     const qel::TrackIndex index = qel::ReadTrackIndex(file);
-    Require(index.Count() > 0 && index.width > 0 && index.height > 0, "a track has pictures");
+    Require(index.Count() > 0 && index.Facts().width > 0 && index.Facts().height > 0,
+            "a track has pictures");
     for (int64_t n = 0; n < index.Count(); ++n)
       Require(index.Duration(n) >= 0, "time does not run back");
     index.Find(qel::MediaTime(qel::EditRate(25, 1), 3, nullptr));

@@ -84,11 +84,11 @@ TEST_F(TrackIndex, HasNoMoreEntriesAndBytesThanAllowed) {
 TEST_F(TrackIndex, FindsTimesExactly) {
   qel::TrackIndex constant;
   constant.sizes.resize(10'000'000);
-  constant.timeRate = qel::EditRate(60000, 1001);
+  constant.facts.timeRate = qel::EditRate(60000, 1001);
   qel::TrackIndex variable;
   variable.sizes.resize(3);
   variable.starts = {0, 10, 10, 30};
-  variable.timeRate = qel::EditRate(1000, 1);
+  variable.facts.timeRate = qel::EditRate(1000, 1);
   const struct {
     const qel::TrackIndex& index;
     int64_t number;

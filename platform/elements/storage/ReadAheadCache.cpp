@@ -33,6 +33,7 @@ void ReadAheadCache::FetchMissing(int64_t offset, int64_t end) {
   }
   std::vector<uint8_t> block(static_cast<size_t>(end - offset));
   file_.ReadAt(offset, block);
+  ++requests_;
   bytes_ += end - offset;
   lastEnd_ = end;
   blocks_.emplace(offset, std::move(block));

@@ -5,11 +5,11 @@
 #include <utility>
 
 #include "elements/storage/JpegFields.h"
+#include "elements/storage/TrackInfo.h"
 #include "qel/WorkflowStepImplementation.h"
 #include "qelCore/ParameterPrototype.h"
 #include "qelCore/Registry.h"
 #include "qelCore/SampleFactory.h"
-#include "qelCore/StreamInfos.h"
 
 namespace qel {
 
@@ -21,8 +21,6 @@ constexpr int64_t kMaxTimeoutMs = 3'600'000;
 // Tracks whose samples arrive at the same time.
 constexpr int kMaxLiveStreams = 8;
 
-using FieldOrder = TrackIndex::FieldOrder;
-
 std::chrono::milliseconds Timeout(const IParametersCollectionInstance& config,
                                   const std::string& key, int64_t defaultMs) {
   const int64_t value = config.GetParamInt64(key).value_or(defaultMs);
@@ -33,22 +31,21 @@ std::chrono::milliseconds Timeout(const IParametersCollectionInstance& config,
   return std::chrono::milliseconds(value);
 }
 
-InfoList MakeInfos(const TrackIndex& index) {
+InfoList MakeInfos(const std::shared_ptr<const TrackIndex>& index) {
   const auto info = [&index](std::string stream) {
-    return std::make_shared<VideoInfo>(std::move(stream), index.width, index.height, index.Count(),
-                                       index.meanRate);
+    return std::make_shared<TrackInfo>(std::move(stream), index);
   };
-  if (index.fieldOrder == FieldOrder::Progressive)
+  if (index->Facts().fieldOrder == FieldOrder::Progressive)
     return {info("video")};
   return {info("video.top"), info("video.bottom")};
 }
 
 // A picture's own mark goes before what is known of the track.
-bool IsBottomFirst(std::span<const uint8_t> sample, FieldOrder fieldOrder) {
+bool IsBottomFirst(std::span<const uint8_t> sample, const TrackFacts& track) {
   const auto facts = ReadJpegFacts(sample);
   if (facts && facts->polarity != FieldPolarity::Frame)
     return facts->polarity == FieldPolarity::Even;
-  return fieldOrder == FieldOrder::BottomFirst;
+  return track.isBottomStoredFirst;
 }
 
 BufferConstPtr View(const SampleBytes& bytes, std::span<const uint8_t> part) {
@@ -131,26 +128,26 @@ InfoContainerConstPtr StorageSource::GetDefinedOutput(std::string) {
 }
 
 MediaTime StorageSource::GotoTimeOffset(const MediaTime& time, std::string) {
-  const TrackIndex& index = Selected().track->Index();
+  const TrackIndex& index = *Selected().track->Index();
   const auto found = index.Find(time);
   isInside_ = found.has_value();
   positionTime_ = time;
   if (!found)
     return time;
   position_ = *found;
-  return MediaTime(index.timeRate, index.Start(position_), time.GetClockInfo());
+  return MediaTime(index.Facts().timeRate, index.Start(position_), time.GetClockInfo());
 }
 
 SampleContainerConstPtr StorageSource::GetSample() {
   OpenTrack& open = Selected();
-  if (!isInside_ || position_ >= open.track->Index().Count())
+  if (!isInside_ || position_ >= open.track->Index()->Count())
     return nullptr;
   LimitStreams(*open.track);
   const auto bytes = ReadSample(open);
   SampleContainerConstPtr container = bytes ? MakeContainer(open, *bytes) : nullptr;
-  const TrackIndex& index = open.track->Index();
+  const TrackIndex& index = *open.track->Index();
   if (isInside_)
-    positionTime_ = MediaTime(index.timeRate, index.Start(++position_), nullptr);
+    positionTime_ = MediaTime(index.Facts().timeRate, index.Start(++position_), nullptr);
   return container;
 }
 
@@ -178,7 +175,7 @@ void StorageSource::ReopenSelected(OpenTrack& open) {
     throw;
   }
   open.infos = MakeInfos(open.track->Index());
-  const auto found = open.track->Index().Find(positionTime_);
+  const auto found = open.track->Index()->Find(positionTime_);
   isInside_ = found.has_value();
   position_ = found.value_or(0);
 }
@@ -200,14 +197,14 @@ void StorageSource::LimitStreams(const StorageTrack& reading) {
 
 SampleContainerConstPtr StorageSource::MakeContainer(const OpenTrack& open,
                                                      const SampleBytes& bytes) const {
-  const TrackIndex& index = open.track->Index();
-  const TimeLimits limits(MediaTime(index.timeRate, index.Start(position_), nullptr),
+  const TrackIndex& index = *open.track->Index();
+  const TimeLimits limits(MediaTime(index.Facts().timeRate, index.Start(position_), nullptr),
                           index.Duration(position_));
   SampleList samples;
-  if (index.fieldOrder == FieldOrder::Progressive) {
+  if (index.Facts().fieldOrder == FieldOrder::Progressive) {
     samples = {CreateSample(open.infos[0], top_, View(bytes, bytes.payload))};
   } else {
-    const bool bottomFirst = IsBottomFirst(bytes.payload, index.fieldOrder);
+    const bool bottomFirst = IsBottomFirst(bytes.payload, index.Facts());
     const size_t split = FindSecondPicture(bytes.payload).value_or(bytes.payload.size());
     samples.push_back(CreateSample(open.infos[bottomFirst ? 1 : 0], bottomFirst ? bottom_ : top_,
                                    View(bytes, bytes.payload.first(split))));

@@ -47,7 +47,7 @@ void StorageTrack::Reopen() {
   successor_ = -1;
   Named([this] {
     file_.Open();
-    index_ = ReadTrackIndex(file_);
+    index_ = std::make_shared<const TrackIndex>(ReadTrackIndex(file_));
   });
 }
 
@@ -60,7 +60,7 @@ std::optional<SampleBytes> StorageTrack::Read(int64_t number) {
   const auto now = std::chrono::steady_clock::now();
   const bool isStale = now - std::exchange(lastRead_, now) > maxIdle_;
   sequenceLength_ = std::exchange(successor_, number + 1) == number ? sequenceLength_ + 1 : 1;
-  if (index_.At(number).size == 0)
+  if (index_->At(number).size == 0)
     return std::nullopt;
   if (run_ && (isStale || run_->Next() != number))
     StopStreaming();
@@ -88,13 +88,13 @@ SampleBytes StorageTrack::ReadStored(int64_t number) {
 }
 
 void StorageTrack::CheckPlace(int64_t number) const {
-  const TrackIndex::Sample sample = index_.At(number);
+  const TrackIndex::Sample sample = index_->At(number);
   if (sample.size > kMaxSampleBytes) {
     throw QELRuntimeError(QEL_TEXT("sample " << number << " of " << sample.size
                                              << " bytes is larger than the " << kMaxSampleBytes
                                              << " that are read"));
   }
-  const int64_t header = index_.isAvi ? TrackIndex::kAviChunkHeaderBytes : 0;
+  const int64_t header = index_->isAvi ? TrackIndex::kAviChunkHeaderBytes : 0;
   if (sample.offset < header || sample.offset > file_.Size() - sample.size) {
     throw QELRuntimeError(QEL_TEXT("the file is truncated: sample " << number << " ends at byte "
                                                                     << sample.offset + sample.size
@@ -103,7 +103,7 @@ void StorageTrack::CheckPlace(int64_t number) const {
 }
 
 void StorageTrack::StartRun(int64_t number) {
-  run_ = std::make_unique<SampleRun>(index_, file_.Size(), number, runSamples_, *pool_);
+  run_ = std::make_unique<SampleRun>(*index_, file_.Size(), number, runSamples_, *pool_);
   file_.StartRange(run_->Range(), *run_);
 }
 

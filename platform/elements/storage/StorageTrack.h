@@ -26,7 +26,8 @@ class StorageTrack {
 
   // "track ADDRESS:PORT:Tn"
   const std::string& Name() const { return name_; }
-  const TrackIndex& Index() const { return index_; }
+  // Never empty; another one after Reopen.
+  const std::shared_ptr<const TrackIndex>& Index() const { return index_; }
 
   // Reads the index of the file that the server has now. After a failure the track is of no use.
   void Reopen();
@@ -52,7 +53,7 @@ class StorageTrack {
   const std::shared_ptr<BufferPool> pool_;
   const std::chrono::milliseconds maxIdle_;
   HttpFile file_;
-  TrackIndex index_;
+  std::shared_ptr<const TrackIndex> index_;
   std::unique_ptr<SampleRun> run_;
   int64_t runSamples_ = 0;      // that the next request of a sequence may cover
   int64_t successor_ = -1;      // of the sample that was read last

@@ -116,8 +116,8 @@ void TakeAviEntries(const AVStream& stream, int entries, TrackIndex& index) {
     index.offsets.push_back(entry.pos + TrackIndex::kAviChunkHeaderBytes);
     index.sizes.push_back(static_cast<uint32_t>(std::max(entry.size, 0)));
   }
-  index.timeRate = Reduced(stream.time_base.den, stream.time_base.num);
-  index.meanRate = index.timeRate;
+  index.facts.timeRate = Reduced(stream.time_base.den, stream.time_base.num);
+  index.facts.nominalRate = index.facts.timeRate;
 }
 
 // MOV gives each sample its own time.
@@ -147,14 +147,14 @@ void SettleRate(const AVStream& stream, TrackIndex& index) {
       }) == starts.end() - 1;
   const int64_t scale = stream.time_base.den;
   if (isConstant) {
-    index.timeRate = Reduced(scale, unit);
-    index.meanRate = index.timeRate;
+    index.facts.timeRate = Reduced(scale, unit);
+    index.facts.nominalRate = index.facts.timeRate;
     starts = {};
     return;
   }
-  index.timeRate = Reduced(scale, 1);
+  index.facts.timeRate = Reduced(scale, 1);
   const int64_t total = std::max<int64_t>(starts.back(), 1);
-  index.meanRate = Reduced(count * scale, total);
+  index.facts.nominalRate = Reduced(count * scale, total);
 }
 
 void TakeEntries(const AVStream& stream, TrackIndex& index) {
@@ -208,19 +208,25 @@ bool FileSaysBottomFirst(const AVCodecParameters& parameters) {
 
 void TakePictureFacts(ReadAheadCache& file, const AVCodecParameters& parameters,
                       TrackIndex& index) {
-  using enum TrackIndex::FieldOrder;
+  using enum FieldOrder;
   const auto facts = LookAtPicture(file, FirstWholeSample(index, file.Size()));
   // The container's size is the best there is for a damaged first picture, or one without lines.
-  index.width = facts && facts->width != 0 ? facts->width : parameters.width;
-  index.height = facts && facts->height != 0 ? facts->height : parameters.height;
-  if (index.width <= 0 || index.height <= 0)
+  index.facts.width = facts && facts->width != 0 ? facts->width : parameters.width;
+  index.facts.height = facts && facts->height != 0 ? facts->height : parameters.height;
+  if (index.facts.width <= 0 || index.facts.height <= 0)
     throw QELRuntimeError("neither the file nor its first picture says how large the pictures are");
   if (!facts)
     return;
   if (facts->polarity != FieldPolarity::Frame)
-    index.fieldOrder = facts->polarity == FieldPolarity::Even ? BottomFirst : TopFirst;
+    index.facts.fieldOrder = facts->polarity == FieldPolarity::Even ? BottomFirst : TopFirst;
   else if (IsAboutHalf(facts->height, parameters.height))
-    index.fieldOrder = FileSaysBottomFirst(parameters) ? BottomFirst : TopFirst;
+    index.facts.fieldOrder = FileSaysBottomFirst(parameters) ? BottomFirst : TopFirst;
+  index.facts.isBottomStoredFirst = index.facts.fieldOrder == BottomFirst;
+  if (index.facts.fieldOrder != Progressive) {
+    index.facts.fieldOrderFrom = facts->polarity != FieldPolarity::Frame
+                                     ? "the mark of the first picture"
+                                     : "the header and the height of the first picture";
+  }
 }
 
 }  // namespace
@@ -235,8 +241,8 @@ std::optional<int64_t> TrackIndex::Find(const MediaTime& time) const {
   }
   if (time.GetTimeNumber() < 0)
     return std::nullopt;
-  const Wide units = Wide{time.GetTimeNumber()} * rate._denominator * timeRate._numerator /
-                     (Wide{rate._numerator} * timeRate._denominator);
+  const Wide units = Wide{time.GetTimeNumber()} * rate._denominator * facts.timeRate._numerator /
+                     (Wide{rate._numerator} * facts.timeRate._denominator);
   if (units >= Start(Count()))
     return std::nullopt;
   if (starts.empty())
@@ -249,11 +255,17 @@ TrackIndex ReadTrackIndex(IFileBytes& bytes) {
   ReadAheadCache file(bytes);
   TrackIndex index;
   index.isAvi = IsAvi(file);
+  index.facts.container = index.isAvi ? "AVI" : "MOV";
   const AvDemuxer demuxer = OpenDemuxer(file, index.isAvi);
   const AVStream& stream = demuxer.MotionJpegStream();
   index.streamNumber = stream.index;
   TakeEntries(stream, index);
   TakePictureFacts(file, *stream.codecpar, index);
+  index.facts.isVariableRate = !index.starts.empty();
+  index.facts.announcedSamples = std::max<int64_t>(stream.nb_frames, 0);
+  index.facts.missing = std::count(index.sizes.begin(), index.sizes.end(), uint32_t{0});
+  index.facts.indexRequests = file.Requests();
+  index.facts.indexBytes = file.BytesRead();
   return index;
 }
 

@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "elements/storage/FileBytes.h"
+#include "elements/storage/TrackFacts.h"
 #include "qel/MediaTime.h"
 
 // Where the pictures of a motion-JPEG track lie in its file, and when they are shown.
@@ -25,21 +26,14 @@ class TrackIndex {
     int64_t offset;  // in the file, of the payload
     uint32_t size;   // 0: the sample was dropped, there is nothing to show
   };
-  enum class FieldOrder { Progressive, TopFirst, BottomFirst };
+
+  const TrackFacts& Facts() const { return facts; }
 
   // AVI: every payload has a chunk header in front of it, stream number in two digits, 'd', 'c' or
   // 'b', and the payload's length (little-endian).
   static constexpr int kAviChunkHeaderBytes = 8;
   bool isAvi = false;
   int streamNumber = 0;
-
-  int width = 0;  // of one coded picture
-  int height = 0;
-  FieldOrder fieldOrder = FieldOrder::Progressive;
-
-  // Edit units of `timeRate` a second, reduced: one a sample when the rate is constant.
-  EditRate timeRate{25, 1};
-  EditRate meanRate{25, 1};
 
   int64_t Count() const { return static_cast<int64_t>(sizes.size()); }
   Sample At(int64_t number) const {
@@ -55,6 +49,7 @@ class TrackIndex {
   // Throws QELRuntimeError for a rate with a zero part.
   std::optional<int64_t> Find(const MediaTime& time) const;
 
+  TrackFacts facts;
   std::vector<int64_t> offsets;
   std::vector<uint32_t> sizes;
   // Empty when the rate is constant; else never decreasing, one more than there are samples.
