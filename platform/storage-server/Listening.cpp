@@ -16,7 +16,7 @@ namespace Moravel::Player {
 
 namespace {
 
-constexpr int kBacklog = 128;
+constexpr int kBacklog = 1024;
 
 Descriptor Listen(int family, const sockaddr* address, socklen_t length, const std::string& name) {
   Descriptor result(::socket(family, SOCK_STREAM | SOCK_CLOEXEC, 0));

@@ -1,24 +1,20 @@
 #include "storage-server/StorageServer.h"
 
-#include <fcntl.h>
 #include <locale.h>
 #include <microhttpd.h>
-#include <sys/stat.h>
+#include <sys/random.h>
 #include <time.h>
+#include <unistd.h>
 
-#include <algorithm>
-#include <cerrno>
 #include <charconv>
-#include <cstring>
 #include <mutex>
 #include <new>
 #include <optional>
 #include <stdexcept>
-#include <system_error>
 #include <utility>
 
 #include "storage-server/ByteRange.h"
-#include "storage-server/Descriptor.h"
+#include "storage-server/HostName.h"
 #include "storage-server/Listening.h"
 
 namespace Moravel::Player {
@@ -26,35 +22,8 @@ namespace Moravel::Player {
 namespace {
 
 constexpr unsigned kThreads = 2;
+constexpr unsigned kMaxConnections = 512;
 constexpr std::string_view kTrackPrefix = "/tracks/";
-
-// Files.
-
-struct File {
-  Descriptor descriptor;
-  struct stat state {};
-  uint64_t Size() const { return static_cast<uint64_t>(state.st_size); }
-};
-
-// Without a descriptor, and with errno, when there is no such file.
-File OpenRegularFile(const std::filesystem::path& path) {
-  // Non-blocking, for a pipe must not hold up the server before it is turned down.
-  File file{.descriptor = Descriptor(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK))};
-  if (!file.descriptor || ::fstat(file.descriptor.Get(), &file.state) != 0) {
-    return {};
-  }
-  if (!S_ISREG(file.state.st_mode)) {
-    errno = S_ISDIR(file.state.st_mode) ? EISDIR : EINVAL;
-    return {};
-  }
-  return file;
-}
-
-std::string ETag(const struct stat& state) {
-  const auto number = [](auto value) { return std::to_string(value); };
-  return '"' + number(state.st_ino) + '-' + number(state.st_size) + '-' +
-         number(state.st_mtim.tv_sec) + '.' + number(state.st_mtim.tv_nsec) + '"';
-}
 
 // Dates of HTTP are in English, whatever the locale of the process is.
 constexpr const char* kDateFormat = "%a, %d %b %Y %H:%M:%S GMT";
@@ -99,27 +68,27 @@ class Headers {
   MHD_Connection* connection_;
 };
 
-bool PreconditionsHold(const Headers& headers, const File& file, const std::string& etag) {
+bool PreconditionsHold(const Headers& headers, const FileState& file, const std::string& etag) {
   if (const char* tags = headers[MHD_HTTP_HEADER_IF_MATCH]) {
     return MatchesAny(tags, etag);
   }
   const char* date = headers[MHD_HTTP_HEADER_IF_UNMODIFIED_SINCE];
   const std::optional<time_t> limit = date != nullptr ? ParseDate(date) : std::nullopt;
-  return !limit || file.state.st_mtim.tv_sec <= *limit;
+  return !limit || file.ModifiedAt() <= *limit;
 }
 
 // Empty for the whole file.
-std::optional<ByteRange> WantedRange(const Headers& headers, const File& file,
+std::optional<ByteRange> WantedRange(const Headers& headers, const FileState& file,
                                      const std::string& etag) {
   const char* range = headers[MHD_HTTP_HEADER_RANGE];
   const char* validator = headers[MHD_HTTP_HEADER_IF_RANGE];
   const bool current =
-      validator == nullptr || validator == etag || validator == DateText(file.state.st_mtim.tv_sec);
+      validator == nullptr || validator == etag || validator == DateText(file.ModifiedAt());
   return range != nullptr && current ? ParseRange(range, file.Size()) : std::nullopt;
 }
 
 // The status of the answer, and the part of the file in it.
-std::pair<unsigned, ByteRange> Judge(const Headers& headers, bool get, const File& file,
+std::pair<unsigned, ByteRange> Judge(const Headers& headers, bool get, const FileState& file,
                                      const std::string& etag) {
   if (!PreconditionsHold(headers, file, etag)) {
     return {MHD_HTTP_PRECONDITION_FAILED, {0, 0}};
@@ -165,7 +134,46 @@ class Response {
   std::unique_ptr<MHD_Response, Destroyer> response_;
 };
 
+int64_t RandomNumber() {
+  uint64_t number = 0;
+  while (::getrandom(&number, sizeof number, 0) != sizeof number) {
+  }
+  return static_cast<int64_t>(number >> 1);
+}
+
 }  // namespace
+
+// What the daemon calls, in its threads. No exception may pass through it.
+struct StorageServer::Callbacks {
+  static MHD_Result Answer(void* server, MHD_Connection* connection, const char* path,
+                           const char* method, const char*, const char*, size_t* uploaded,
+                           void** request) {
+    // The connection is kept only when the answer waits for the end of the request.
+    if (*request == nullptr || *uploaded != 0) {
+      *request = server;
+      *uploaded = 0;
+      return MHD_YES;
+    }
+    try {
+      const bool keep = static_cast<StorageServer*>(server)->Answer(connection, path, method);
+      return keep ? MHD_YES : MHD_NO;
+    } catch (const std::exception&) {  // out of memory
+      return MHD_NO;
+    }
+  }
+
+  static void Notify(void* server, MHD_Connection* connection, void** context,
+                     MHD_ConnectionNotificationCode code) {
+    Strangers& strangers = static_cast<StorageServer*>(server)->strangers_;
+    if (code == MHD_CONNECTION_NOTIFY_CLOSED) {
+      strangers.Leave(reinterpret_cast<uintptr_t>(*context));
+      return;
+    }
+    const int socket =
+        ::MHD_get_connection_info(connection, MHD_CONNECTION_INFO_CONNECTION_FD)->connect_fd;
+    *context = reinterpret_cast<void*>(strangers.Enter(socket));
+  }
+};
 
 void StorageServer::Stopper::operator()(MHD_Daemon* daemon) const {
   ::MHD_stop_daemon(daemon);
@@ -180,27 +188,14 @@ StorageServer::StorageServer(const Options& options) {
                       [file = options.unixDomainSocket](const void*) { ::unlink(file.c_str()); });
   }
   port_ = PortOf(listening);
-
-  const auto answer = [](void* server, MHD_Connection* connection, const char* path,
-                         const char* method, const char*, const char*, size_t* uploaded,
-                         void** request) {
-    // The connection is kept only when the answer waits for the end of the request.
-    if (*request == nullptr || *uploaded != 0) {
-      *request = server;
-      *uploaded = 0;
-      return MHD_YES;
-    }
-    try {
-      const bool keep = static_cast<StorageServer*>(server)->Answer(connection, path, method);
-      return keep ? MHD_YES : MHD_NO;
-    } catch (const std::exception&) {  // out of memory
-      return MHD_NO;
-    }
-  };
-  // The daemon owns the socket from here on.
-  daemon_.reset(::MHD_start_daemon(MHD_USE_EPOLL_INTERNAL_THREAD, 0, nullptr, nullptr, +answer,
-                                   this, MHD_OPTION_LISTEN_SOCKET, listening.Release(),
-                                   MHD_OPTION_THREAD_POOL_SIZE, kThreads, MHD_OPTION_END));
+  isLoopback_ = tcp && IsLoopback(options.address);
+  // The daemon owns the socket from here on. Its threads are told of the end by a channel (ITC):
+  // one that has as many connections as it may have does not look at the listening socket.
+  daemon_.reset(::MHD_start_daemon(
+      MHD_USE_EPOLL_INTERNAL_THREAD | MHD_USE_ITC, 0, nullptr, nullptr, &Callbacks::Answer, this,
+      MHD_OPTION_LISTEN_SOCKET, listening.Release(), MHD_OPTION_THREAD_POOL_SIZE, kThreads,
+      MHD_OPTION_CONNECTION_LIMIT, kMaxConnections, MHD_OPTION_CONNECTION_TIMEOUT,
+      options.idleSeconds, MHD_OPTION_NOTIFY_CONNECTION, &Callbacks::Notify, this, MHD_OPTION_END));
   if (!daemon_) {
     throw std::runtime_error("storage server: cannot start its threads");
   }
@@ -208,52 +203,76 @@ StorageServer::StorageServer(const Options& options) {
 
 StorageServer::~StorageServer() = default;
 
-void StorageServer::AddTrack(int64_t id, std::filesystem::path file) {
-  if (!OpenRegularFile(file).descriptor) {
-    const int error = errno;
-    throw std::runtime_error(
-        "track " + std::to_string(id) + ": cannot read " + file.string() + ": " +
-        (error == EINVAL ? "Not a regular file" : std::generic_category().message(error)));
-  }
+void StorageServer::AddTrack(int64_t id, const std::filesystem::path& file) {
+  auto served = std::make_shared<const ServedFile>(file);
   const std::lock_guard lock(tracksAccess_);
-  tracks_.insert_or_assign(id, std::move(file));
+  tracks_.insert_or_assign(id, std::move(served));
 }
 
-std::filesystem::path StorageServer::FileOf(std::string_view path) {
+int64_t StorageServer::AddTrack(const std::filesystem::path& file) {
+  const int64_t id = RandomNumber();
+  AddTrack(id, file);
+  return id;
+}
+
+std::shared_ptr<const ServedFile> StorageServer::FileOf(std::string_view path) const {
   int64_t id = 0;
   if (!path.starts_with(kTrackPrefix)) {
-    return {};
+    return nullptr;
   }
   path.remove_prefix(kTrackPrefix.size());
   const auto [end, error] = std::from_chars(path.data(), path.data() + path.size(), id);
   if (error != std::errc() || end != path.data() + path.size()) {
-    return {};
+    return nullptr;
   }
   const std::shared_lock lock(tracksAccess_);
   const auto track = tracks_.find(id);
-  return track != tracks_.end() ? track->second : std::filesystem::path();
+  return track != tracks_.end() ? track->second : nullptr;
+}
+
+unsigned StorageServer::RefuseRequest(MHD_Connection* connection, std::string_view method) const {
+  const char* host = Headers(connection)[MHD_HTTP_HEADER_HOST];
+  if (host == nullptr) {
+    return MHD_HTTP_BAD_REQUEST;
+  }
+  // A browser whose page has pointed a name of its own at this machine says that name.
+  if (isLoopback_ && !IsLoopback(AddressOfHost(host))) {
+    return MHD_HTTP_MISDIRECTED_REQUEST;
+  }
+  return method == MHD_HTTP_METHOD_GET || method == MHD_HTTP_METHOD_HEAD
+             ? 0
+             : MHD_HTTP_METHOD_NOT_ALLOWED;
 }
 
 bool StorageServer::Answer(MHD_Connection* connection, std::string_view path,
                            std::string_view method) {
   ++requestCount_;
-  const bool get = method == MHD_HTTP_METHOD_GET;
-  if (!get && method != MHD_HTTP_METHOD_HEAD) {
+  if (const unsigned refusal = RefuseRequest(connection, method)) {
     Response response;
     response.Add(MHD_HTTP_HEADER_ALLOW, "GET, HEAD");
-    return response.Send(connection, MHD_HTTP_METHOD_NOT_ALLOWED);
+    return response.Send(connection, refusal);
   }
-  File file = OpenRegularFile(FileOf(path));
-  if (!file.descriptor) {
+  const std::shared_ptr<const ServedFile> track = FileOf(path);
+  if (!track) {
     return Response().Send(connection, MHD_HTTP_NOT_FOUND);
   }
-  const std::string etag = ETag(file.state);
+  strangers_.Leave(reinterpret_cast<uintptr_t>(
+      ::MHD_get_connection_info(connection, MHD_CONNECTION_INFO_SOCKET_CONTEXT)->socket_context));
+  std::optional<FileState> file = track->Now();
+  if (!file) {
+    return Response().Send(connection, MHD_HTTP_SERVICE_UNAVAILABLE);
+  }
+  return AnswerFile(connection, std::move(*file), method == MHD_HTTP_METHOD_GET);
+}
+
+bool StorageServer::AnswerFile(MHD_Connection* connection, FileState file, bool get) {
+  const std::string etag = file.ETag();
   const auto [status, part] = Judge(Headers(connection), get, file, etag);
   const bool refused = status >= MHD_HTTP_BAD_REQUEST;
   Response response = refused ? Response() : Response(std::move(file.descriptor), part);
   response.Add(MHD_HTTP_HEADER_ACCEPT_RANGES, "bytes");
   response.Add(MHD_HTTP_HEADER_ETAG, etag);
-  response.Add(MHD_HTTP_HEADER_LAST_MODIFIED, DateText(file.state.st_mtim.tv_sec));
+  response.Add(MHD_HTTP_HEADER_LAST_MODIFIED, DateText(file.ModifiedAt()));
   if (status == MHD_HTTP_PARTIAL_CONTENT || status == MHD_HTTP_RANGE_NOT_SATISFIABLE) {
     response.Add(MHD_HTTP_HEADER_CONTENT_RANGE, ContentRange(part, file.Size()));
   }

@@ -9,6 +9,9 @@
 #include <string>
 #include <string_view>
 
+#include "storage-server/ServedFile.h"
+#include "storage-server/Strangers.h"
+
 struct MHD_Connection;
 struct MHD_Daemon;
 
@@ -19,14 +22,20 @@ namespace Moravel::Player {
 //
 // GET and HEAD /tracks/ID, connections are kept. Single byte ranges as RFC 9110 has them, with
 // strong ETag, Last-Modified, If-Match, If-Unmodified-Since and If-Range; several ranges in one
-// request get the whole file. A file is opened anew for each request: a file that was replaced has
-// a new ETag at once, and an answer never mixes two files.
+// request get the whole file. A file is open from AddTrack on: what takes its path's place later is
+// not served. A file that is written to has a new ETag at once.
+//
+// Everybody on the machine reaches a loopback port. There, only requests to a loopback address by
+// number or to localhost are answered (421, 400 without Host). What is not there is 404, a track
+// whose file cannot be had now 503. Connections that are idle are closed; those that have named no
+// track are few, and make room for new ones.
 class StorageServer {
  public:
   struct Options {
     std::string address = "127.0.0.1";  // numeric, IPv4 or IPv6
     uint16_t port = 0;                  // 0: one that is free
     std::string unixDomainSocket = {};  // a path that is not in use; when set, there is no TCP port
+    unsigned idleSeconds = 30;          // a connection without progress is closed after that time
   };
 
   // Listens when it returns. Throws std::runtime_error, which names the address and the reason.
@@ -36,9 +45,12 @@ class StorageServer {
   StorageServer(const StorageServer&) = delete;
   StorageServer& operator=(const StorageServer&) = delete;
 
-  // Serves the file as track `id`, in place of an earlier one. Throws std::runtime_error when it is
-  // not a regular file that can be read.
-  void AddTrack(int64_t id, std::filesystem::path file);
+  // Serves the file as track `id`, in place of an earlier one. Throws std::runtime_error, which
+  // names the file and the reason, when it is not a regular file that can be read.
+  void AddTrack(int64_t id, const std::filesystem::path& file);
+  // The same under a number that nobody can guess, for a file that is not for everybody who can
+  // connect. Returns the number.
+  int64_t AddTrack(const std::filesystem::path& file);
 
   // The TCP port; 0 on a unix domain socket.
   uint16_t Port() const { return port_; }
@@ -52,17 +64,25 @@ class StorageServer {
     void operator()(MHD_Daemon* daemon) const;
   };
 
-  // The file behind the path of a URL; empty when it is no track.
-  std::filesystem::path FileOf(std::string_view path);
+  struct Callbacks;
+
+  // The file behind the path of a URL; null when it is no track.
+  std::shared_ptr<const ServedFile> FileOf(std::string_view path) const;
+  // The status for a request that is none of ours; 0 for others.
+  unsigned RefuseRequest(MHD_Connection* connection, std::string_view method) const;
   // False: the connection is to be closed.
   bool Answer(MHD_Connection* connection, std::string_view path, std::string_view method);
+  bool AnswerFile(MHD_Connection* connection, FileState file, bool get);
 
   uint16_t port_ = 0;
+  bool isLoopback_ = false;
   std::atomic<uint64_t> requestCount_ = 0;
   std::atomic<uint64_t> bytesRequested_ = 0;
 
-  std::shared_mutex tracksAccess_;  // guards tracks_
-  std::map<int64_t, std::filesystem::path> tracks_;
+  Strangers strangers_;
+
+  mutable std::shared_mutex tracksAccess_;  // guards tracks_
+  std::map<int64_t, std::shared_ptr<const ServedFile>> tracks_;
 
   std::shared_ptr<const void> socketFile_;       // removes the unix domain socket's file
   std::unique_ptr<MHD_Daemon, Stopper> daemon_;  // the last: its threads use all of the above

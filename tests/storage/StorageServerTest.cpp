@@ -2,9 +2,13 @@
 
 #include <arpa/inet.h>
 #include <gmock/gmock.h>
+#include <sys/resource.h>
 #include <sys/socket.h>
 
+#include <algorithm>
+#include <filesystem>
 #include <fstream>
+#include <functional>
 #include <future>
 #include <stdexcept>
 
@@ -14,6 +18,7 @@
 namespace Moravel::Player {
 
 using Moravel::Test::TempFolder;
+using testing::AllOf;
 using testing::EndsWith;
 using testing::HasSubstr;
 using testing::StartsWith;
@@ -22,12 +27,27 @@ void WriteFile(const std::filesystem::path& file, const std::string& content) {
   std::ofstream(file, std::ios::binary) << content;
 }
 
-// Sends requests (the last one closes the connection) and returns all that comes.
-std::string Ask(uint16_t port, const std::string& requests,
-                const std::function<void()>& onData = {}) {
-  const Descriptor socket(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
+Descriptor Connect(uint16_t port) {
+  Descriptor socket(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
   const sockaddr_in address{AF_INET, htons(port), {htonl(INADDR_LOOPBACK)}, {}};
   ::connect(socket.Get(), reinterpret_cast<const sockaddr*>(&address), sizeof address);
+  return socket;
+}
+
+const std::string kRequest = "HEAD /tracks/7 HTTP/1.1\r\nHost: localhost\r\n\r\n";
+
+// A connection that is kept after its first answer has begun to come.
+Descriptor ConnectClient(uint16_t port) {
+  Descriptor socket = Connect(port);
+  ::send(socket.Get(), kRequest.data(), kRequest.size(), MSG_NOSIGNAL);
+  char byte = 0;
+  ::recv(socket.Get(), &byte, 1, 0);
+  return socket;
+}
+
+// Sends requests (the last one closes the connection) and returns all that comes.
+std::string Ask(const Descriptor& socket, const std::string& requests,
+                const std::function<void()>& onData = {}) {
   ::send(socket.Get(), requests.data(), requests.size(), MSG_NOSIGNAL);
   std::string answer;
   char bytes[65536];
@@ -39,9 +59,33 @@ std::string Ask(uint16_t port, const std::string& requests,
   return answer;
 }
 
-std::string Get(const std::string& lines = {}, const std::string& target = "GET /tracks/7") {
-  return target + " HTTP/1.1\r\nHost: x\r\nConnection: close\r\n" + lines + "\r\n";
+std::string Ask(uint16_t port, const std::string& requests,
+                const std::function<void()>& onData = {}) {
+  return Ask(Connect(port), requests, onData);
 }
+
+std::string Get(const std::string& lines = {}, const std::string& target = "GET /tracks/7",
+                const std::string& host = "Host: 127.0.0.1:80\r\n") {
+  return target + " HTTP/1.1\r\n" + host + "Connection: close\r\n" + lines + "\r\n";
+}
+
+std::string Line(const std::string& name, const std::string& value) {
+  return name + ": " + value + "\r\n";
+}
+
+// How many descriptors this process may have, until the end of the scope.
+class DescriptorLimit {
+ public:
+  explicit DescriptorLimit(rlim_t limit) {
+    ::getrlimit(RLIMIT_NOFILE, &before_);
+    const rlimit now{std::min(limit, before_.rlim_max), before_.rlim_max};
+    ::setrlimit(RLIMIT_NOFILE, &now);
+  }
+  ~DescriptorLimit() { ::setrlimit(RLIMIT_NOFILE, &before_); }
+
+ private:
+  rlimit before_{};
+};
 
 class StorageServerTest : public testing::Test {
  protected:
@@ -92,13 +136,80 @@ TEST_F(StorageServerTest, AnswersByRangesAndValidators) {
     EXPECT_THAT(answer, EndsWith("\r\n\r\n" + row.body));
   }
   const std::string both =
-      Ask(server_->Port(), "GET /tracks/7 HTTP/1.1\r\nHost: x\r\n\r\n" + Get());
+      Ask(server_->Port(), "GET /tracks/7 HTTP/1.1\r\nHost: [::1]\r\n\r\n" + Get());
   EXPECT_NE(both.find("HTTP/1.1 200"), both.rfind("HTTP/1.1 200")) << "the connection is kept";
 
-  WriteFile(folder_ / "new", "behind....");
-  std::filesystem::rename(folder_ / "new", file_);
+  WriteFile(file_, "behind....");
   EXPECT_THAT(Ask(server_->Port(), Get("If-Match: " + etag + "\r\n")), StartsWith("HTTP/1.1 412"));
   EXPECT_THAT(Ask(server_->Port(), Get()), EndsWith("behind...."));
+}
+
+TEST_F(StorageServerTest, ServesNothingElseThanWhatWasAdded) {
+  WriteFile(folder_ / "other", "a secret");
+  std::filesystem::remove(file_);
+  std::filesystem::create_symlink(folder_ / "other", file_);
+  EXPECT_THAT(Ask(server_->Port(), Get()), EndsWith("0123456789"));
+
+  const int64_t a = server_->AddTrack(folder_ / "other"), b = server_->AddTrack(file_);
+  EXPECT_GT(std::min(a, b), int64_t{1} << 32) << "one in 2^30 is smaller";
+  EXPECT_NE(a, b);
+  EXPECT_THAT(Ask(server_->Port(), Get({}, "GET /tracks/" + std::to_string(a))),
+              EndsWith("a secret"));
+  for (const char* notThere : {"/", "/tracks/", "/tracks/1", "/tracks/7/", "/tracks/../etc/passwd"})
+    EXPECT_THAT(Ask(server_->Port(), Get({}, std::string("GET ") + notThere)),
+                StartsWith("HTTP/1.1 404"));
+}
+
+TEST_F(StorageServerTest, AnswersOnLoopbackToNamesOfTheMachineAlone) {
+  for (const char* good : {"127.0.0.1", "127.0.0.1:8080", "127.8.9.1", "LocalHost:1", "[::1]:80"})
+    EXPECT_THAT(Ask(server_->Port(), Get({}, "GET /tracks/7", Line("Host", good))),
+                StartsWith("HTTP/1.1 200"))
+        << good;
+  for (const char* bad : {"", "evil.example", "127.0.0.1.evil.example:80", "localhost.evil.example",
+                          "128.0.0.1", "[::2]", "[", "[::1", ":80"})
+    EXPECT_THAT(Ask(server_->Port(), Get({}, "GET /tracks/7", Line("Host", bad))),
+                StartsWith("HTTP/1.1 421"))
+        << bad;
+  EXPECT_THAT(Ask(server_->Port(), Get({}, "GET /tracks/7", "")), StartsWith("HTTP/1.1 400"));
+}
+
+TEST_F(StorageServerTest, TellsThatDescriptorsAreUsedUp) {
+  const Descriptor socket = ConnectClient(server_->Port());
+  {
+    const DescriptorLimit limit(0);
+    EXPECT_THAT(Ask(socket, Get()), HasSubstr("HTTP/1.1 503"));
+  }
+  EXPECT_THAT(Ask(server_->Port(), Get()), StartsWith("HTTP/1.1 200"));
+  const DescriptorLimit limit(64);
+  EXPECT_THAT([this] { server_->AddTrack(file_); },
+              testing::ThrowsMessage<std::runtime_error>(
+                  AllOf(HasSubstr(file_.string()), HasSubstr("may have 64 descriptors"))));
+}
+
+// With the first answer to a track, a connection is one of a client, which is not cut for others.
+TEST_F(StorageServerTest, IdleStrangersKeepNobodyOutAndHoldNothingUp) {
+  const DescriptorLimit limit(4096);
+  const Descriptor client = ConnectClient(server_->Port());
+  std::vector<Descriptor> idle;
+  for (size_t i = 0; i < 1500; ++i) {
+    idle.push_back(Connect(server_->Port()));
+    ::send(idle.back().Get(), kRequest.data(), i % 2, MSG_NOSIGNAL);
+  }
+  EXPECT_THAT(Ask(server_->Port(), Get()), StartsWith("HTTP/1.1 200"));
+  EXPECT_THAT(Ask(client, Get()), HasSubstr("HTTP/1.1 200"));
+  // As many clients as there can be, and more.
+  for (int i = 0; i < 1000; ++i) {
+    idle.push_back(Connect(server_->Port()));
+    ::send(idle.back().Get(), kRequest.data(), kRequest.size(), MSG_NOSIGNAL);
+  }
+  server_.reset();
+}
+
+TEST_F(StorageServerTest, ClosesConnectionsThatAreIdle) {
+  StorageServer server({.idleSeconds = 1});
+  const Descriptor socket = Connect(server.Port());
+  char byte = 0;
+  EXPECT_LE(::recv(socket.Get(), &byte, 1, 0), 0);
 }
 
 TEST_F(StorageServerTest, ServesManyClientsAndStopsInTheMiddleOfAnAnswer) {

@@ -145,7 +145,7 @@ void FaultyServer::Serve(const Descriptor& client) {
     const uint64_t number = requests_++, releases = releases_;
     const Fault fault = chooser_ ? chooser_(number) : Fault{};
     lock.unlock();
-    Send(server, request.substr(0, request.find("\r\n") + 2) + "Host: x\r\n" +
+    Send(server, request.substr(0, request.find("\r\n") + 2) + "Host: localhost\r\n" +
                      (fault.ignoreRange ? "" : Cut(request, "Range")) + Cut(request, "If-Match") +
                      "\r\n");
     std::string header = Receive(server, IsAnswer);

@@ -1,5 +1,7 @@
 #include "command/Host.h"
 
+#include <sys/resource.h>
+
 #include "command/Interrupt.h"
 #include "elements/BuiltinElements.h"
 #include "host/HostLogging.h"
@@ -8,8 +10,22 @@
 
 namespace Moravel::Play {
 
+namespace {
+
+// Each file that is played takes a descriptor, and the limit that programs start with is low.
+void AllowManyFiles() {
+  rlimit limit{};
+  if (::getrlimit(RLIMIT_NOFILE, &limit) == 0) {
+    limit.rlim_cur = limit.rlim_max;
+    ::setrlimit(RLIMIT_NOFILE, &limit);
+  }
+}
+
+}  // namespace
+
 void StartHost(orl::mv::logging::ILogger::Level logLevel) {
   CatchSignals();
+  AllowManyFiles();
   orl::mv::logging::SetLogLevel(logLevel);
   qel::SetCurrentLoggerWriter(
       std::make_shared<FrameworkLines>(orl::mv::logging::CreateFrameworkLogWriter()));

@@ -138,9 +138,9 @@ NamedServers NameServers(const Options& options, Setup& setup, std::map<int, Fai
       const Player::StorageServer::Options loopback;
       if (!setup.fileServer)
         setup.fileServer = std::make_unique<Player::StorageServer>(loopback);
-      setup.fileServer->AddTrack(index, argument.text);
+      const int64_t id = setup.fileServer->AddTrack(argument.text);
       const Player::StorageId storage(loopback.address, setup.fileServer->Port());
-      servers[storage].push_back({index, argument.text, Player::TrackId(storage, index)});
+      servers[storage].push_back({index, argument.text, Player::TrackId(storage, id)});
     } catch (const std::exception& error) {
       failed[index] = {argument.text, error.what()};
     }
