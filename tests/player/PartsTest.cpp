@@ -4,6 +4,7 @@
 
 #include "command/Options.h"
 #include "command/Printable.h"
+#include "playing/Losses.h"
 #include "playing/Statistics.h"
 #include "tracks/PlaySequence.h"
 #include "tracks/TrackTimes.h"
@@ -56,6 +57,15 @@ TEST(PlaySequence, PlaysEachSampleOnce) {
     }
   }
   EXPECT_EQ(PlaySequence(40, 10, Order::Reverse).SampleAt(0), 49);
+}
+
+TEST(SampleRanges, JoinWhatTouches) {
+  SampleRanges ranges;
+  for (const auto& [first, last] : {std::pair(5, 6), {1, 1}, {9, 12}, {7, 8}, {11, 20}, {3, 3}})
+    ranges.Add(first, last);
+  EXPECT_EQ(ranges.List(), (std::vector<SampleRanges::Range>{{1, 1}, {3, 3}, {5, 20}}));
+  ranges.Add(0, 30);
+  EXPECT_EQ(ranges.List(), (std::vector<SampleRanges::Range>{{0, 30}}));
 }
 
 TEST(LatencyHistogram, KeepsPercentilesWithinAFewPercent) {

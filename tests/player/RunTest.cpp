@@ -257,6 +257,17 @@ TEST_F(Run, CountsWhatIsMissingAndDamaged) {
     EXPECT_EQ(size["pictures"], 9) << size;
     EXPECT_EQ(size["damaged"], 2) << size;
   }
+  EXPECT_EQ(Lines(errors_), 2) << errors_;
+  EXPECT_THAT(errors_, AllOf(HasSubstr("sample 3 (00:00:00:03) undecodable"),
+                             HasSubstr("sample 6 (00:00:00:06) damaged")));
+
+  // All are listed, and no more than some told.
+  json = PlayJson({file, "--count", "70"}, 1);
+  EXPECT_EQ(json["tracks"][0]["losses"].dump(),
+            R"([{"first":6,"last":6,"what":"damaged"},{"first":3,"last":3,"what":"undecodable"},)"
+            R"({"first":10,"last":69,"what":"missing"}])");
+  EXPECT_THAT(errors_, HasSubstr("52 more missing"));
+  EXPECT_EQ(Lines(errors_), 11) << errors_;
 }
 
 TEST_F(Run, PlaysOnBesideADeadServer) {

@@ -1,8 +1,9 @@
 #include "playing/DecodeWorkers.h"
 
+#include <string_view>
+
 #include "Player/DecodeOrder.h"
 #include "Player/QELSample.h"
-#include "command/Problem.h"
 #include "playing/FrameworkLines.h"
 #include "sinks/OutputFile.h"
 
@@ -26,27 +27,58 @@ class Worker {
   }
 
  private:
+  struct Decoded {
+    qel::VideoSampleConstPtr image;
+    std::string failure;
+  };
+
   // The elements report damage once for each entropy decode, which sizes may share: it damages all
   // sizes of the picture.
   void DecodeField(const Task& task, bool bottom) {
     const Track& track = task.track->facts;
-    const int64_t warningsBefore = FrameworkLines::WarningsOfThisThread();
+    const CapturedWarnings warnings;
+    std::string failure;
     for (size_t i = 0; i < track.sizes.size(); ++i) {
-      Picture picture = {track,         track.sizes[i],
-                         task.position, track.sequence.SampleAt(task.position),
-                         bottom,        nullptr};
+      Picture picture = {
+          track,  track.sizes[i], task.position, track.sequence.SampleAt(task.position),
+          bottom, task.state,     nullptr};
       if (task.sample != nullptr) {
-        picture.image = Decode(task, picture);
+        Decoded decoded = Decode(task, picture);
+        picture.image = std::move(decoded.image);
+        if (!picture.image)
+          picture.state = PictureState::Undecodable;
+        else if (!warnings.First().empty())
+          picture.state = PictureState::Damaged;
+        if (failure.empty())
+          failure = decoded.failure;
         SizeStatistics& statistics = task.track->statistics.sizes[i];
         statistics.pictures += picture.image ? 1 : 0;
-        const bool warned = FrameworkLines::WarningsOfThisThread() != warningsBefore;
-        statistics.damaged += !picture.image || warned ? 1 : 0;
+        statistics.damaged += picture.state != PictureState::Fine ? 1 : 0;
       }
       Write(picture);
     }
+    TellLoss(task, bottom, failure, warnings.First());
   }
 
-  qel::VideoSampleConstPtr Decode(const Task& task, const Picture& picture) {
+  static void TellLoss(const Task& task, bool bottom, const std::string& failure,
+                       const std::string& warning) {
+    if (failure.empty() && warning.empty())
+      return;
+    const Track& track = task.track->facts;
+    const auto state = failure.empty() ? PictureState::Damaged : PictureState::Undecodable;
+    task.track->statistics.losses.Tell(track, state, track.sequence.SampleAt(task.position),
+                                       track.interlaced ? bottom ? "bottom" : "top" : "",
+                                       failure.empty() ? ReasonOfDamage(warning) : failure);
+  }
+
+  // The element names a stream, which is the same for all pictures of a track.
+  static std::string ReasonOfDamage(const std::string& warning) {
+    constexpr std::string_view kDamaged = "is damaged: ";
+    const size_t at = warning.find(kDamaged);
+    return at == std::string::npos ? warning : warning.substr(at + kDamaged.size());
+  }
+
+  Decoded Decode(const Task& task, const Picture& picture) {
     Player::DecodeOrder order;
     order.toDecode_ = task.sample;
     order.orderTp_ = picture.track.TimeOf(picture.sampleNumber);
@@ -58,18 +90,15 @@ class Worker {
     order.height_ = picture.size.height;
     try {
       Player::ISampleDecoder& decoder = task.track->decodersOfWorker[number_].Dispatcher();
-      return TakeImage(std::unique_ptr<Player::ISample>(decoder.Decode(order)));
+      const std::unique_ptr<Player::ISample> decoded(decoder.Decode(order));
+      return {TakeImage(decoded.get()), decoded ? "" : "no picture came of it"};
     } catch (const std::exception& error) {
-      if (!task.track->statistics.decodeErrorReported.exchange(true)) {
-        PrintProblem(picture.track.name + ": sample " + std::to_string(picture.sampleNumber) +
-                     ": " + error.what());
-      }
-      return nullptr;
+      return {nullptr, error.what()};
     }
   }
 
-  static qel::VideoSampleConstPtr TakeImage(std::unique_ptr<Player::ISample> decoded) {
-    const auto* const sample = dynamic_cast<const Player::QELSample*>(decoded.get());
+  static qel::VideoSampleConstPtr TakeImage(const Player::ISample* decoded) {
+    const auto* const sample = dynamic_cast<const Player::QELSample*>(decoded);
     return sample == nullptr ? nullptr : sample->GetContainer()->GetVideoSampleList({}, {}).front();
   }
 

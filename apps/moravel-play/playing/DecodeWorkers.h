@@ -16,8 +16,7 @@ using PictureSinks = std::vector<std::unique_ptr<IPictureSink>>;
 
 // Threads that take samples from the queue, decode them in every size and field, and give the
 // pictures to the sinks. A worker decodes all sizes of a picture one after the other, so that the
-// decoder elements can share the work. Pictures that fail are counted, and the first of each track
-// is told.
+// decoder elements can share the work. Pictures that are damaged or fail are counted and told.
 class DecodeWorkers {
  public:
   // `done` is called by each worker as its last act. All references outlive the workers.

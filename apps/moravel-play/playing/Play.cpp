@@ -26,18 +26,16 @@ namespace {
 
 constexpr std::chrono::milliseconds kLookAround{50};  // for signals, and to draw the progress bar
 
-PictureSinks MakeSinks(const Options& options, const std::vector<PlayingTrack*>& tracks) {
+PictureSinks MakeSinks(const Options& options) {
   PictureSinks sinks;
   if (!options.pngFolder.empty())
     sinks.push_back(std::make_unique<PngSink>(options.pngFolder));
   if (!options.contactSheet.empty()) {
-    std::vector<const Track*> facts;
-    for (const PlayingTrack* track : tracks)
-      facts.push_back(&track->facts);
-    sinks.push_back(std::make_unique<ContactSheet>(options.contactSheet, facts));
+    const size_t sections = options.tracks.size() * std::max<size_t>(1, options.sizes.size());
+    sinks.push_back(std::make_unique<ContactSheet>(options.contactSheet, sections));
   }
   if (!options.y4mFile.empty())
-    sinks.push_back(std::make_unique<Y4mSink>(options.y4mFile, tracks.front()->facts));
+    sinks.push_back(std::make_unique<Y4mSink>(options.y4mFile));
   return sinks;
 }
 
@@ -90,7 +88,7 @@ void RunThreads(const Options& options, Setup& setup, const PictureSinks& sinks,
   const Registration registration(setup);
   WorkQueue queue(setup.servers.size());
   WorkersEnd end(options.jobs);
-  Progress progress(setup.Tracks(), !options.quiet);
+  Progress progress(setup.tracks, !options.quiet);
   std::vector<std::jthread> preloaders;
   for (PlayingServer& server : setup.servers) {
     preloaders.emplace_back(
@@ -137,14 +135,13 @@ bool HadErrors(const std::vector<PlayingTrack*>& tracks) {
 }
 
 int FindExitCode(const Setup& setup, const Stopper& stopper) {
-  const std::vector<PlayingTrack*> tracks = setup.Tracks();
   if (stopper.Interrupted())
     return kExitInterrupted;
   if (stopper.OutputFailure())
     return kExitUnwritable;
-  if (!setup.failed.empty() || HadErrors(tracks))
+  if (!setup.failed.empty() || HadErrors(setup.tracks))
     return kExitUnreadable;
-  return LostPictures(tracks) ? kExitPicturesLost : kExitFine;
+  return LostPictures(setup.tracks) ? kExitPicturesLost : kExitFine;
 }
 
 void WriteReport(const Options& options, const Outcome& outcome) {
@@ -161,15 +158,21 @@ int PlayOpened(const Options& options, Setup& setup) {
   Stopper stopper;
   const Clock::time_point start = Clock::now();
   {
-    const PictureSinks sinks = MakeSinks(options, setup.Tracks());
+    const PictureSinks sinks = MakeSinks(options);
+    for (const auto& sink : sinks) {
+      for (const PlayingTrack* track : setup.tracks)
+        sink->Begin(track->facts);
+    }
     RunThreads(options, setup, sinks, stopper);
     FinishSinks(sinks, stopper);
   }
   const double seconds = std::chrono::duration<double>(Clock::now() - start).count();
   if (const auto failure = stopper.OutputFailure())
     PrintProblem(*failure);
+  for (const PlayingTrack* track : setup.tracks)
+    track->statistics.losses.TellRest(track->facts);
   const int exitCode = FindExitCode(setup, stopper);
-  WriteReport(options, {setup.Tracks(), setup.failed, seconds, stopper.Interrupted(), exitCode});
+  WriteReport(options, {setup.tracks, setup.failed, seconds, stopper.Interrupted(), exitCode});
   return exitCode;
 }
 

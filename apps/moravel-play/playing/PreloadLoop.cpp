@@ -34,6 +34,29 @@ int64_t CompressedBytes(const Player::ISample& sample) {
   return bytes;
 }
 
+// All from that position on.
+void AddUnplayed(PlayingTrack& track, int64_t position) {
+  constexpr int64_t kMaxListed = 1'000'000;  // one by one
+  const PlaySequence& sequence = track.facts.sequence;
+  Losses& losses = track.statistics.losses;
+  const int64_t end = sequence.Count();
+  if (sequence.IsConsecutive() && position < end) {
+    const auto [first, last] = std::minmax(sequence.SampleAt(position), sequence.SampleAt(end - 1));
+    losses.Add(PictureState::Missing, first, last);
+    return;
+  }
+  const int64_t listed = std::min(end, position + kMaxListed);
+  for (; position < listed; ++position)
+    losses.Add(PictureState::Missing, sequence.SampleAt(position), sequence.SampleAt(position));
+  losses.AddUnlisted(PictureState::Missing, end - listed);
+}
+
+std::string ReasonOfMissing(const Track& track, int64_t sample) {
+  if (sample >= track.sampleCount)
+    return "the track has " + std::to_string(track.sampleCount) + " samples";
+  return "the track holds no picture there";
+}
+
 }  // namespace
 
 struct PreloadLoop::Answer {
@@ -60,17 +83,20 @@ bool PreloadLoop::PreloadOne(PlayingTrack& track, int64_t position, std::stop_to
   const Answer answer = Order(track, time);
   Player::ISample* const sample = track.cache.Protect(time);
   TrackStatistics& statistics = track.statistics;
+  Task task = {&track, position, sample};
   if (sample != nullptr) {
     ++statistics.preloaded;
     statistics.bytes += CompressedBytes(*sample);
-  } else if (answer.failed) {
-    ++statistics.errors;
   } else {
-    ++statistics.missing;
+    task.state = answer.failed ? PictureState::Unreadable : PictureState::Missing;
+    ++(answer.failed ? statistics.errors : statistics.missing);
+    const int64_t number = track.facts.sequence.SampleAt(position);
+    statistics.losses.Tell(track.facts, task.state, number, "",
+                           answer.failed ? answer.reason : ReasonOfMissing(track.facts, number));
   }
-  queue_.Push({&track, position, sample});
+  queue_.Push(task);
   if (answer.failed)
-    return GoOnAfterFailure(track, position, answer, stop);
+    return GoOnAfterFailure(track, position, stop);
   failuresInARow_ = 0;
   failuresOfTrack_.erase(&track);
   return true;
@@ -94,13 +120,7 @@ PreloadLoop::Answer PreloadLoop::Order(PlayingTrack& track, const Time::TimePoin
   return answer;
 }
 
-// The first failure of a track is told, the others are counted.
-bool PreloadLoop::GoOnAfterFailure(PlayingTrack& track, int64_t position, const Answer& answer,
-                                   std::stop_token stop) {
-  if (track.statistics.errors == 1 && !answer.reason.empty()) {
-    PrintProblem(track.facts.name + ": sample " +
-                 std::to_string(track.facts.sequence.SampleAt(position)) + ": " + answer.reason);
-  }
+bool PreloadLoop::GoOnAfterFailure(PlayingTrack& track, int64_t position, std::stop_token stop) {
   const int failures = std::max(++failuresInARow_, ++failuresOfTrack_[&track]);
   if (failures < kMaxFailuresInARow) {
     Pause(kPauseAfterFailure * failures, stop);
@@ -108,6 +128,7 @@ bool PreloadLoop::GoOnAfterFailure(PlayingTrack& track, int64_t position, const 
   }
   const int64_t left = track.facts.sequence.Count() - position - 1;
   track.statistics.missing += left;
+  AddUnplayed(track, position + 1);
   PrintProblem(track.facts.name + ": gave up after " + std::to_string(kMaxFailuresInARow) +
                " failures in a row, " + std::to_string(left) + " samples not played");
   return false;

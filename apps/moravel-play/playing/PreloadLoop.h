@@ -23,8 +23,7 @@ class PreloadLoop {
   // False when the track is not to be asked again.
   bool PreloadOne(PlayingTrack& track, int64_t position, std::stop_token stop);
   Answer Order(PlayingTrack& track, const Time::TimePoint& time);
-  bool GoOnAfterFailure(PlayingTrack& track, int64_t position, const Answer& answer,
-                        std::stop_token stop);
+  bool GoOnAfterFailure(PlayingTrack& track, int64_t position, std::stop_token stop);
 
   PlayingServer& server_;
   WorkQueue& queue_;

@@ -7,6 +7,8 @@
 #include <deque>
 #include <optional>
 
+#include "playing/Losses.h"
+
 namespace Moravel::Play {
 
 using Clock = std::chrono::steady_clock;
@@ -53,8 +55,9 @@ struct TrackStatistics {
 
   // Written by the decode workers.
   std::atomic<int64_t> samplesDone = 0;
-  std::atomic<bool> decodeErrorReported = false;
   std::deque<SizeStatistics> sizes;  // as the track's sizes
+
+  Losses losses;
 
   double PreloadSeconds() const;
 };

@@ -8,6 +8,7 @@
 #include <stop_token>
 
 #include "Player/ISample.h"
+#include "sinks/Picture.h"
 
 namespace Moravel::Play {
 
@@ -16,8 +17,9 @@ struct PlayingTrack;
 // One sample to decode, in all sizes and fields.
 struct Task {
   PlayingTrack* track = nullptr;
-  int64_t position = 0;               // in the track's play sequence
-  Player::ISample* sample = nullptr;  // protected in the track's cache; null: there is none
+  int64_t position = 0;                     // in the track's play sequence
+  Player::ISample* sample = nullptr;        // protected in the track's cache; null: there is none
+  PictureState state = PictureState::Fine;  // Missing or Unreadable without a sample
 };
 
 // From the preload threads to the decode workers, first in, first out. It holds no more than the

@@ -46,6 +46,17 @@ nlohmann::ordered_json SizesToJson(const PlayingTrack& track, double seconds) {
   return sizes;
 }
 
+nlohmann::ordered_json LossesToJson(const Losses& losses) {
+  auto list = nlohmann::ordered_json::array();
+  for (const auto& [state, ranges] : losses.Ranges()) {
+    for (const auto& [first, last] : ranges.List())
+      list.push_back({{"what", NameOf(state)}, {"first", first}, {"last", last}});
+    if (ranges.LeftOut() != 0)
+      list.push_back({{"what", NameOf(state)}, {"unlisted", ranges.LeftOut()}});
+  }
+  return list;
+}
+
 nlohmann::ordered_json TrackToJson(const PlayingTrack& track, double seconds) {
   const Track& facts = track.facts;
   const TrackStatistics& statistics = track.statistics;
@@ -63,7 +74,8 @@ nlohmann::ordered_json TrackToJson(const PlayingTrack& track, double seconds) {
           {"latency_ms",
            {{"p50", statistics.latency.PercentileMilliseconds(kMedian)},
             {"p99", statistics.latency.PercentileMilliseconds(kTail)}}},
-          {"sizes", SizesToJson(track, seconds)}};
+          {"sizes", SizesToJson(track, seconds)},
+          {"losses", LossesToJson(statistics.losses)}};
 }
 
 }  // namespace

@@ -37,10 +37,6 @@ constexpr double kEmptyCell = 0.15;
 constexpr double kBright = 0.95;
 constexpr double kDim = 0.62;
 
-int CellsOfSection(size_t sections) {
-  return sections == 1 ? 24 : sections <= 4 ? 12 : 6;
-}
-
 Size ThumbnailSize(const Size& shape) {
   const int64_t height = int64_t(kThumbnailWidth) * shape.height / shape.width;
   return {kThumbnailWidth, static_cast<int>(std::clamp<int64_t>(height, 1, kMaxThumbnailHeight))};
@@ -120,114 +116,128 @@ int ContactSheet::Section::CellLeft(int cell) const {
 }
 
 int ContactSheet::Section::CellTop(int cell) const {
-  return top + kHeadHeight + cell / kColumns * (thumbnail.height + kCaptionHeight);
+  return kHeadHeight + cell / kColumns * (thumbnail.height + kCaptionHeight);
 }
 
-ContactSheet::ContactSheet(const std::filesystem::path& path,
-                           const std::vector<const Track*>& tracks)
-    : path_(path) {
+ContactSheet::ContactSheet(const std::filesystem::path& path, size_t sections)
+    : path_(path), sectionsToCome_(sections), height_(2 * kMargin - kSectionGap) {
   CheckWritable(path_);
-  LayOut(tracks);
-  const int height = sections_.back().top + sections_.back().Height() + kMargin - kSectionGap;
-  sheet_ = std::make_unique<CairoSurface>(Size{kSheetWidth, height});
-  pen_.reset(cairo_create(sheet_->Get()));
-  cairo_set_source_rgb(pen_.get(), kBackground, kBackground, kBackground);
-  cairo_paint(pen_.get());
-  for (const Section& section : sections_) {
-    DrawHead(section);
-    for (int cell = 0; cell < section.Cells(); ++cell)
-      DrawEmptyCell(section, cell);
-  }
 }
 
 ContactSheet::~ContactSheet() {
-  pen_.reset();
-  sheet_.reset();
+  sections_.clear();
   cairo_debug_reset_static_data();
   FcFini();
 }
 
-void ContactSheet::LayOut(const std::vector<const Track*>& tracks) {
-  size_t sections = 0;
-  for (const Track* track : tracks)
-    sections += track->sizes.size();
-  int top = kMargin;
-  for (const Track* track : tracks) {
-    for (const Size& size : track->sizes) {
-      const int cells = CellsOfSection(sections) / track->picturesPerSample;
-      const auto samples = static_cast<int>(std::min<int64_t>(cells, track->sequence.Count()));
-      const Section section = {track, size, samples, ThumbnailSize(track->DisplayShape()), top};
-      top += section.Height();
-      if (top > kMaxSheetHeight) {
-        ++sectionsLeftOut_;
-        continue;
-      }
-      sections_.push_back(section);
-    }
+void ContactSheet::Begin(const Track& track) {
+  const std::lock_guard<std::mutex> lock(sheetAccess_);
+  for (const Size& size : track.sizes)
+    AddSection(track, size);
+}
+
+void ContactSheet::AddSection(const Track& track, const Size& size) {
+  const int cells = CellsOfSection() / track.picturesPerSample;
+  Section section;
+  section.track = &track;
+  section.size = size;
+  section.samples = static_cast<int>(std::min<int64_t>(cells, track.sequence.Count()));
+  section.thumbnail = ThumbnailSize(track.DisplayShape());
+  if (height_ + section.Height() > kMaxSheetHeight) {
+    ++sectionsLeftOut_;
+    return;
   }
+  height_ += section.Height();
+  section.surface = std::make_unique<CairoSurface>(Size{kSheetWidth, section.Height()});
+  section.pen.reset(cairo_create(section.surface->Get()));
+  cairo_set_source_rgb(section.pen.get(), kBackground, kBackground, kBackground);
+  cairo_paint(section.pen.get());
+  section.DrawHead();
+  for (int cell = 0; cell < section.Cells(); ++cell)
+    section.DrawEmptyCell(cell);
+  sections_.push_back(std::move(section));
 }
 
-void ContactSheet::DrawHead(const Section& section) {
-  DrawText(Title(*section.track, pen_.get()), kMargin, section.top + 32, 26, kBright, true);
-  DrawText(Head(*section.track, section.size), kMargin, section.top + 62, 18, kDim, false);
+void ContactSheet::Section::DrawText(const std::string& text, double x, double y, double points,
+                                     double brightness, bool bold) const {
+  cairo_select_font_face(pen.get(), "DejaVu Sans", CAIRO_FONT_SLANT_NORMAL,
+                         bold ? CAIRO_FONT_WEIGHT_BOLD : CAIRO_FONT_WEIGHT_NORMAL);
+  cairo_set_font_size(pen.get(), points);
+  cairo_set_source_rgb(pen.get(), brightness, brightness, brightness);
+  cairo_move_to(pen.get(), x, y);
+  cairo_show_text(pen.get(), text.c_str());
 }
 
-void ContactSheet::DrawEmptyCell(const Section& section, int cell) {
-  cairo_set_source_rgb(pen_.get(), kEmptyCell, kEmptyCell, kEmptyCell);
-  cairo_rectangle(pen_.get(), section.CellLeft(cell), section.CellTop(cell),
-                  section.thumbnail.width, section.thumbnail.height);
-  cairo_fill(pen_.get());
+void ContactSheet::Section::DrawHead() const {
+  DrawText(Title(*track, pen.get()), kMargin, 32, 26, kBright, true);
+  DrawText(Head(*track, size), kMargin, 62, 18, kDim, false);
 }
 
-void ContactSheet::DrawCaption(const Section& section, int cell, const Picture& picture) {
-  const double baseline = section.CellTop(cell) + section.thumbnail.height + 18;
+void ContactSheet::Section::DrawEmptyCell(int cell) const {
+  cairo_set_source_rgb(pen.get(), kEmptyCell, kEmptyCell, kEmptyCell);
+  cairo_rectangle(pen.get(), CellLeft(cell), CellTop(cell), thumbnail.width, thumbnail.height);
+  cairo_fill(pen.get());
+}
+
+void ContactSheet::Section::DrawCaption(int cell, const Picture& picture) const {
+  const double baseline = CellTop(cell) + thumbnail.height + 18;
   const std::string field = FieldName(picture);
   const std::string caption = "track " + std::to_string(picture.track.index) + "   " +
                               ToTimeCode(picture.track, picture.sampleNumber) + "   " +
-                              section.size.ToString() + (field.empty() ? "" : "   " + field) +
+                              size.ToString() + (field.empty() ? "" : "   " + field) +
                               (picture.image ? "" : "   not shown");
-  DrawText(caption, section.CellLeft(cell), baseline, 14, picture.image ? kBright : kDim, false);
+  DrawText(caption, CellLeft(cell), baseline, 14, picture.image ? kBright : kDim, false);
 }
 
-void ContactSheet::DrawText(const std::string& text, double x, double y, double size,
-                            double brightness, bool bold) {
-  cairo_t* const pen = pen_.get();
-  cairo_select_font_face(pen, "DejaVu Sans", CAIRO_FONT_SLANT_NORMAL,
-                         bold ? CAIRO_FONT_WEIGHT_BOLD : CAIRO_FONT_WEIGHT_NORMAL);
-  cairo_set_font_size(pen, size);
-  cairo_set_source_rgb(pen, brightness, brightness, brightness);
-  cairo_move_to(pen, x, y);
-  cairo_show_text(pen, text.c_str());
+const ContactSheet::Section* ContactSheet::Find(const Picture& picture) {
+  const std::lock_guard<std::mutex> lock(sheetAccess_);
+  for (const Section& section : sections_) {
+    if (section.track == &picture.track && section.size == picture.size)
+      return &section;
+  }
+  return nullptr;
 }
 
 void ContactSheet::Write(const Picture& picture) {
-  for (const Section& section : sections_) {
-    if (section.track != &picture.track || section.size != picture.size)
-      continue;
-    const int cell = section.CellOf(picture);
-    if (cell < 0)
-      return;
-    std::unique_ptr<CairoSurface> thumbnail;
-    if (picture.image)
-      thumbnail = std::make_unique<CairoSurface>(Shrink(*picture.image, section.thumbnail));
-    const std::lock_guard<std::mutex> lock(sheetAccess_);
-    if (thumbnail) {
-      cairo_set_source_surface(pen_.get(), thumbnail->Get(), section.CellLeft(cell),
-                               section.CellTop(cell));
-      cairo_paint(pen_.get());
-    }
-    DrawCaption(section, cell, picture);
+  const Section* const section = Find(picture);
+  const int cell = section == nullptr ? -1 : section->CellOf(picture);
+  if (cell < 0)
     return;
+  std::unique_ptr<CairoSurface> thumbnail;
+  if (picture.image)
+    thumbnail = std::make_unique<CairoSurface>(Shrink(*picture.image, section->thumbnail));
+  const std::lock_guard<std::mutex> lock(sheetAccess_);
+  if (thumbnail) {
+    cairo_set_source_surface(section->pen.get(), thumbnail->Get(), section->CellLeft(cell),
+                             section->CellTop(cell));
+    cairo_paint(section->pen.get());
   }
+  section->DrawCaption(cell, picture);
 }
 
+// In the order of the command line, whatever began first.
 void ContactSheet::Finish() {
   const std::lock_guard<std::mutex> lock(sheetAccess_);
+  if (sections_.empty())
+    return;
   if (sectionsLeftOut_ != 0) {
     PrintProblem(path_.string() + ": " + std::to_string(sectionsLeftOut_) +
                  " more tracks and sizes do not fit on the sheet");
   }
-  sheet_->WritePng(path_);
+  std::stable_sort(sections_.begin(), sections_.end(), [](const Section& a, const Section& b) {
+    return a.track->index < b.track->index;
+  });
+  const CairoSurface sheet(Size{kSheetWidth, height_});
+  const Pen pen(cairo_create(sheet.Get()));
+  cairo_set_source_rgb(pen.get(), kBackground, kBackground, kBackground);
+  cairo_paint(pen.get());
+  int top = kMargin;
+  for (Section& section : sections_) {
+    cairo_set_source_surface(pen.get(), section.surface->Get(), 0, top);
+    cairo_paint(pen.get());
+    top += section.Height();
+  }
+  sheet.WritePng(path_);
 }
 
 }  // namespace Moravel::Play

@@ -10,6 +10,7 @@ class PngSink : public IPictureSink {
  public:
   explicit PngSink(const std::filesystem::path& folder);
 
+  void Begin(const Track&) override {}
   void Write(const Picture& picture) override;
   void Finish() override {}
 

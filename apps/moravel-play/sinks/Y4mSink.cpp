@@ -31,8 +31,14 @@ std::string Header(const Track& track) {
 
 }  // namespace
 
-Y4mSink::Y4mSink(const std::filesystem::path& path, const Track& track) : file_(path) {
-  file_.Write(Bytes(Header(track)));
+void Y4mSink::Begin(const Track& track) {
+  file_.emplace(path_);
+  file_->Write(Bytes(Header(track)));
+}
+
+void Y4mSink::Finish() {
+  if (file_)
+    file_->Close();
 }
 
 void Y4mSink::Write(const Picture& picture) {
@@ -69,8 +75,8 @@ void Y4mSink::WriteWhatIsNext(std::unique_lock<std::mutex>& lock) {
 
 void Y4mSink::WriteFrame(const qel::IVideoSample& image) {
   const qel::BufferConstPtr data = image.GetData();
-  file_.Write(Bytes("FRAME\n"));
-  file_.Write({data->GetInnerBuffer(), data->GetDataSize()});
+  file_->Write(Bytes("FRAME\n"));
+  file_->Write({data->GetInnerBuffer(), data->GetDataSize()});
 }
 
 }  // namespace Moravel::Play

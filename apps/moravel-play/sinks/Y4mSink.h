@@ -3,6 +3,7 @@
 #include <condition_variable>
 #include <map>
 #include <mutex>
+#include <optional>
 
 #include "sinks/OutputFile.h"
 #include "sinks/Picture.h"
@@ -16,17 +17,19 @@ namespace Moravel::Play {
 // never more than a few.
 class Y4mSink : public IPictureSink {
  public:
-  Y4mSink(const std::filesystem::path& path, const Track& track);
+  explicit Y4mSink(const std::filesystem::path& path) : path_(path) {}
 
+  void Begin(const Track& track) override;
   void Write(const Picture& picture) override;
-  void Finish() override { file_.Close(); }
+  void Finish() override;
 
  private:
   // Takes the lock of the pictures, and gives it back while it writes.
   void WriteWhatIsNext(std::unique_lock<std::mutex>& lock);
   void WriteFrame(const qel::IVideoSample& image);
 
-  OutputFile file_;  // used by the thread that set writing_
+  const std::filesystem::path path_;
+  std::optional<OutputFile> file_;  // from Begin; used by the thread that set writing_
 
   std::mutex picturesAccess_;  // guards all below
   std::condition_variable advanced_;

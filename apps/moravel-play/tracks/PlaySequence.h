@@ -16,6 +16,8 @@ class PlaySequence {
   int64_t Count() const { return count_; }
   // The sample number at a position from 0 to Count() - 1.
   int64_t SampleAt(int64_t position) const;
+  // Whether samples follow each other up or down.
+  bool IsConsecutive() const { return order_ != Order::Random; }
 
  private:
   uint64_t Shuffle(uint64_t position) const;

@@ -148,9 +148,8 @@ NamedServers NameServers(const Options& options, Setup& setup, std::map<int, Fai
   return servers;
 }
 
-}  // namespace
-
-std::vector<PlayingTrack*> Setup::Tracks() const {
+// In the order of the command line.
+std::vector<PlayingTrack*> ListTracks(const std::vector<PlayingServer>& servers) {
   std::vector<PlayingTrack*> tracks;
   for (const PlayingServer& server : servers) {
     for (const auto& track : server.tracks)
@@ -161,6 +160,8 @@ std::vector<PlayingTrack*> Setup::Tracks() const {
   });
   return tracks;
 }
+
+}  // namespace
 
 Setup OpenTracks(const Options& options) {
   Setup setup;
@@ -178,6 +179,7 @@ Setup OpenTracks(const Options& options) {
     if (!opened.server.tracks.empty())
       setup.servers.push_back(std::move(opened.server));
   }
+  setup.tracks = ListTracks(setup.servers);
   for (auto& [index, track] : failed)
     setup.failed.push_back(std::move(track));
   return setup;

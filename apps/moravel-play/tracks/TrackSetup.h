@@ -40,10 +40,8 @@ struct FailedTrack {
 struct Setup {
   std::unique_ptr<Player::StorageServer> fileServer;
   std::vector<PlayingServer> servers;  // only such as have tracks
-  std::vector<FailedTrack> failed;
-
-  // In the order of the command line.
-  std::vector<PlayingTrack*> Tracks() const;
+  std::vector<PlayingTrack*> tracks;   // all of them, in the order of the command line
+  std::vector<FailedTrack> failed;     // in that order
 };
 
 // Opens everything, all servers at the same time. A track that cannot be opened is a failed track;
