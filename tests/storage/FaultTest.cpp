@@ -10,7 +10,7 @@
 #include "Player/QELSample.h"
 #include "SourceFixture.h"
 #include "elements/StopScope.h"
-#include "elements/storage/HttpResponse.h"
+#include "elements/storage/HttpTransfer.h"
 #include "storage-server/Listening.h"
 #include "support/FaultyServer.h"
 

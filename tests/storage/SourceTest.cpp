@@ -188,13 +188,13 @@ TEST_F(Served, ReadsSamplesAsLargeAsAllowed) {
   const Clip clip = Serve({.container = Container::Mov, .pictures = 1});
   const auto mov = ReadFile(clip.file);
   for (const auto excess : Bytes8{0, 1}) {
-    WriteFile(clip.file, Patched(mov, "stsz", 8, {4, 0, 0, excess}));
-    std::filesystem::resize_file(clip.file, qel::kMaxSampleBytes + 100'000);
+    WriteFile(clip.file, Patched(mov, "stsz", 8, {1, 128, 0, excess}));
+    std::filesystem::resize_file(clip.file, qel::kMaxPictureBytes + 100'000);
     source.Init(server.Port());
     EXPECT_THAT(ErrorOf([&] {
-                  EXPECT_EQ(AllBytes(source.media->GetSample()).size(), qel::kMaxSampleBytes);
+                  EXPECT_EQ(AllBytes(source.media->GetSample()).size(), qel::kMaxPictureBytes);
                 }),
-                Says(excess == 0 ? "" : "of 67108865 bytes is larger than"));
+                Says(excess == 0 ? "" : "of 25165825 bytes is larger than"));
   }
 }
 

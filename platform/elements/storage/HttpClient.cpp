@@ -1,16 +1,23 @@
 #include "elements/storage/HttpClient.h"
 
+#include <algorithm>
 #include <new>
+#include <string>
 #include <utility>
 
+#include "elements/storage/HttpTransfer.h"
 #include "qel/WorkflowStepImplementation.h"
 
 namespace qel {
 
 namespace {
 
-// Connections that are kept without a transfer.
-constexpr long kMaxIdleConnections = 8;
+using std::chrono::milliseconds;
+
+// Connections, and handles, that are kept without a transfer.
+constexpr size_t kMaxIdle = 16;
+constexpr long kReceiveBufferBytes = 512 << 10;
+constexpr milliseconds kLongestWait{50};
 
 CURLM* CreateMulti() {
   static const CURLcode initialised = curl_global_init(CURL_GLOBAL_DEFAULT);
@@ -27,9 +34,46 @@ void Check(CURLMcode result) {
 
 }  // namespace
 
-HttpClient::HttpClient(StorageAddress address, HttpTimeouts timeouts)
-    : address_(std::move(address)), timeouts_(timeouts), multi_(CreateMulti()) {
-  Check(curl_multi_setopt(multi_.get(), CURLMOPT_MAXCONNECTS, kMaxIdleConnections));
+void CheckOption(CURLcode result) {
+  if (result == CURLE_OUT_OF_MEMORY)
+    throw std::bad_alloc();
+  if (result != CURLE_OK)
+    throw QELRuntimeError(std::string("HTTP option refused: ") + curl_easy_strerror(result));
+}
+
+HttpClient::HttpClient(StorageAddress address, HttpLimits limits)
+    : address_(std::move(address)), limits_(limits), multi_(CreateMulti()) {
+  Check(curl_multi_setopt(multi_.get(), CURLMOPT_MAXCONNECTS, static_cast<long>(kMaxIdle)));
+  idle_.reserve(kMaxIdle);
+}
+
+CurlEasy HttpClient::TakeEasy() {
+  if (!idle_.empty()) {
+    CurlEasy easy = std::move(idle_.back());
+    idle_.pop_back();
+    return easy;
+  }
+  CurlEasy easy(curl_easy_init());
+  if (!easy)
+    throw std::bad_alloc();
+  SetOption(easy, CURLOPT_PROTOCOLS_STR, "http");
+  SetOption(easy, CURLOPT_REDIR_PROTOCOLS_STR, "http");
+  SetOption(easy, CURLOPT_FOLLOWLOCATION, 1L);
+  SetOption(easy, CURLOPT_MAXREDIRS, kMaxRedirects);
+  SetOption(easy, CURLOPT_HTTP_VERSION, static_cast<long>(CURL_HTTP_VERSION_1_1));
+  SetOption(easy, CURLOPT_PROXY, "");  // whatever the environment says
+  SetOption(easy, CURLOPT_NOSIGNAL, 1L);
+  SetOption(easy, CURLOPT_QUICK_EXIT, 1L);  // a name that is being resolved holds up nobody
+  SetOption(easy, CURLOPT_BUFFERSIZE, kReceiveBufferBytes);
+  SetOption(easy, CURLOPT_CONNECTTIMEOUT_MS, static_cast<long>(limits_.connect.count()));
+  if (const std::string& socket = address_.UnixDomainSocket(); !socket.empty())
+    SetOption(easy, CURLOPT_UNIX_SOCKET_PATH, socket.c_str());
+  return easy;
+}
+
+void HttpClient::GiveBack(CurlEasy easy) {
+  if (idle_.size() < kMaxIdle)
+    idle_.push_back(std::move(easy));
 }
 
 void HttpClient::Add(CURL* transfer) {
@@ -53,8 +97,10 @@ void HttpClient::Perform() {
   }
 }
 
-void HttpClient::Wait(std::chrono::milliseconds timeout) {
-  Check(curl_multi_poll(multi_.get(), nullptr, 0, static_cast<int>(timeout.count()), nullptr));
+void HttpClient::Wait() {
+  const auto begin = std::chrono::steady_clock::now();
+  Check(curl_multi_poll(multi_.get(), nullptr, 0, kLongestWait.count(), nullptr));
+  listened_ += std::min<Duration>(std::chrono::steady_clock::now() - begin, 2 * kLongestWait);
 }
 
 }  // namespace qel

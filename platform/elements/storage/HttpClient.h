@@ -3,19 +3,38 @@
 #include <curl/curl.h>
 
 #include <chrono>
+#include <cstdint>
 #include <memory>
-#include <string>
 #include <vector>
 
 #include "elements/storage/StorageAddress.h"
 
 namespace qel {
 
-struct HttpTimeouts {
-  std::chrono::milliseconds connect;
-  // For how long a server may send nothing, before its answer and inside it.
-  std::chrono::milliseconds stall;
+// How long a server may take, and how little it may send.
+struct HttpLimits {
+  std::chrono::milliseconds connect;  // with the resolution of its name
+  std::chrono::milliseconds stall;    // without sending anything, before its answer and inside it
+  // Until the head of an answer is complete, whatever comes meanwhile (interim answers, redirects,
+  // header lines).
+  std::chrono::milliseconds answer;
+  std::chrono::milliseconds open;  // for all that is read of a track to open it
+  // Bytes a second that a body has at least, over each window of that length.
+  int64_t leastRate;
+  std::chrono::milliseconds rateWindow;
 };
+
+struct CurlEasyCleanup {
+  void operator()(CURL* easy) const { curl_easy_cleanup(easy); }
+};
+using CurlEasy = std::unique_ptr<CURL, CurlEasyCleanup>;
+
+// Throws when libcurl does not take the option.
+void CheckOption(CURLcode result);
+template <typename T>
+void SetOption(const CurlEasy& easy, CURLoption option, T value) {
+  CheckOption(curl_easy_setopt(easy.get(), option, value));
+}
 
 // What a transfer is told, from inside HttpClient::Perform.
 class IHttpTransfer {
@@ -31,20 +50,30 @@ class IHttpTransfer {
 // meanwhile. Used by one thread at a time, but for Wake.
 class HttpClient {
  public:
-  HttpClient(StorageAddress address, HttpTimeouts timeouts);
+  using Duration = std::chrono::steady_clock::duration;
+
+  HttpClient(StorageAddress address, HttpLimits limits);
 
   const StorageAddress& Address() const { return address_; }
-  const HttpTimeouts& Timeouts() const { return timeouts_; }
+  const HttpLimits& Limits() const { return limits_; }
+
+  // A handle with the options that all requests have in common; used ones may be given back.
+  CurlEasy TakeEasy();
+  void GiveBack(CurlEasy easy);
 
   // A transfer runs from Add until it is done or removed; CURLOPT_PRIVATE is its IHttpTransfer.
   void Add(CURL* transfer);
   void Remove(CURL* transfer);
   // Does what can be done at once for all transfers.
   void Perform();
-  // Returns when there is something to do, at the latest after `timeout`.
-  void Wait(std::chrono::milliseconds timeout);
+  // Returns when there is something to do, at the latest after some milliseconds.
+  void Wait();
   // Ends the wait under way, or else the next one. Any thread may call it while the client lives.
   void Wake() noexcept { curl_multi_wakeup(multi_.get()); }
+
+  // For how long the server has been waited for in all: the clock of all limits. It stands still
+  // while nobody waits, and while the process is stopped.
+  Duration Listened() const { return listened_; }
 
  private:
   struct MultiCleanup {
@@ -52,8 +81,10 @@ class HttpClient {
   };
 
   const StorageAddress address_;
-  const HttpTimeouts timeouts_;
+  const HttpLimits limits_;
   const std::unique_ptr<CURLM, MultiCleanup> multi_;
+  std::vector<CurlEasy> idle_;
+  Duration listened_{};
 };
 
 }  // namespace qel

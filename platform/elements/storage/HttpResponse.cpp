@@ -1,7 +1,6 @@
 #include "elements/storage/HttpResponse.h"
 
 #include <algorithm>
-#include <cctype>
 #include <charconv>
 
 #include "qel/WorkflowStepImplementation.h"
@@ -10,18 +9,25 @@ namespace qel {
 
 namespace {
 
-std::string_view Trim(std::string_view text) {
-  constexpr std::string_view kBlank = " \t\r\n";
-  const size_t first = text.find_first_not_of(kBlank);
-  return first == std::string_view::npos
-             ? std::string_view()
-             : text.substr(first, text.find_last_not_of(kBlank) - first + 1);
+constexpr size_t kMaxValidator = 256;
+
+bool IsEntityTag(std::string_view tag) {
+  const auto isAllowed = [](char c) {
+    const auto byte = static_cast<unsigned char>(c);
+    return byte == 0x21 || (byte >= 0x23 && byte <= 0x7E) || byte >= 0x80;
+  };
+  return tag.size() >= 2 && tag.size() <= kMaxValidator && tag.front() == '"' &&
+         tag.back() == '"' && std::all_of(tag.begin() + 1, tag.end() - 1, isAllowed);
 }
 
-bool EqualsIgnoringCase(std::string_view a, std::string_view b) {
-  return std::equal(a.begin(), a.end(), b.begin(), b.end(), [](unsigned char x, unsigned char y) {
-    return std::tolower(x) == std::tolower(y);
-  });
+// By its letters; whether there is such a day is the server's own concern.
+bool IsDate(std::string_view date) {
+  const auto isAllowed = [](char c) {
+    return (c >= '0' && c <= '9') || (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') || c == ' ' ||
+           c == ',' || c == ':' || c == '-';
+  };
+  return !date.empty() && date.size() <= kMaxValidator &&
+         std::all_of(date.begin(), date.end(), isAllowed);
 }
 
 // A number of nothing but digits that fits.
@@ -39,36 +45,12 @@ std::string ByteRange::Text() const {
   return std::to_string(offset) + "-" + std::to_string(End() - 1);
 }
 
-void HttpResponse::AddHeaderLine(std::string_view line) {
-  headerBytes_ += line.size();
-  if (headerBytes_ > kMaxHeaderBytes) {
-    throw QELRuntimeError(
-        QEL_TEXT("server sent more than the " << kMaxHeaderBytes << " header bytes allowed"));
-  }
-  line = Trim(line);
-  if (line.starts_with("HTTP/")) {
-    const size_t headerBytes = headerBytes_;
-    *this = HttpResponse();
-    headerBytes_ = headerBytes;
-    statusLine_ = line.substr(0, 80);
-    const size_t space = line.find(' ');
-    if (space != std::string_view::npos)
-      status_ = static_cast<int>(ParseNumber(line.substr(space + 1, 3)).value_or(0));
-    return;
-  }
-  const size_t colon = line.find(':');
-  if (colon == std::string_view::npos)
-    return;
-  const std::string_view name = line.substr(0, colon);
-  const std::string_view value = Trim(line.substr(colon + 1));
-  if (EqualsIgnoringCase(name, "content-range"))
-    contentRange_ = value;
-  else if (EqualsIgnoringCase(name, "content-length"))
-    contentLength_ = value;
-  else if (EqualsIgnoringCase(name, "etag"))
-    etag_ = value;
-  else if (EqualsIgnoringCase(name, "last-modified"))
-    lastModified_ = value;
+std::string FileVersion::Precondition() const {
+  if (IsEntityTag(etag))
+    return "If-Match: " + etag;
+  if (etag.empty() && IsDate(lastModified))
+    return "If-Unmodified-Since: " + lastModified;
+  return {};
 }
 
 std::optional<HttpResponse::ContentRange> HttpResponse::ParseContentRange(std::string_view text) {
@@ -87,22 +69,27 @@ std::optional<HttpResponse::ContentRange> HttpResponse::ParseContentRange(std::s
 }
 
 HttpResponse::ContentRange HttpResponse::Content(const ByteRange& asked) const {
-  if (status_ == 416)
+  if (status == 416)
     throw QELRuntimeError("server answered 416: the file is empty or ends before byte " +
                           std::to_string(asked.offset));
-  if (status_ == 206) {
-    if (const auto content = ParseContentRange(contentRange_))
+  if (status == 206) {
+    const auto content = ParseContentRange(contentRange);
+    if (content && content->total > kMaxFileBytes) {
+      throw QELRuntimeError(QEL_TEXT("server answered that the file has "
+                                     << content->total << " bytes, at most " << kMaxFileBytes
+                                     << " are allowed"));
+    }
+    if (content)
       return *content;
     throw QELRuntimeError(QEL_TEXT("server answered Content-Range \""
-                                   << contentRange_.substr(0, 80) << "\" where bytes "
+                                   << contentRange.substr(0, 80) << "\" where bytes "
                                    << asked.Text() << "/SIZE was asked for"));
   }
-  const auto length = ParseNumber(contentLength_);
-  if (status_ == 200 && length && asked.offset == 0 && *length <= asked.size && *length > 0)
+  const auto length = ParseNumber(contentLength);
+  if (status == 200 && length && asked.offset == 0 && *length <= asked.size && *length > 0)
     return {{0, *length}, *length};  // the whole file was asked for
   throw QELRuntimeError(QEL_TEXT("server answered "
-                                 << (statusLine_.empty() ? "nothing" : statusLine_)
-                                 << " where 206 Partial Content of bytes " << asked.Text()
+                                 << status << " where 206 Partial Content of bytes " << asked.Text()
                                  << " was asked for"));
 }
 
@@ -113,21 +100,21 @@ FileVersion HttpResponse::CheckFirst(const ByteRange& asked) const {
     throw QELRuntimeError(QEL_TEXT("server answered bytes " << content.range.Text() << " where "
                                                             << asked.Text() << " was asked for"));
   }
-  return {content.total, etag_, lastModified_};
+  return {content.total, etag, lastModified};
 }
 
 void HttpResponse::CheckNext(const ByteRange& asked, const FileVersion& known) const {
-  if (status_ == 412 || status_ == 416) {
-    throw FileChangedError(
-        QEL_TEXT("the file was replaced on the server, it answered " << status_));
+  if (status == 412 || status == 416) {
+    throw FileChangedError(QEL_TEXT("the file was replaced on the server, it answered " << status));
   }
   const ContentRange content = Content(asked);
   const bool isSameVersion =
-      known.etag.empty() ? known.lastModified == lastModified_ : known.etag == etag_;
+      known.etag.empty() ? known.lastModified == lastModified : known.etag == etag;
   if (content.total != known.size || !isSameVersion) {
     throw FileChangedError(QEL_TEXT("the file was replaced on the server: it had "
-                                    << known.size << " bytes, ETag " << known.etag << ", and has "
-                                    << content.total << ", ETag " << etag_.substr(0, 80)));
+                                    << known.size << " bytes, ETag " << known.etag.substr(0, 80)
+                                    << ", and has " << content.total << ", ETag "
+                                    << etag.substr(0, 80)));
   }
   if (content.range.offset != asked.offset || content.range.size != asked.size) {
     throw QELRuntimeError(QEL_TEXT("server answered bytes " << content.range.Text() << " where "

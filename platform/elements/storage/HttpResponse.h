@@ -10,7 +10,8 @@
 
 namespace qel {
 
-constexpr size_t kMaxHeaderBytes = size_t{64} << 10;
+// Larger files are refused: no disk holds one, and positions can be added up without overflow.
+constexpr int64_t kMaxFileBytes = int64_t{1} << 53;
 
 // Bytes `offset` to `offset + size - 1` of a file.
 struct ByteRange {
@@ -27,6 +28,11 @@ struct FileVersion {
   int64_t size = 0;
   std::string etag;  // as sent, weak ones with their W/; empty when the server gives none
   std::string lastModified;
+
+  // The header line that asks for this version only, empty when none can: If-Match takes strong
+  // validators only, and what a server sent goes back to it only if it is made of the bytes that a
+  // validator may have (RFC 9110, sections 8.8.3 and 5.6.7).
+  std::string Precondition() const;
 };
 
 // The server has another version of the file than the one that its index was read from.
@@ -35,13 +41,15 @@ class FileChangedError : public QELRuntimeError {
   using QELRuntimeError::QELRuntimeError;
 };
 
-// The head of an answer to a request for a byte range (RFC 9110, section 14). Header lines go in
-// as they come; whatever they hold, no more than kMaxHeaderBytes are taken. Not thread-safe.
-class HttpResponse {
- public:
-  // One line, with or without its line end. A status line starts a new head (after a redirection or
-  // an interim answer). Throws QELRuntimeError when the lines are too long in all.
-  void AddHeaderLine(std::string_view line);
+// The head of an answer to a request for a byte range (RFC 9110, section 14): the status and the
+// values of those fields that count, empty where the server sent none. A value; what it holds may
+// be anything.
+struct HttpResponse {
+  int status = 0;
+  std::string contentRange;
+  std::string contentLength;
+  std::string etag;
+  std::string lastModified;
 
   // The version of the file, when the answer is as much of `asked` as the file has. Throws
   // QELRuntimeError, which says what the server answered and what would be right.
@@ -58,14 +66,6 @@ class HttpResponse {
   static std::optional<ContentRange> ParseContentRange(std::string_view text);
   // What the body is, once the status allows it.
   ContentRange Content(const ByteRange& asked) const;
-
-  size_t headerBytes_ = 0;
-  std::string statusLine_;
-  int status_ = 0;
-  std::string contentRange_;
-  std::string contentLength_;
-  std::string etag_;
-  std::string lastModified_;
 };
 
 }  // namespace qel

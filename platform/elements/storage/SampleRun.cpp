@@ -17,8 +17,13 @@ constexpr int64_t kMaxCompleteBytes = int64_t{1} << 20;
 
 }  // namespace
 
+int64_t MaxSampleBytes(const TrackIndex& index) {
+  return index.Facts().fieldOrder == FieldOrder::Progressive ? kMaxPictureBytes
+                                                             : 2 * kMaxPictureBytes;
+}
+
 SampleRun::SampleRun(const TrackIndex& index, int64_t fileSize, int64_t first, int64_t maxSamples,
-                     BufferPool& pool)
+                     MemoryPool& pool)
     : index_(index),
       pool_(pool),
       range_(Place(first)),
@@ -47,7 +52,7 @@ int64_t SampleRun::Following(int64_t number) const {
 void SampleRun::Extend(int64_t fileSize, int64_t maxSamples) {
   for (int64_t samples = 1; samples < maxSamples && end_ < index_.Count(); ++samples) {
     const ByteRange place = Place(end_);
-    if (place.size > kMaxSampleBytes || place.offset < range_.End() ||
+    if (place.size > MaxSampleBytes(index_) || place.offset < range_.End() ||
         place.offset - range_.End() > kMaxGapBytes || place.End() > fileSize ||
         place.End() - range_.offset > kMaxRunBytes)
       break;
@@ -73,7 +78,7 @@ size_t SampleRun::TakePart(std::span<const uint8_t> bytes) {
       static_cast<size_t>(std::min(partEnd - position_, static_cast<int64_t>(bytes.size())));
   if (!isGap) {
     if (!buffer_)
-      buffer_ = pool_.Acquire(static_cast<size_t>(place.size));
+      buffer_ = pool_.Take(static_cast<size_t>(place.size));
     std::memcpy(buffer_.get() + (position_ - place.offset), bytes.data(), count);
   }
   position_ += static_cast<int64_t>(count);

@@ -5,11 +5,16 @@
 #include <memory>
 #include <span>
 
-#include "elements/storage/BufferPool.h"
-#include "elements/storage/HttpFile.h"
+#include "elements/MemoryPool.h"
+#include "elements/storage/HttpTransfer.h"
 #include "elements/storage/TrackIndex.h"
 
 namespace qel {
+
+// Larger pictures are taken by no decoder.
+constexpr int64_t kMaxPictureBytes = int64_t{24} << 20;
+// Larger samples of a track are not read: one picture, or two fields.
+int64_t MaxSampleBytes(const TrackIndex& index);
 
 // The stored bytes of one sample, without what the container puts around them.
 struct SampleBytes {
@@ -24,7 +29,7 @@ class SampleRun : public IRangeReceiver {
   // Samples from `first` on, which is not empty, as far as they follow each other in the file, at
   // most `maxSamples` of them. The index outlives the run.
   SampleRun(const TrackIndex& index, int64_t fileSize, int64_t first, int64_t maxSamples,
-            BufferPool& pool);
+            MemoryPool& pool);
 
   const ByteRange& Range() const { return range_; }
   // The sample that TakeSample gives next; the index's count after the last one.
@@ -45,7 +50,7 @@ class SampleRun : public IRangeReceiver {
   void CheckChunkHeader(const uint8_t* header, uint32_t size) const;
 
   const TrackIndex& index_;
-  BufferPool& pool_;
+  MemoryPool& pool_;
   ByteRange range_;
   int64_t next_;      // to be taken
   int64_t arriving_;  // whose bytes come now

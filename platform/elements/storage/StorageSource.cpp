@@ -17,18 +17,37 @@ namespace {
 
 constexpr int64_t kConnectTimeoutMs = 2000;
 constexpr int64_t kStallTimeoutMs = 5000;
+constexpr int64_t kAnswerTimeoutMs = 10'000;
+constexpr int64_t kOpenTimeoutMs = 30'000;
+constexpr int64_t kLeastRate = 16 << 10;
+constexpr int64_t kRateWindowMs = 10'000;
 constexpr int64_t kMaxTimeoutMs = 3'600'000;
+constexpr int64_t kMaxLeastRate = 1'000'000'000;
+// Free memory of samples that is kept.
+constexpr size_t kMaxIdleBytes = size_t{2} << 20;
 // Tracks whose samples arrive at the same time.
 constexpr int kMaxLiveStreams = 8;
 
-std::chrono::milliseconds Timeout(const IParametersCollectionInstance& config,
-                                  const std::string& key, int64_t defaultMs) {
-  const int64_t value = config.GetParamInt64(key).value_or(defaultMs);
-  if (value < 1 || value > kMaxTimeoutMs) {
+int64_t Number(const IParametersCollectionInstance& config, const std::string& key,
+               int64_t defaultValue, int64_t least, int64_t most) {
+  const int64_t value = config.GetParamInt64(key).value_or(defaultValue);
+  if (value < least || value > most) {
     throw QELRuntimeError(
-        QEL_TEXT("\"" << key << "\" " << value << " is not from 1 to " << kMaxTimeoutMs));
+        QEL_TEXT("\"" << key << "\" " << value << " is not from " << least << " to " << most));
   }
-  return std::chrono::milliseconds(value);
+  return value;
+}
+
+HttpLimits Limits(const IParametersCollectionInstance& config) {
+  const auto timeout = [&config](const std::string& key, int64_t defaultMs) {
+    return std::chrono::milliseconds(Number(config, key, defaultMs, 1, kMaxTimeoutMs));
+  };
+  return {timeout("connect_timeout_ms", kConnectTimeoutMs),
+          timeout("stall_timeout_ms", kStallTimeoutMs),
+          timeout("answer_timeout_ms", kAnswerTimeoutMs),
+          timeout("open_timeout_ms", kOpenTimeoutMs),
+          Number(config, "least_rate", kLeastRate, 0, kMaxLeastRate),
+          timeout("rate_window_ms", kRateWindowMs)};
 }
 
 InfoList MakeInfos(const std::shared_ptr<const TrackIndex>& index) {
@@ -56,7 +75,7 @@ BufferConstPtr View(const SampleBytes& bytes, std::span<const uint8_t> part) {
 }  // namespace
 
 StorageSource::StorageSource()
-    : pool_(std::make_shared<BufferPool>()),
+    : pool_(std::make_shared<MemoryPool>(kMaxIdleBytes)),
       top_(CreateChannelInfo(0)),
       bottom_(CreateChannelInfo(1)),
       positionTime_(EditRate(1, 1), 0, nullptr) {}
@@ -67,9 +86,7 @@ void StorageSource::SetInitConfig(ParametersCollectionInstanceConstPtr config) {
   StorageAddress address(config->GetParamUTF8String("tcp_address").value_or(""),
                          config->GetParamInt64("tcp_port").value_or(0),
                          config->GetParamUTF8String("unix_domain_socket").value_or(""));
-  const HttpTimeouts timeouts{Timeout(*config, "connect_timeout_ms", kConnectTimeoutMs),
-                              Timeout(*config, "stall_timeout_ms", kStallTimeoutMs)};
-  auto client = std::make_unique<HttpClient>(std::move(address), timeouts);
+  auto client = std::make_unique<HttpClient>(std::move(address), Limits(*config));
   selected_.reset();
   tracks_.clear();
   client_ = std::move(client);
@@ -229,7 +246,11 @@ void RegisterStorageSource() {
                               {"tcp_port", {Int64}},
                               {"track_id", {Int64}},
                               {"connect_timeout_ms", {Int64, kConnectTimeoutMs}},
-                              {"stall_timeout_ms", {Int64, kStallTimeoutMs}}});
+                              {"stall_timeout_ms", {Int64, kStallTimeoutMs}},
+                              {"answer_timeout_ms", {Int64, kAnswerTimeoutMs}},
+                              {"open_timeout_ms", {Int64, kOpenTimeoutMs}},
+                              {"least_rate", {Int64, kLeastRate}},
+                              {"rate_window_ms", {Int64, kRateWindowMs}}});
   registration.updateConfig = std::make_shared<Prototype>(
       Prototype::ParameterMap{{"track_id", {Int64}}, {"remove_track", {Int64}}});
   RegisterElement("qel.StorageSource", "storage", std::move(registration));

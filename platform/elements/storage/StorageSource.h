@@ -7,7 +7,7 @@
 #include <optional>
 #include <string>
 
-#include "elements/storage/BufferPool.h"
+#include "elements/MemoryPool.h"
 #include "elements/storage/HttpClient.h"
 #include "elements/storage/StorageTrack.h"
 #include "qel/Elements.h"
@@ -25,7 +25,12 @@ void RegisterStorageSource();
 // wrong, never a missing sample, and the next call works as soon as the server does.
 //
 // Initial configuration: "tcp_address" and "tcp_port", or "unix_domain_socket" when not empty;
-// "track_id"; "connect_timeout_ms"; "stall_timeout_ms".
+// "track_id"; and how long the server may take before a call fails: "connect_timeout_ms" (2000;
+// with the resolution of its name), "stall_timeout_ms" (5000; without sending anything),
+// "answer_timeout_ms" (10000; until the header of an answer is complete), "open_timeout_ms" (30000;
+// for the whole opening of a track), "least_rate" (16384 bytes a second of an answer's body, over
+// each "rate_window_ms" (10000)). The time that the process was stopped for does not count.
+//
 // Update configuration: "remove_track" forgets a track; "track_id" selects one, and opens it when
 // it is not open. When that fails no track is selected.
 class StorageSource : public ISource {
@@ -63,7 +68,7 @@ class StorageSource : public ISource {
   void LimitStreams(const StorageTrack& reading);
   SampleContainerConstPtr MakeContainer(const OpenTrack& open, const SampleBytes& bytes) const;
 
-  const std::shared_ptr<BufferPool> pool_;
+  const std::shared_ptr<MemoryPool> pool_;
   const ChannelInfoConstPtr top_;
   const ChannelInfoConstPtr bottom_;
   std::unique_ptr<HttpClient> client_;  // outlives the tracks

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <utility>
 
+#include "elements/storage/Printable.h"
 #include "qel/WorkflowStepImplementation.h"
 
 namespace qel {
@@ -18,10 +19,10 @@ constexpr int64_t kMaxRunSamples = 65536;
 
 }  // namespace
 
-StorageTrack::StorageTrack(HttpClient& client, std::shared_ptr<BufferPool> pool, int64_t trackId)
+StorageTrack::StorageTrack(HttpClient& client, std::shared_ptr<MemoryPool> pool, int64_t trackId)
     : name_("track " + client.Address().TrackName(trackId)),
       pool_(std::move(pool)),
-      maxIdle_(client.Timeouts().stall),
+      maxIdle_(client.Limits().stall),
       file_(client, trackId) {
   Reopen();
 }
@@ -30,15 +31,15 @@ StorageTrack::~StorageTrack() {
   StopStreaming();
 }
 
-// Puts the track's name in front of what went wrong.
+// Puts the track's name in front of what went wrong. Servers and files have a say in these texts.
 template <typename Function>
 auto StorageTrack::Named(Function function) {
   try {
     return function();
   } catch (const FileChangedError& error) {
-    throw FileChangedError(name_ + ": " + error.what());
+    throw FileChangedError(name_ + ": " + Printable(error.what()));
   } catch (const QELRuntimeError& error) {
-    throw QELRuntimeError(name_ + ": " + error.what());
+    throw QELRuntimeError(name_ + ": " + Printable(error.what()));
   }
 }
 
@@ -52,7 +53,7 @@ void StorageTrack::Reopen() {
 }
 
 void StorageTrack::StopStreaming() {
-  file_.StopRange();
+  transfer_.reset();
   run_.reset();
 }
 
@@ -80,7 +81,7 @@ SampleBytes StorageTrack::ReadStored(int64_t number) {
     runSamples_ = goesOn ? std::min(runSamples_ * kRunGrowth, kMaxRunSamples) : 1;
     StartRun(number);
   }
-  file_.Receive();
+  transfer_->Receive();
   SampleBytes sample = run_->TakeSample();
   if (run_->IsAtEnd())
     StopStreaming();
@@ -89,10 +90,10 @@ SampleBytes StorageTrack::ReadStored(int64_t number) {
 
 void StorageTrack::CheckPlace(int64_t number) const {
   const TrackIndex::Sample sample = index_->At(number);
-  if (sample.size > kMaxSampleBytes) {
+  if (sample.size > MaxSampleBytes(*index_)) {
     throw QELRuntimeError(QEL_TEXT("sample " << number << " of " << sample.size
-                                             << " bytes is larger than the " << kMaxSampleBytes
-                                             << " that are read"));
+                                             << " bytes is larger than the "
+                                             << MaxSampleBytes(*index_) << " that are read"));
   }
   const int64_t header = index_->isAvi ? TrackIndex::kAviChunkHeaderBytes : 0;
   if (sample.offset < header || sample.offset > file_.Size() - sample.size) {
@@ -104,7 +105,7 @@ void StorageTrack::CheckPlace(int64_t number) const {
 
 void StorageTrack::StartRun(int64_t number) {
   run_ = std::make_unique<SampleRun>(*index_, file_.Size(), number, runSamples_, *pool_);
-  file_.StartRange(run_->Range(), *run_);
+  transfer_ = file_.Start(run_->Range(), *run_);
 }
 
 }  // namespace qel

@@ -6,7 +6,7 @@
 #include <optional>
 #include <string>
 
-#include "elements/storage/BufferPool.h"
+#include "elements/MemoryPool.h"
 #include "elements/storage/HttpFile.h"
 #include "elements/storage/SampleRun.h"
 #include "elements/storage/TrackIndex.h"
@@ -21,7 +21,7 @@ namespace qel {
 class StorageTrack {
  public:
   // Reads the index. The client outlives the track.
-  StorageTrack(HttpClient& client, std::shared_ptr<BufferPool> pool, int64_t trackId);
+  StorageTrack(HttpClient& client, std::shared_ptr<MemoryPool> pool, int64_t trackId);
   ~StorageTrack();
 
   // "track ADDRESS:PORT:Tn"
@@ -50,14 +50,15 @@ class StorageTrack {
   void StartRun(int64_t number);
 
   const std::string name_;
-  const std::shared_ptr<BufferPool> pool_;
+  const std::shared_ptr<MemoryPool> pool_;
   const std::chrono::milliseconds maxIdle_;
   HttpFile file_;
   std::shared_ptr<const TrackIndex> index_;
   std::unique_ptr<SampleRun> run_;
-  int64_t runSamples_ = 0;      // that the next request of a sequence may cover
-  int64_t successor_ = -1;      // of the sample that was read last
-  int64_t sequenceLength_ = 0;  // samples that followed each other up to that one
+  std::unique_ptr<HttpTransfer> transfer_;  // of the run
+  int64_t runSamples_ = 0;                  // that the next request of a sequence may cover
+  int64_t successor_ = -1;                  // of the sample that was read last
+  int64_t sequenceLength_ = 0;              // samples that followed each other up to that one
   std::chrono::steady_clock::time_point lastRead_;
 };
 

@@ -12,7 +12,6 @@
 namespace qel {
 
 constexpr int64_t kMaxIndexEntries = 10'000'000;
-constexpr int64_t kMaxSampleBytes = int64_t{64} << 20;
 // All that is read of one file while its index is.
 constexpr int64_t kMaxIndexBytes = int64_t{384} << 20;
 // How far into its first picture a track is looked at for the picture's size.

@@ -1,0 +1,265 @@
+#include "elements/storage/HttpTransfer.h"
+
+#include <strings.h>
+
+#include <algorithm>
+#include <new>
+#include <stop_token>
+#include <string>
+#include <utility>
+
+#include "elements/StopScope.h"
+#include "qel/WorkflowStepImplementation.h"
+
+namespace qel {
+
+namespace {
+
+using std::chrono::milliseconds;
+
+// A field of the last answer, empty when it has none.
+std::string Field(const CurlEasy& easy, const char* name) {
+  constexpr int kLastRequest = -1;
+  curl_header* header = nullptr;
+  const bool isThere =
+      curl_easy_header(easy.get(), name, 0, CURLH_HEADER, kLastRequest, &header) == CURLHE_OK;
+  return isThere ? header->value : "";
+}
+
+int Status(const CurlEasy& easy) {
+  long status = 0;
+  curl_easy_getinfo(easy.get(), CURLINFO_RESPONSE_CODE, &status);
+  return static_cast<int>(status);
+}
+
+bool HaveSame(CURLUPart part, CURLU* a, CURLU* b) {
+  const auto get = [part](CURLU* url) {
+    char* text = nullptr;
+    curl_url_get(url, part, &text, CURLU_DEFAULT_PORT);
+    return std::unique_ptr<char, decltype(&curl_free)>(text, &curl_free);
+  };
+  const auto ofA = get(a), ofB = get(b);
+  return ofA && ofB && ::strcasecmp(ofA.get(), ofB.get()) == 0;
+}
+
+}  // namespace
+
+HttpTransfer::HttpTransfer(HttpClient& client, CURLU* url, const ByteRange& range,
+                           const FileVersion* known, IRangeReceiver& receiver)
+    : client_(client),
+      url_(url),
+      range_(range),
+      known_(known),
+      receiver_(receiver),
+      easy_(client.TakeEasy()) {
+  SetOption(easy_, CURLOPT_CURLU, url_);
+  SetOption(easy_, CURLOPT_RANGE, range_.Text().c_str());
+  SetOption(easy_, CURLOPT_ERRORBUFFER, curlError_);
+  SetOption(easy_, CURLOPT_HEADERFUNCTION, &HttpTransfer::OnHeader);
+  SetOption(easy_, CURLOPT_HEADERDATA, this);
+  SetOption(easy_, CURLOPT_WRITEFUNCTION, &HttpTransfer::OnBody);
+  SetOption(easy_, CURLOPT_WRITEDATA, this);
+  SetOption(easy_, CURLOPT_PRIVATE, static_cast<IHttpTransfer*>(this));
+  SetPrecondition();
+  Start();
+}
+
+HttpTransfer::~HttpTransfer() {
+  if (isRunning_)
+    client_.Remove(easy_.get());
+  curl_easy_setopt(easy_.get(), CURLOPT_HTTPHEADER, nullptr);
+  curl_easy_setopt(easy_.get(), CURLOPT_ERRORBUFFER, nullptr);
+  client_.GiveBack(std::move(easy_));
+}
+
+void HttpTransfer::SetPrecondition() {
+  const std::string header = known_ == nullptr ? std::string() : known_->Precondition();
+  if (header.empty())
+    return;
+  precondition_.reset(curl_slist_append(nullptr, header.c_str()));
+  if (!precondition_)
+    throw std::bad_alloc();
+  SetOption(easy_, CURLOPT_HTTPHEADER, precondition_.get());
+}
+
+void HttpTransfer::Start() {
+  started_ = lastProgress_ = client_.Listened();
+  client_.Add(easy_.get());
+  isRunning_ = true;
+}
+
+void HttpTransfer::Listen() {
+  lastProgress_ = windowStart_ = client_.Listened();  // nobody listened since the last call
+  windowStartReceived_ = received_;
+  if (std::exchange(isPaused_, false) && isRunning_)
+    curl_easy_pause(easy_.get(), CURLPAUSE_CONT);
+}
+
+void HttpTransfer::Receive(Duration until) {
+  const std::stop_token stop = StopScope::Current();
+  const std::stop_callback wake(stop, [this] { client_.Wake(); });
+  Listen();
+  while (true) {
+    if (stop.stop_requested())
+      throw QELRuntimeError("stopped by the host");
+    if (receiver_.HasEnough() && isChecked_)
+      break;
+    if (error_)
+      std::rethrow_exception(error_);
+    if (isDone_)
+      return CheckComplete();
+    client_.Perform();
+    if (IsOver() || receiver_.HasEnough())
+      continue;
+    CheckTime(until);
+    client_.Wait();
+  }
+  if (received_ == range_.size && !isDone_)
+    client_.Perform();  // lets the transfer end, so that its connection is free for the next
+}
+
+void HttpTransfer::CheckTime(Duration until) {
+  const HttpLimits& limits = client_.Limits();
+  const Duration now = client_.Listened();
+  if (now - lastProgress_ >= limits.stall) {
+    throw QELRuntimeError(QEL_TEXT("server sent nothing for "
+                                   << limits.stall.count() << " ms, after " << received_
+                                   << " of the " << range_.size << " bytes asked for"));
+  }
+  if (!isChecked_ && now - started_ >= limits.answer) {
+    throw QELRuntimeError(
+        QEL_TEXT("server did not come to the end of an answer's header within the "
+                 << limits.answer.count() << " ms allowed"));
+  }
+  if (now >= until)
+    throw QELRuntimeError(
+        QEL_TEXT("opening takes longer than the " << limits.open.count() << " ms allowed"));
+  CheckRate(now);
+}
+
+void HttpTransfer::CheckRate(Duration now) {
+  const HttpLimits& limits = client_.Limits();
+  if (!isChecked_ || now - windowStart_ < limits.rateWindow)
+    return;
+  const int64_t sent = received_ - windowStartReceived_;
+  if (sent * 1000 < limits.leastRate * limits.rateWindow.count()) {
+    throw QELRuntimeError(QEL_TEXT(
+        "server sent " << sent << " bytes in " << limits.rateWindow.count()
+                       << " ms, where at least " << limits.leastRate << " a second are to come"));
+  }
+  windowStart_ = now;
+  windowStartReceived_ = received_;
+}
+
+void HttpTransfer::CheckComplete() const {
+  if (result_ != CURLE_OK) {
+    throw QELRuntimeError(
+        QEL_TEXT((curlError_[0] == '\0' ? curl_easy_strerror(result_) : curlError_)
+                 << " (after " << received_ << " of the " << range_.size << " bytes asked for)"));
+  }
+  const int64_t expected = std::min(range_.size, version_.size - range_.offset);
+  if (received_ != expected) {
+    throw QELRuntimeError(
+        QEL_TEXT("server sent " << received_ << " bytes where " << expected << " were to come"));
+  }
+}
+
+// Another server that is reached through this one's answers might be one that only this machine can
+// reach.
+void HttpTransfer::CheckRedirect() const {
+  const std::string location = Field(easy_, "location");
+  if (Status(easy_) / 100 != 3 || location.empty())
+    return;
+  const CurlUrl target(curl_url_dup(url_));
+  if (!target)
+    throw std::bad_alloc();
+  const bool isUrl = curl_url_set(target.get(), CURLUPART_URL, location.c_str(), 0) == CURLUE_OK;
+  if (!isUrl || !HaveSame(CURLUPART_SCHEME, url_, target.get()) ||
+      !HaveSame(CURLUPART_HOST, url_, target.get()) ||
+      !HaveSame(CURLUPART_PORT, url_, target.get())) {
+    throw QELRuntimeError(QEL_TEXT("server redirects to \""
+                                   << location.substr(0, 80)
+                                   << "\", where only another path of itself is followed"));
+  }
+}
+
+void HttpTransfer::CheckResponse() {
+  const HttpResponse response{Status(easy_), Field(easy_, "content-range"),
+                              Field(easy_, "content-length"), Field(easy_, "etag"),
+                              Field(easy_, "last-modified")};
+  if (known_ != nullptr) {
+    response.CheckNext(range_, *known_);
+    version_ = *known_;
+  } else {
+    version_ = response.CheckFirst(range_);
+  }
+  isChecked_ = true;
+  windowStart_ = client_.Listened();
+}
+
+size_t HttpTransfer::OnHeader(char* bytes, size_t, size_t size, void* self) {
+  auto* const transfer = static_cast<HttpTransfer*>(self);
+  try {
+    transfer->TakeHeaderLine({bytes, size});
+    return size;
+  } catch (...) {  // must not pass through the library: Receive throws it again
+    transfer->error_ = std::current_exception();
+    return 0;
+  }
+}
+
+void HttpTransfer::TakeHeaderLine(std::string_view line) {
+  lastProgress_ = client_.Listened();
+  headerBytes_ += line.size();
+  if (headerBytes_ > kMaxHeaderBytes) {
+    throw QELRuntimeError(
+        QEL_TEXT("server sent more than the " << kMaxHeaderBytes << " header bytes allowed"));
+  }
+  if (line == "\r\n" || line == "\n")
+    CheckRedirect();
+}
+
+size_t HttpTransfer::OnBody(char* bytes, size_t, size_t size, void* self) {
+  auto* const transfer = static_cast<HttpTransfer*>(self);
+  try {
+    return transfer->TakeBody({reinterpret_cast<const uint8_t*>(bytes), size});
+  } catch (...) {
+    transfer->error_ = std::current_exception();
+    return 0;
+  }
+}
+
+size_t HttpTransfer::TakeBody(std::span<const uint8_t> bytes) {
+  lastProgress_ = client_.Listened();
+  if (!isChecked_)
+    CheckResponse();
+  if (static_cast<int64_t>(bytes.size()) > range_.size - received_) {
+    throw QELRuntimeError(
+        QEL_TEXT("server sends more than the " << range_.size << " bytes asked for"));
+  }
+  if (!receiver_.Take(bytes)) {
+    isPaused_ = true;
+    return CURL_WRITEFUNC_PAUSE;
+  }
+  received_ += static_cast<int64_t>(bytes.size());
+  return bytes.size();
+}
+
+void HttpTransfer::OnDone(CURLcode result) noexcept {
+  client_.Remove(easy_.get());
+  isRunning_ = false;
+  try {
+    // libcurl's own limit for connecting, while the process was stopped or did not listen.
+    if (result == CURLE_OPERATION_TIMEDOUT &&
+        client_.Listened() - started_ < client_.Limits().connect / 2)
+      return Start();
+    if (result == CURLE_OK && !isChecked_)
+      CheckResponse();
+  } catch (...) {
+    error_ = std::current_exception();
+  }
+  isDone_ = true;
+  result_ = result;
+}
+
+}  // namespace qel
