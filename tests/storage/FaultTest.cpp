@@ -10,13 +10,14 @@
 #include "Player/QELSample.h"
 #include "SourceFixture.h"
 #include "elements/StopScope.h"
-#include "elements/storage/HttpTransfer.h"
+#include "elements/storage/HttpFile.h"
 #include "storage-server/Listening.h"
 #include "support/FaultyServer.h"
 
 namespace Moravel::Test {
 namespace {
 
+using namespace std::chrono_literals;
 using ::testing::AllOf;
 using ::testing::HasSubstr;
 using Part = Fault::Part;
@@ -139,7 +140,16 @@ INSTANTIATE_TEST_SUITE_P(
                   "Maximum (3) redirects"},
         FaultCase{"RedirectsElsewhere",
                   {.status = 302, .headerLines = "Location: file:///etc/passwd\r\n"},
-                  "Protocol \"file\""}),
+                  "redirects to \"file:///etc"},
+        FaultCase{"RedirectsToAnotherPort",
+                  {.status = 302, .headerLines = "Location: http://127.0.0.1:1/\r\n"},
+                  "redirects to \"http://127.0.0.1:1/"},
+        FaultCase{"MoreBytesThanAnyFileHas",
+                  {.contentRange = "bytes 0-16383/9223372036854775807"},
+                  "9223372036854775807 bytes, at most"},
+        FaultCase{"TellsTerminalsWhatToDo",
+                  {.contentRange = "\x1b]0;\xc2\x9b\x9b\xc3\xa9"},
+                  "\"\\x1b]0;\\xc2\\x9b\\x9b\xc3\xa9\""}),
     [](const auto& c) { return c.param.name; });
 
 TEST_P(Faults, AreAnsweredInTimeAndTheNextOrderIsServed) {
@@ -232,6 +242,72 @@ TEST_F(Faults, AStopFromAnotherThreadEndsOpeningAndReading) {
       ExpectServed(host, track, 20);
     }
   }
+}
+
+// Every byte of these shows that the server lives.
+TEST_F(Faults, AServerThatDripsOrComesLateIsLeftAfterItsTime) {
+  const Fault interim{.stall = {{Part::Header, 0}}, .drip = "HTTP/1.1 100 Continue\r\n\r\n"};
+  const Fault lines{.stall = {{Part::Header, 30}}, .drip = "X: y\r\n"};
+  const Fault bytes{.stall = {{Part::Body, 100}}, .drip = "!"};
+  const Fault late{.stall = {{Part::Header, 0}}, .late = std::chrono::milliseconds(150)};
+  const struct {
+    const char* limit;
+    Fault fault;
+    const char* atOpening;
+    const char* atReading;
+  } cases[] = {
+      {"answer_timeout_ms", interim, "header within the 200 ms", "header within the 200 ms"},
+      {"answer_timeout_ms", lines, "header within the 200 ms", "header within the 200 ms"},
+      {"rate_window_ms", bytes, "in 200 ms, where at least 16384", "bytes in 200 ms"},
+      {"open_timeout_ms", bytes, "opening takes longer than the 200 ms", nullptr},
+      {"open_timeout_ms", late, "opening takes longer than the 200 ms", ""}};
+  for (const auto& [limit, fault, atOpening, atReading] : cases) {
+    SCOPED_TRACE(limit);
+    SourceUnderTest source;
+    source.limits[limit] = 200;
+    server.SetFault(fault);
+    EXPECT_THAT(ErrorOf([&] { source.Init(server.Port()); }), HasSubstr(atOpening));
+    Mend();
+    if (atReading == nullptr)
+      continue;
+    source.Init(server.Port());
+    server.SetFault(fault);
+    EXPECT_THAT(ErrorOf([&] { source.Read(7); }), Says(atReading));
+    Mend();
+    EXPECT_EQ(AllBytes(source.Read(8)), clip.samples[8]);
+  }
+}
+
+TEST_F(Faults, AnIndexTakesNoMoreRequestsThanAllowed) {
+  const qel::HttpLimits limits{5s, 5s, 5s, 60s, 0, 5s};
+  qel::HttpClient client(qel::StorageAddress("127.0.0.1", server.Port(), ""), limits);
+  qel::HttpFile file(client, 1);
+  file.Open();
+  std::array<uint8_t, 1> byte{};
+  const std::string error = ErrorOf([&] {
+    for (int i = 0; i < 2 * qel::kMaxIndexRequests; ++i)
+      file.ReadAt(20'000 + i, byte);
+  });
+  EXPECT_THAT(error, HasSubstr("more than the 1024 requests"));
+  EXPECT_EQ(server.RequestCount(), qel::kMaxIndexRequests);
+}
+
+// A server's validator is compared, and goes back to it only if it may stand in a header.
+TEST(HttpResponse, SendsBackNothingThatIsNoValidator) {
+  const std::string date = "Sun, 06 Nov 1994 08:49:37 GMT";
+  const std::tuple<std::string, std::string, std::string> cases[] = {
+      {"\"a-!~\xc3\xa9\"", date, "If-Match: \"a-!~\xc3\xa9\""},
+      {"W/\"a\"", date, ""},
+      {"a", date, ""},
+      {"\"a\"b\"", date, ""},
+      {"\"a\x1b\"", date, ""},
+      {"\"a\nX: y\"", date, ""},
+      {"\"" + std::string(300, 'a') + "\"", date, ""},
+      {"", date, "If-Unmodified-Since: " + date},
+      {"", date + "\x1b", ""},
+      {"", "", ""}};
+  for (const auto& [etag, lastModified, expected] : cases)
+    EXPECT_EQ((qel::FileVersion{1, etag, lastModified}.Precondition()), expected) << etag;
 }
 
 // Two files of the same size, whatever validator the server gives.

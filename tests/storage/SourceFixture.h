@@ -7,6 +7,7 @@
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <map>
 #include <memory>
 #include <string>
 #include <vector>
@@ -38,6 +39,8 @@ class SourceUnderTest {
     config->SetParamInt64("track_id", track);
     config->SetParamInt64("connect_timeout_ms", timeoutMs);
     config->SetParamInt64("stall_timeout_ms", timeoutMs);
+    for (const auto& [key, value] : limits)
+      config->SetParamInt64(key, value);
     media->SetInitConfig(config);
   }
   void Update(const std::string& key, int64_t value) {
@@ -56,6 +59,7 @@ class SourceUnderTest {
   }
 
   int64_t timeoutMs = 5000;
+  std::map<std::string, int64_t> limits;  // others of the initial configuration
   qel::MediaSourcePtr media;
   qel::SourceControlPtr control;
 };

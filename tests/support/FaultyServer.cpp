@@ -136,6 +136,20 @@ void FaultyServer::Accept() {
   }
 }
 
+// False when the client is gone.
+bool FaultyServer::Stall(const Descriptor& client, const Fault& fault, uint64_t releases) {
+  constexpr std::chrono::milliseconds kStep(5);
+  const auto end = std::chrono::steady_clock::now() + fault.late;
+  std::unique_lock lock(access_);
+  while (std::chrono::steady_clock::now() < end) {
+    if (released_.wait_for(lock, kStep, [&] { return closing_ || releases_ != releases; }))
+      return true;
+    if (!Send(client, fault.drip))
+      return false;
+  }
+  return true;
+}
+
 void FaultyServer::Serve(const Descriptor& client) {
   const Descriptor server(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
   const sockaddr_in address{AF_INET, htons(server_.Port()), {htonl(INADDR_LOOPBACK)}, {}};
@@ -161,9 +175,8 @@ void FaultyServer::Serve(const Descriptor& client) {
     const size_t end = offset(fault.cut), stall = std::min(offset(fault.stall), end);
     if (!Send(client, std::string_view(answer).substr(0, stall)))
       return;
-    lock.lock();
-    released_.wait(lock, [&] { return !fault.stall || closing_ || releases_ != releases; });
-    lock.unlock();
+    if (fault.stall && !Stall(client, fault, releases))
+      return;
     if (!Send(client, std::string_view(answer).substr(stall, end - stall)) || fault.cut)
       return;
   }

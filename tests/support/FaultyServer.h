@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <condition_variable>
 #include <functional>
 #include <limits>
@@ -24,12 +25,14 @@ struct Fault {
   };
 
   std::optional<Point> stall = {};  // sends nothing more until ReleaseStalls
-  std::optional<Point> cut = {};    // closes the connection there
-  int status = 0;                   // this status, 206 and 200 with a body, others without
-  std::string headerLines = {};     // additional ones, each with its line end
-  std::string contentRange = {};    // in place of the right one
-  int64_t bodyExcess = 0;           // the body, and its length in the header, is longer or shorter
-  bool ignoreRange = false;         // answers 200 with the whole file
+  std::string drip = {};            // but this, over and over, every few milliseconds
+  std::chrono::milliseconds late{std::chrono::hours(1)};  // and goes on after that time
+  std::optional<Point> cut = {};                          // closes the connection there
+  int status = 0;                 // this status, 206 and 200 with a body, others without
+  std::string headerLines = {};   // additional ones, each with its line end
+  std::string contentRange = {};  // in place of the right one
+  int64_t bodyExcess = 0;         // the body, and its length in the header, is longer or shorter
+  bool ignoreRange = false;       // answers 200 with the whole file
   std::optional<std::string> etag = {};  // in place of the right one, empty for none
 };
 
@@ -70,6 +73,7 @@ class FaultyServer {
 
   void Accept();
   void Serve(const Player::Descriptor& client);
+  bool Stall(const Player::Descriptor& client, const Fault& fault, uint64_t releases);
 
   Player::StorageServer server_{{}};
   uint16_t port_ = 0;
