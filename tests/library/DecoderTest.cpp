@@ -55,14 +55,19 @@ class DecoderTest : public LibraryTest {
 TEST_F(DecoderTest, AdapterPutsOneSampleOnTheDecodersStream) {
   QELSampleDecoder::AdapterForChangingStreamId adapter;
   const auto one = Sample("other", 0);
+  const auto picture = Picture()->GetAllSamples().front();
   adapter.Init(qel::CreateInfoContainer(Info("mine"), nullptr));
   for (const qel::InfoList& infos : {qel::InfoList(), {nullptr}, {Info("a"), Info("b")}})
     EXPECT_THROW(adapter.Init(qel::CreateInfoContainer(infos)), qel::QELRuntimeError);
   for (const qel::SampleList& samples : {qel::SampleList(), {one, one}})
     ExpectCheck("[inputSamples size must be 1] [ Condition is not true ]",
                 [&] { adapter.ConvertSampleContainer(Read(samples)); });
-  const auto converted = adapter.ConvertSampleContainer(Read({one}))->GetAllSamples();
-  EXPECT_EQ(converted.front()->GetStreamId(), "mine");
+  for (const qel::SampleConstPtr& sample : {one, picture}) {
+    const auto converted = adapter.ConvertSampleContainer(Read({sample}))->GetAllSamples();
+    EXPECT_EQ(converted.front()->GetInfo()->GetStreamId(), "mine");
+    EXPECT_EQ(converted.front()->GetData(), sample->GetData());
+    EXPECT_EQ(converted.front()->GetChannelInfo(), sample->GetChannelInfo());
+  }
 }
 
 TEST_F(DecoderTest, InitBuildsTheElementForTheFirstVideoStream) {
@@ -144,10 +149,12 @@ TEST_F(DecoderTest, AnswersNullOrThrowsForWhatItCannotServe) {
     EXPECT_EQ(Decode(order), nullptr);
     EXPECT_THAT(hostLog_, ElementsAre(Pair(level, text)));
   };
-  DecodeOrder order = Order();
+  DecodeOrder order = Order({Sample("s", 0), Sample("t", 1)});
   order.decodeTopField_ = false;
-  expectNull(order, 40, kNotFound);  // neither field is asked for
+  expectNull(order, 40, kNotFound);  // a frame has no bottom field
   order.isInterlace_ = true;
+  EXPECT_TRUE(Decode(order));
+  sample_.SetContainer(Read({Sample("s", 0)}));
   expectNull(order, 40, kNotFound);  // no bottom field
   expectNull(Order({}), 40, kNotFound);
   sample_.SetContainer(nullptr);

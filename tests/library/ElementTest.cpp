@@ -46,6 +46,25 @@ TEST_F(ElementTest, ImplementsWhatIsRegisteredOrSaysWhyNot) {
   EXPECT_THAT(frameworkLog_, testing::ElementsAre(kMilestone));
 }
 
+TEST_F(ElementTest, ParametersHaveKeysTypesAndDefaults) {
+  using Prototype = qel::ParametersCollectionPrototype;
+  using enum Prototype::Type;
+  const auto prototype = std::make_shared<Prototype>(
+      Prototype::ParameterMap{{"number", {Int64}}, {"text", {UTF8String, std::string("default")}}});
+  const auto config = qel::CreateParametersCollectionInstance(prototype);
+  EXPECT_EQ(config->GetParamInt64("number"), std::nullopt);
+  EXPECT_EQ(config->GetParamUTF8String("text"), "default");
+  config->SetParamInt64("number", 7);
+  config->SetParamUTF8String("text", "mine");
+  for (const char* key : {"number", "text", "none"}) {
+    EXPECT_THROW(config->SetParamFourCC(key, qel::FourCC_I420), qel::QELRuntimeError) << key;
+    EXPECT_THROW(config->GetParamFourCC(key), qel::QELRuntimeError) << key;
+  }
+  EXPECT_EQ(config->GetParamInt64("number"), 7);
+  EXPECT_EQ(config->GetParamUTF8String("text"), "mine");
+  EXPECT_EQ(prototype->CreateInstance()->GetParamUTF8String("text"), "default");
+}
+
 TEST_F(ElementTest, WithoutAWorkingWriterLinesGoToStandardError) {
   struct BrokenWriter : qel::ILoggerWriter {
     void WriteLog(qel::LogLevel, const char*, const char*, const char*, const char*, const char*,

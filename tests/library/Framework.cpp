@@ -55,10 +55,13 @@ LibraryTest::LibraryTest() {
 }
 
 void LibraryTest::Note(const std::string& call) {
-  const std::lock_guard<std::mutex> lock(access_);
-  calls_.push_back(call);
-  if (failingCall_ >= 0 && failingCall_-- == 0)
-    throw std::runtime_error("failing " + call);
+  {
+    const std::lock_guard<std::mutex> lock(access_);
+    calls_.push_back(call);
+    if (failingCall_ >= 0 && failingCall_-- == 0)
+      throw std::runtime_error("failing " + call);
+  }
+  onCall_(call);
 }
 
 void LibraryTest::WriteLog(qel::LogLevel level, const char* message, const char* context,

@@ -43,6 +43,7 @@ class LibraryTest : public testing::Test, public qel::ILoggerWriter {
   Lines hostLog_, frameworkLog_;
   std::function<void()> onLog_ = [] {};
   int failingCall_ = -1;  // counts down to the call that throws, once
+  std::function<void(const std::string&)> onCall_ = [](const std::string&) {};
 
  protected:
   // A failed check: the error that `act` throws, and its one line.

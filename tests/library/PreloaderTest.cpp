@@ -72,6 +72,12 @@ TEST_F(PreloaderTest, RefusesWhatItCannotServe) {
   failingCall_ = 0;
   expectRefused(preloader_, Order(&queue_), 50,
                 "Preload: UpdateConfig error: failing UpdateConfig track_id=12");
+  onCall_ = [](const std::string& call) {
+    if (call.starts_with("UpdateConfig"))
+      throw std::bad_alloc();
+  };
+  EXPECT_THROW(Preload(), std::bad_alloc) << "that is no answer of the server";
+  onCall_ = [](const std::string&) {};
   Register(source_, false);
   QELPreloader bare;
   bare.SetStorageSource(kTrack.StorageId(), source_, source_);
@@ -158,23 +164,26 @@ TEST_F(PreloaderTest, InitSourceConfiguresANewElement) {
   EXPECT_THAT(TakeCalls(), ElementsAre("SetInitConfig server tcp_port=8080 track_id=12"));
 }
 
-// One at a time: orders, and registrations beside them.
+// One at a time, whatever point an order has come to: orders, and registrations beside them.
 TEST_F(PreloaderTest, EverythingWaitsForTheOrderUnderWay) {
   const StorageId other("other", 1);
-  std::vector<std::future<void>> waiting;
-  source_->read_ = [&, make = source_->read_] {
-    if (!waiting.empty())
-      return make();
-    const auto start = [&](auto act) { waiting.push_back(std::async(std::launch::async, act)); };
-    start([&] { preloader_.SetStorageSource(other, source_, source_); });
-    start([&] { preloader_.RemoveTrackId(kTrack); });
-    start([&] { preloader_.RemoveStorageSource(other); });
-    start([&] { Preload(); });
-    for (const auto& call : waiting)
-      EXPECT_EQ(call.wait_for(std::chrono::milliseconds(20)), std::future_status::timeout);
-    return make();
-  };
-  EXPECT_EQ(Preload(), Result::SUCCESS_EXIST);
+  preloader_.SetExistingCacheUpdateQueues(&queue_);
+  for (const std::string point : {"Exists", "UpdateConfig track_id=12", "GetSample", "Push"}) {
+    std::vector<std::future<void>> waiting;
+    onCall_ = [&](const std::string& call) {
+      if (call != point || !waiting.empty())
+        return;
+      const auto start = [&](auto act) { waiting.push_back(std::async(std::launch::async, act)); };
+      start([&] { preloader_.SetStorageSource(other, source_, source_); });
+      start([&] { preloader_.RemoveTrackId(kTrack); });
+      start([&] { preloader_.RemoveStorageSource(other); });
+      start([&] { Preload(); });
+      const auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(20);
+      for (const auto& started : waiting)
+        EXPECT_EQ(started.wait_until(end), std::future_status::timeout) << point;
+    };
+    EXPECT_EQ(Preload(), Result::SUCCESS_EXIST);
+  }
 }
 
 // Whatever fails, and wherever: an order hands on its sample or nothing, leaves no lock behind and

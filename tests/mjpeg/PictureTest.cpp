@@ -1,7 +1,9 @@
 #include <algorithm>
 
 #include "elements/mjpeg/JpegPicture.h"
+#include "elements/mjpeg/PictureMemory.h"
 #include "mjpeg/MjpegTest.h"
+#include "support/MemoryInUse.h"
 
 namespace qel::mjpeg {
 
@@ -169,6 +171,18 @@ TEST(PictureTest, Limits) {
     EXPECT_THROW(decoder.SetOutputSize(width, height), QELRuntimeError) << width << "x" << height;
   EXPECT_THROW(decoder.SetFormat(FourCC_V210), QELRuntimeError);
   EXPECT_EQ(decoder.Decode(jpeg)->GetWidth(), 32);  // the last size that was accepted
+}
+
+TEST(PictureTest, MemoryIsUsedAgainUpToALimit) {
+  const int64_t before = MemoryInUse();
+  constexpr size_t kBytes = kMaxIdlePictureMemory / 4 - 1;
+  const auto first = TakePictureMemory(kBytes).get();
+  EXPECT_EQ(TakePictureMemory(kBytes).get(), first);
+  std::vector<std::shared_ptr<uint8_t[]>> held(10);
+  for (auto& memory : held)
+    memory = TakePictureMemory(kBytes);
+  held.clear();
+  EXPECT_LE(MemoryInUse() - before, int64_t(kMaxIdlePictureMemory) + 100'000);
 }
 
 }  // namespace qel::mjpeg

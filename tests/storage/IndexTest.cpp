@@ -119,7 +119,7 @@ TEST_F(TrackIndex, SaysWhatIsWrongWithAFile) {
       {Bytes8(1000, 'x'), "neither AVI nor MOV"},
       {first(avi, avi.size() / 2), "no index"},
       {first(mov, mov.size() / 2), "no header"},
-      {first(mov, mov.size() - 10), "truncated"},
+      {first(mov, mov.size() - 10), "box at byte"},
       {Patched(mov, "stsz", 12, {0, 1}), "damaged"},
       {Patched(mov, "jpeg", 0, {'m', 'j', 'p', 'b'}), "no motion-JPEG video stream (it has: "}};
   for (const auto& [bytes, error] : cases) {

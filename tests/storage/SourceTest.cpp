@@ -1,11 +1,13 @@
 #include <algorithm>
 #include <chrono>
+#include <map>
 #include <numeric>
 #include <random>
 #include <thread>
 
 #include "SourceFixture.h"
 #include "elements/storage/StorageSource.h"
+#include "support/MemoryInUse.h"
 
 namespace Moravel::Test {
 namespace {
@@ -123,6 +125,45 @@ TEST_F(Served, TakesOneRequestForARandomSampleAndFewForASequence) {
   EXPECT_THAT(server.RequestCount() - before, Le(2 * 200 * 3 / 10u));
 }
 
+// A track that is left alone in the middle of a sequence costs no more than the connection's
+// buffers, and what was given back is not kept for ever.
+TEST_F(Served, HoldsLittleThatNobodyTookOrNeedsAnyMore) {
+  constexpr int64_t kMebi = 1 << 20;
+  const Clip clip = Serve({.pictures = 64, .padding = kMebi});
+  const Clip other = MakeClip({.file = folder / "b", .pictures = 40});
+  server.AddTrack(2, other.file);
+  const int64_t before = MemoryInUse();
+  std::vector<qel::SampleContainerConstPtr> held;
+  for (int number = 0; number < 32; ++number)
+    held.push_back(source.Read(number));
+  source.Update("track_id", 2);
+  for (int read = 0; read < 200; ++read)
+    source.Read(7 * read % 40);
+  EXPECT_THAT(MemoryInUse() - before, Le(32 * kMebi + 8 * kMebi));
+  held.clear();
+  EXPECT_THAT(MemoryInUse() - before, Le(8 * kMebi));
+  source.Update("track_id", 1);
+  for (const size_t number : {32, 33, 34})
+    EXPECT_EQ(AllBytes(source.Read(int64_t(number))).size(), clip.samples[number].size() + kMebi);
+}
+
+TEST_F(Served, KeepsTheTracksThatWereReadLastOnTheirWay) {
+  constexpr int64_t kTracks = 12, kOnTheirWay = 8;
+  const Clip clip = Serve({.pictures = 40, .padding = 100'000});
+  for (int64_t track = 1; track <= kTracks; ++track) {
+    server.AddTrack(track, clip.file);
+    source.Update("track_id", track);
+    for (int64_t number = 0; number < 4; ++number)
+      source.Read(number);
+  }
+  for (int64_t track = kTracks; track > 0; --track) {
+    const uint64_t before = server.RequestCount();
+    source.Update("track_id", track);
+    source.Read(4);
+    EXPECT_EQ(server.RequestCount() - before, track > kTracks - kOnTheirWay ? 0 : 1) << track;
+  }
+}
+
 TEST_F(Served, AsksAgainAfterAPauseInASequence) {
   source.timeoutMs = 200;
   const Clip clip = Serve({.pictures = 40});
@@ -204,18 +245,26 @@ TEST_F(Served, TellsDroppedSamplesFromAnIndexThatIsWrong) {
   const std::string_view idx1 = "idx1";
   const auto entries = std::search(bytes.begin(), bytes.end(), idx1.begin(), idx1.end()) + 8;
   entries[6 * 16 + 8] ^= 4;  // the offset
+  std::fill_n(entries + 9 * 16 + 8, 4, uint8_t{0x7F});
+  const auto& seventh = clip.samples[7];
+  const auto chunk = std::search(bytes.begin(), bytes.end(), seventh.begin(), seventh.end());
+  chunk[-4] ^= 1;  // the length that stands there
+  const std::map<int64_t, const char*> errors = {
+      {6, "index does not match"}, {7, "index does not match"}, {9, "truncated"}};
   WriteFile(clip.file, bytes);
   source.Init(server.Port());
   for (int64_t number = 0; number < 10; ++number) {
     qel::SampleContainerConstPtr container;
     const std::string error = ErrorOf([&] { container = source.Read(number); });
-    EXPECT_THAT(error, Says(number == 6 ? "index does not match" : ""));
-    EXPECT_EQ(AllBytes(container),
-              number == 3 || number == 6 ? Bytes8() : clip.samples[static_cast<size_t>(number)]);
+    EXPECT_THAT(error, Says(errors.contains(number) ? errors.at(number) : "")) << number;
+    if (number == 3 || errors.contains(number))
+      EXPECT_EQ(container, nullptr);
+    else
+      EXPECT_EQ(AllBytes(container), clip.samples[static_cast<size_t>(number)]);
   }
 }
 
-TEST(StorageSource, RefusesAddressesThatAreMoreThanAnAddress) {
+TEST(StorageSource, TakesAddressesThatAreNothingElse) {
   const std::pair<const char*, int64_t> wrong[] = {
       {"", 80},          {"user@127.0.0.1", 80}, {"127.0.0.1/x?", 80}, {"127.0.0.1:81", 80},
       {"[::1]", 80},     {"a\r\nX: y", 80},      {"%61", 80},          {"127.0.0.1", 0},
@@ -227,6 +276,8 @@ TEST(StorageSource, RefusesAddressesThatAreMoreThanAnAddress) {
         << address << " " << port;
   }
   SourceUnderTest source;
+  EXPECT_THAT(ErrorOf([&] { source.Init(1, 7, "", "::1"); }),
+              AllOf(HasSubstr("track [::1]:1:T7: "), HasSubstr("connect")));
   EXPECT_THAT(ErrorOf([&] { source.Init(0, 1, std::string(200, 'x')); }),
               HasSubstr("unix_domain_socket"));
 }
