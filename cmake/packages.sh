@@ -2,7 +2,8 @@
 
 base=(build-essential cmake ninja-build pkg-config libboost-thread-dev libboost-system-dev
   libcurl4-openssl-dev libavformat-dev libavcodec-dev libavutil-dev libturbojpeg0-dev libyuv-dev
-  libspdlog-dev libmicrohttpd-dev libcli11-dev libcairo2-dev fonts-dejavu-core nlohmann-json3-dev)
+  libspdlog-dev libmicrohttpd-dev libcli11-dev libcairo2-dev libspng-dev fonts-dejavu-core
+  nlohmann-json3-dev)
 for_play=("${base[@]}" ffmpeg)
 for_test=("${base[@]}" libgtest-dev libgmock-dev)
 for_bench=("${base[@]}" libgtest-dev libgmock-dev libbenchmark-dev ffmpeg python3 gstreamer1.0-tools

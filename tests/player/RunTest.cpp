@@ -154,6 +154,44 @@ TEST_F(Run, WrongInputGetsOneLineAndItsExitCode) {
   }
 }
 
+std::string Contents(const std::filesystem::path& file) {
+  std::ifstream stream(file, std::ios::binary);
+  return {std::istreambuf_iterator<char>(stream), {}};
+}
+
+TEST_F(Run, NeverWritesOverATrackOrTwiceToOneFile) {
+  const std::string clip = MakeTrack("clip.avi"), other = MakeTrack("track1-64x48-000000.png");
+  const std::string bytes = Contents(clip);
+  const auto link = [&](const char* name, const std::string& target) {
+    std::filesystem::create_symlink(target, folder_ / name);
+    return folder_ / name;
+  };
+  std::filesystem::create_hard_link(clip, folder_ / "hard.png");
+  const std::string fresh = folder_ / "fresh.png", dangling = link("dangling.png", fresh);
+  const std::vector<std::string> cases[] = {
+      {clip, "--contact-sheet", folder_ / "./clip.avi"},
+      {clip, "--contact-sheet", folder_ / "hard.png"},
+      {clip, "--y4m", link("soft.png", clip)},
+      {clip, "--y4m", fresh, "--contact-sheet", fresh},
+      {clip, "--y4m", fresh, "--contact-sheet", dangling},
+      {clip, "--y4m", "-", "--contact-sheet", "/dev/stdout"},
+      {clip, "--json", "--contact-sheet", "/proc/self/fd/1"},
+      {other, "--png", folder_.Path()},
+      {clip, "--png", folder_.Path(), "--y4m", folder_ / "track1-64x48-000001.png"},
+  };
+  for (std::vector<std::string> arguments : cases) {
+    Play(arguments, kUsage);
+    EXPECT_EQ(Lines(errors_), 1) << errors_;
+    EXPECT_FALSE(std::filesystem::exists(fresh));
+  }
+  Play({clip, "--quiet", "--y4m", "/dev/null", "--contact-sheet", "/dev/null"});
+  std::filesystem::create_directory(folder_ / "png");
+  link("png/track1-64x48-000000.png", clip);
+  Play({clip, "--png", folder_ / "png"});
+  EXPECT_EQ(Png(folder_ / "png/track1-64x48-000000.png").Number(), 0);
+  EXPECT_EQ(Contents(clip), bytes);
+}
+
 TEST_F(Run, PlaysSeveralTracksInSeveralSizes) {
   const std::string a = MakeTrack("a.avi");
   const std::string b = MakeTrack("b.mov", {.container = Container::Mov, .pictures = 7});

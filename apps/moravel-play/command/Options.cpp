@@ -6,6 +6,7 @@
 #include <thread>
 
 #include "command/CommandLine.h"
+#include "command/OutputCheck.h"
 #include "command/SizeArgument.h"
 
 namespace Moravel::Play {
@@ -123,6 +124,27 @@ void CheckTogether(const Options& options) {
     throw UsageError("--json and --y4m - both need standard output: give --y4m a file");
 }
 
+// Where the report goes, nothing else may go.
+void CheckFiles(const Options& options) {
+  std::vector<std::filesystem::path> files;
+  for (const TrackArgument& track : options.tracks) {
+    if (!track.remoteId)
+      files.emplace_back(track.text);
+  }
+  std::vector<OutputName> outputs;
+  if (options.ReportsToStandardOutput())
+    outputs.emplace_back("the report", "-");
+  if (!options.contactSheet.empty())
+    outputs.emplace_back("--contact-sheet", options.contactSheet);
+  if (!options.y4mFile.empty())
+    outputs.emplace_back("--y4m", options.y4mFile);
+  CheckOutputs(files, outputs);
+  for (const OutputName& output : outputs)
+    files.push_back(output.second);
+  if (!options.pngFolder.empty())
+    CheckOutputFolder("--png", options.pngFolder, ".png", files);
+}
+
 }  // namespace
 
 const CommandText kPlayText = {
@@ -174,6 +196,7 @@ std::variant<Options, std::string> ParseOptions(int argc, const char* const* arg
   if (!raw.duration.empty())
     options.duration = ParseTimeArgument("--duration", raw.duration);
   CheckTogether(options);
+  CheckFiles(options);
   return options;
 }
 

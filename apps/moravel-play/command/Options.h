@@ -42,6 +42,9 @@ struct Options {
   orl::mv::logging::ILogger::Level logLevel = orl::mv::logging::ILogger::Level_Warning;
 
   bool WritesPicturesToStandardOutput() const { return y4mFile == "-"; }
+  bool ReportsToStandardOutput() const {
+    return json || (!quiet && !WritesPicturesToStandardOutput());
+  }
 };
 
 extern const CommandText kPlayText;

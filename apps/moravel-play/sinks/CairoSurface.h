@@ -3,7 +3,6 @@
 #include <cairo.h>
 
 #include <cstdint>
-#include <filesystem>
 #include <memory>
 
 #include "command/Options.h"
@@ -11,20 +10,21 @@
 namespace Moravel::Play {
 
 // An opaque picture in memory, four bytes B, G, R and unused to a pixel. Errors of the drawing
-// library are OutputError, of the file as in OutputFile.
+// library are OutputError.
 class CairoSurface {
  public:
   explicit CairoSurface(Size size);
 
   cairo_surface_t* Get() const { return surface_.get(); }
+  Size GetSize() const {
+    return {cairo_image_surface_get_width(Get()), cairo_image_surface_get_height(Get())};
+  }
   int Stride() const { return cairo_image_surface_get_stride(Get()); }
   uint8_t* Data() { return cairo_image_surface_get_data(Get()); }
 
   // To be called before and after Data() is written to beside drawing.
   void Flush() { cairo_surface_flush(Get()); }
   void MarkDirty() { cairo_surface_mark_dirty(Get()); }
-
-  void WritePng(const std::filesystem::path& path) const;
 
  private:
   struct Destroy {

@@ -11,6 +11,7 @@
 #include "command/Problem.h"
 #include "sinks/OutputFile.h"
 #include "sinks/PixelConversion.h"
+#include "sinks/PngFile.h"
 #include "tracks/TrackTimes.h"
 
 namespace Moravel::Play {
@@ -227,7 +228,7 @@ void ContactSheet::Finish() {
   std::stable_sort(sections_.begin(), sections_.end(), [](const Section& a, const Section& b) {
     return a.track->index < b.track->index;
   });
-  const CairoSurface sheet(Size{kSheetWidth, height_});
+  CairoSurface sheet(Size{kSheetWidth, height_});
   const Pen pen(cairo_create(sheet.Get()));
   cairo_set_source_rgb(pen.get(), kBackground, kBackground, kBackground);
   cairo_paint(pen.get());
@@ -237,7 +238,9 @@ void ContactSheet::Finish() {
     cairo_paint(pen.get());
     top += section.Height();
   }
-  sheet.WritePng(path_);
+  sheet.Flush();
+  OutputFile file(path_);
+  WritePng(file, sheet.Data(), sheet.Stride(), sheet.GetSize());
 }
 
 }  // namespace Moravel::Play

@@ -10,16 +10,26 @@ namespace Moravel::Play {
 
 namespace {
 
+constexpr mode_t kReadableByAll = 0666;
+
 int Open(const std::filesystem::path& path) {
   if (path == "-")
     return ::fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, 0);
-  constexpr mode_t kReadableByAll = 0666;
   return ::open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, kReadableByAll);
+}
+
+int OpenNew(const std::filesystem::path& path) {
+  constexpr int kFlags = O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC;
+  const int descriptor = ::open(path.c_str(), kFlags, kReadableByAll);
+  if (descriptor >= 0 || errno != EEXIST || ::unlink(path.c_str()) != 0)
+    return descriptor;
+  return ::open(path.c_str(), kFlags, kReadableByAll);
 }
 
 }  // namespace
 
-OutputFile::OutputFile(const std::filesystem::path& path) : path_(path), descriptor_(Open(path)) {
+OutputFile::OutputFile(const std::filesystem::path& path, IfThere ifThere)
+    : path_(path), descriptor_(ifThere == IfThere::Replace ? OpenNew(path) : Open(path)) {
   if (descriptor_ < 0)
     Fail();
 }

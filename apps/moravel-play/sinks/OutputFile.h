@@ -23,7 +23,11 @@ class ClosedPipe : public std::runtime_error {
 // Errors are OutputError and ClosedPipe.
 class OutputFile {
  public:
-  explicit OutputFile(const std::filesystem::path& path);
+  // What is done with a file of that name: it gets other contents, or gives its name to a new file,
+  // so that nothing is written through a link.
+  enum class IfThere { Overwrite, Replace };
+
+  explicit OutputFile(const std::filesystem::path& path, IfThere ifThere = IfThere::Overwrite);
   ~OutputFile();
   OutputFile(const OutputFile&) = delete;
   OutputFile& operator=(const OutputFile&) = delete;

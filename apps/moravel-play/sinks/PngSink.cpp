@@ -3,15 +3,18 @@
 #include <unistd.h>
 
 #include <cstdio>
+#include <memory>
 #include <system_error>
 
-#include "sinks/CairoSurface.h"
 #include "sinks/OutputFile.h"
 #include "sinks/PixelConversion.h"
+#include "sinks/PngFile.h"
 
 namespace Moravel::Play {
 
 namespace {
+
+constexpr int kBgrxBytes = 4;
 
 std::string FileName(const Picture& picture) {
   char number[32];
@@ -35,11 +38,13 @@ PngSink::PngSink(const std::filesystem::path& folder) : folder_(folder) {
 void PngSink::Write(const Picture& picture) {
   if (!picture.image)
     return;
-  CairoSurface surface({picture.image->GetWidth(), picture.image->GetHeight()});
-  surface.Flush();
-  ConvertToBgrx(*picture.image, surface.Data(), surface.Stride());
-  surface.MarkDirty();
-  surface.WritePng(folder_ / FileName(picture));
+  const Size size = {picture.image->GetWidth(), picture.image->GetHeight()};
+  const int stride = size.width * kBgrxBytes;
+  const auto pixels =
+      std::make_unique_for_overwrite<uint8_t[]>(size_t(stride) * size_t(size.height));
+  ConvertToBgrx(*picture.image, pixels.get(), stride);
+  OutputFile file(folder_ / FileName(picture), OutputFile::IfThere::Replace);
+  WritePng(file, pixels.get(), stride, size);
 }
 
 }  // namespace Moravel::Play

@@ -1,0 +1,61 @@
+#include "sinks/PngFile.h"
+
+#include <libyuv.h>
+#include <spng.h>
+
+#include <cstdlib>
+#include <memory>
+#include <string>
+
+namespace Moravel::Play {
+
+namespace {
+
+constexpr int kRgbBytes = 3;
+constexpr int kRunLengths = 3;  // Z_RLE of zlib
+
+struct FreeEncoder {
+  void operator()(spng_ctx* encoder) const { spng_ctx_free(encoder); }
+};
+struct FreeBytes {
+  void operator()(void* bytes) const { std::free(bytes); }
+};
+
+void CheckPng(int result, const char* what) {
+  if (result != 0)
+    throw OutputError(std::string("a PNG picture cannot be made: ") + what + ": " +
+                      spng_strerror(result));
+}
+
+}  // namespace
+
+// The Paeth filter alone, and of the compression only runs and Huffman codes: files of the size
+// that the libraries' defaults make, in a third of their time or less.
+void WritePng(OutputFile& file, const uint8_t* bgrx, int stride, Size size) {
+  const size_t bytes = size_t(size.width) * size_t(size.height) * kRgbBytes;
+  const auto rgb = std::make_unique_for_overwrite<uint8_t[]>(bytes);
+  libyuv::ARGBToRAW(bgrx, stride, rgb.get(), size.width * kRgbBytes, size.width, size.height);
+
+  const std::unique_ptr<spng_ctx, FreeEncoder> encoder(spng_ctx_new(SPNG_CTX_ENCODER));
+  if (!encoder)
+    throw std::bad_alloc();
+  spng_set_option(encoder.get(), SPNG_ENCODE_TO_BUFFER, 1);
+  spng_set_option(encoder.get(), SPNG_FILTER_CHOICE, SPNG_FILTER_CHOICE_PAETH);
+  spng_set_option(encoder.get(), SPNG_IMG_COMPRESSION_STRATEGY, kRunLengths);
+  spng_ihdr header = {};
+  header.width = static_cast<uint32_t>(size.width);
+  header.height = static_cast<uint32_t>(size.height);
+  header.bit_depth = 8;
+  header.color_type = SPNG_COLOR_TYPE_TRUECOLOR;
+  CheckPng(spng_set_ihdr(encoder.get(), &header), "its size");
+  CheckPng(spng_encode_image(encoder.get(), rgb.get(), bytes, SPNG_FMT_PNG, SPNG_ENCODE_FINALIZE),
+           "its pixels");
+  size_t length = 0;
+  int result = 0;
+  const std::unique_ptr<void, FreeBytes> png(spng_get_png_buffer(encoder.get(), &length, &result));
+  CheckPng(result, "its bytes");
+  file.Write({static_cast<const uint8_t*>(png.get()), length});
+  file.Close();
+}
+
+}  // namespace Moravel::Play
