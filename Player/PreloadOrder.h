@@ -20,14 +20,13 @@ class QEL_API PreloadOrder {
   void Set(const Time::TimePoint& tp, const SampleRate& s, CacheUpdateQueue* queue,
            const TrackId& id);
 
-  // For the host's own scheduling; the preloader serves orders as they are given to it.
+  // A larger priority is served earlier.
   void SetPriority(int32_t priority) { priority_ = priority; }
   int32_t Priority() const { return priority_; }
 
-  // Equal when all fields are.
+  // Equal orders ask for the same thing, whatever their priority.
   bool operator==(const PreloadOrder& other) const;
-  // An order for a host's sorted queue: by falling priority, then by time, then by the rest, so
-  // that of two orders neither is less only when they are equal.
+  // In the order of service: by falling priority, then by time.
   bool operator<(const PreloadOrder& other) const;
 
   Time::TimePoint tp_;

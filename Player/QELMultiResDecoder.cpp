@@ -30,14 +30,8 @@ QELMultiResDecoder::QELMultiResDecoder()
 
 QELMultiResDecoder::~QELMultiResDecoder() = default;
 
-template <typename Lock>
-Lock QELMultiResDecoder::Acquire() {
-  const std::lock_guard<std::mutex> lock(gate_);
-  return Lock(decodersAccess_);
-}
-
 ISample* QELMultiResDecoder::Decode(const DecodeOrder& order) {
-  const auto lock = Acquire<boost::shared_lock<boost::shared_mutex>>();
+  const boost::shared_lock<boost::shared_mutex> lock(decodersAccess_);
   const auto entry = decoders_.find({order.width_, order.height_});
   if (entry != decoders_.end())
     return entry->second->Decode(order);
@@ -54,12 +48,12 @@ void QELMultiResDecoder::AddDecoder(int width, int height, QELSampleDecoder* dec
                "AddDecoder: ignored a null decoder for resolution " << width << "x" << height);
     return;
   }
-  const auto lock = Acquire<boost::unique_lock<boost::shared_mutex>>();
+  const boost::unique_lock<boost::shared_mutex> lock(decodersAccess_);
   decoders_.try_emplace({width, height}, decoder);
 }
 
 void QELMultiResDecoder::RemoveDecoder(int width, int height) {
-  const auto lock = Acquire<boost::unique_lock<boost::shared_mutex>>();
+  const boost::unique_lock<boost::shared_mutex> lock(decodersAccess_);
   decoders_.erase({width, height});
 }
 

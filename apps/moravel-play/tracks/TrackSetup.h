@@ -9,6 +9,7 @@
 #include "playing/SampleCache.h"
 #include "playing/Statistics.h"
 #include "storage-server/StorageServer.h"
+#include "tracks/NamedTracks.h"
 #include "tracks/Track.h"
 #include "tracks/TrackDecoders.h"
 
@@ -29,11 +30,6 @@ struct PlayingTrack {
 struct PlayingServer {
   std::unique_ptr<Player::QELPreloader> preloader;
   std::vector<std::unique_ptr<PlayingTrack>> tracks;
-};
-
-struct FailedTrack {
-  std::string name;
-  std::string reason;
 };
 
 // The tracks that could be opened, and those that could not. The embedded server serves the files.

@@ -1,0 +1,136 @@
+#include "live/OrderBook.h"
+
+#include <algorithm>
+#include <utility>
+
+namespace Moravel::Play {
+
+namespace {
+
+using Kind = LiveOrder::Kind;
+
+constexpr int32_t kNearbyPriority = 0;
+
+}  // namespace
+
+int32_t PriorityOf(Kind kind, int32_t serial) {
+  constexpr int32_t kThumbnails = 500'000'000;  // there is room for that many orders of each kind
+  constexpr int32_t kPlaybacks = 1'000'000'000;
+  switch (kind) {
+    case Kind::Show:
+      return kPlaybacks + serial;
+    case Kind::Play:
+      return kPlaybacks - serial;
+    case Kind::Thumbnail:
+      return kThumbnails - serial;
+  }
+  return kNearbyPriority;
+}
+
+// A thumbnail is nothing's neighbour, and what is shown is wanted from whoever is free.
+bool OrderBook::Entry::IsSequence() const {
+  const bool isShown = std::any_of(waiting.begin(), waiting.end(), [](const auto& picture) {
+    return picture->Order().kind != Kind::Play;
+  });
+  return !isShown;
+}
+
+OrderBook::Entry& OrderBook::Enter(const Track& track, int64_t sample, int32_t priority) {
+  const Player::PreloadOrder order(track.TimeOf(sample), track.sampleRate, nullptr, track.id);
+  Entry& entry = entries_.try_emplace({track.index, sample}, order).first->second;
+  entry.order.SetPriority(std::max(entry.order.Priority(), priority));
+  return entry;
+}
+
+PendingPictureList OrderBook::Add(PendingPicturePtr picture, const Track& track) {
+  const LiveOrder& order = picture->Order();
+  PendingPictureList stale;
+  if (IsStale(order)) {
+    stale.push_back(std::move(picture));
+    return stale;
+  }
+  stale = DropStale(order);
+  Entry& entry = Enter(track, order.key.sample, picture->priority);
+  entry.isNearby = false;
+  entry.waiting.push_back(std::move(picture));
+  return stale;
+}
+
+void OrderBook::AddAhead(const LiveOrder& order, const Track& track, int64_t sample,
+                         int32_t priority) {
+  Entry& entry = Enter(track, sample, priority);
+  entry.ahead = order;
+  entry.isNearby = false;
+}
+
+void OrderBook::AddNearby(const Track& track, int64_t sample) {
+  const bool isKnown = entries_.contains({track.index, sample});
+  Entry& entry = Enter(track, sample, kNearbyPriority);
+  entry.isNearby = !isKnown;
+}
+
+bool OrderBook::IsStale(const LiveOrder& order) const {
+  return std::any_of(entries_.begin(), entries_.end(), [&](const auto& known) {
+    const PendingPictureList& waiting = known.second.waiting;
+    return std::any_of(waiting.begin(), waiting.end(),
+                       [&](const auto& picture) { return picture->Order().Supersedes(order); });
+  });
+}
+
+// What is being read is finished: dropping it would save nothing, and dragging shows it until the
+// newer one is there.
+PendingPictureList OrderBook::DropStale(const LiveOrder& newer) {
+  PendingPictureList stale;
+  for (auto& [key, entry] : entries_) {
+    if (!entry.isReading)
+      entry.DropStale(newer, stale);
+  }
+  std::erase_if(entries_, [](const auto& known) { return known.second.IsForgotten(); });
+  return stale;
+}
+
+void OrderBook::Entry::DropStale(const LiveOrder& newer, PendingPictureList& stale) {
+  const auto first = std::stable_partition(
+      waiting.begin(), waiting.end(),
+      [&](const auto& picture) { return !newer.Supersedes(picture->Order()); });
+  std::move(first, waiting.end(), std::back_inserter(stale));
+  waiting.erase(first, waiting.end());
+  if (ahead && newer.Supersedes(*ahead))
+    ahead.reset();
+  isNearby = isNearby && newer.kind == Kind::Thumbnail;
+}
+
+void OrderBook::DropAhead() {
+  std::erase_if(entries_, [](const auto& known) {
+    return !known.second.isReading && known.second.waiting.empty();
+  });
+}
+
+std::optional<OrderBook::Read> OrderBook::Next(Reader reader) {
+  const auto rank = [&](const Entry& entry) {
+    return std::pair(reader == Reader::Sequence && !entry.IsSequence(), entry.order);
+  };
+  auto next = entries_.end();
+  for (auto known = entries_.begin(); known != entries_.end(); ++known) {
+    const Entry& entry = known->second;
+    if (entry.isReading || (reader == Reader::Single && entry.IsSequence()))
+      continue;
+    if (next == entries_.end() || rank(entry) < rank(next->second))
+      next = known;
+  }
+  if (next == entries_.end())
+    return std::nullopt;
+  next->second.isReading = true;
+  return Read{next->first, next->second.order};
+}
+
+PendingPictureList OrderBook::Finish(const SampleKey& key) {
+  const auto found = entries_.find(key);
+  if (found == entries_.end())
+    return {};
+  PendingPictureList waiting = std::move(found->second.waiting);
+  entries_.erase(found);
+  return waiting;
+}
+
+}  // namespace Moravel::Play

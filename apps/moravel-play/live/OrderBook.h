@@ -1,0 +1,74 @@
+#pragma once
+
+#include <map>
+#include <optional>
+#include <string>
+
+#include "Player/PreloadOrder.h"
+#include "live/PendingPicture.h"
+#include "tracks/Track.h"
+
+namespace Moravel::Play {
+
+// The priority of an order, which has that number among all orders.
+int32_t PriorityOf(LiveOrder::Kind kind, int32_t serial);
+
+// The orders that wait for samples of one server, and the samples that are fetched ahead of orders:
+// which one is to be read next, and which are not to be read any more. Used by one thread at a
+// time.
+//
+// The newest picture to show goes first, then playbacks in the order in which they came, then
+// thumbnails, then what lies near to what is looked at. A sample is read once, whoever waits for
+// it.
+class OrderBook {
+ public:
+  // Enters an order that has its priority. Returns those that it makes stale, or the order itself
+  // when it is stale.
+  PendingPictureList Add(PendingPicturePtr picture, const Track& track);
+  // A sample of the order's lane that will be wanted next; stale when the order is.
+  void AddAhead(const LiveOrder& order, const Track& track, int64_t sample, int32_t priority);
+  // A sample near to what is looked at. Forgotten with the next order to show or to play.
+  void AddNearby(const Track& track, int64_t sample);
+
+  struct Read {
+    SampleKey key;
+    Player::PreloadOrder order;  // without a queue
+  };
+  enum class Reader {
+    Any,       // takes everything
+    Sequence,  // of several: what is read one after the other goes first, and through it alone
+    Single,    // the others of several
+  };
+  // The next sample to read, which counts as being read from then on; nothing: there is none.
+  std::optional<Read> Next(Reader reader);
+  // The sample was read, or could not be: returns who waits for it.
+  PendingPictureList Finish(const SampleKey& key);
+
+  // Enters nothing, and drops what the order makes stale.
+  PendingPictureList DropStale(const LiveOrder& newer);
+  // Forgets what nobody waits for yet.
+  void DropAhead();
+  bool Holds(const SampleKey& key) const { return entries_.contains(key); }
+
+ private:
+  struct Entry {
+    explicit Entry(Player::PreloadOrder preload) : order(std::move(preload)) {}
+
+    Player::PreloadOrder order;
+    PendingPictureList waiting;
+    std::optional<LiveOrder> ahead;  // of which order it lies ahead
+    bool isNearby = false;
+    bool isReading = false;
+
+    bool IsSequence() const;
+    bool IsForgotten() const { return !isReading && waiting.empty() && !ahead && !isNearby; }
+    void DropStale(const LiveOrder& newer, PendingPictureList& stale);
+  };
+
+  Entry& Enter(const Track& track, int64_t sample, int32_t priority);
+  bool IsStale(const LiveOrder& order) const;
+
+  std::map<SampleKey, Entry> entries_;
+};
+
+}  // namespace Moravel::Play

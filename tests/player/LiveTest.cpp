@@ -1,0 +1,163 @@
+#include <gmock/gmock.h>
+
+#include <algorithm>
+#include <atomic>
+#include <latch>
+
+#include "command/Host.h"
+#include "live/LiveEngine.h"
+#include "support/ClipMaker.h"
+#include "support/FaultyServer.h"
+#include "support/TempFolder.h"
+
+// The engine behind interactive use, on a server that breaks on demand.
+namespace Moravel::Play {
+namespace {
+
+using Moravel::Test::Fault;
+using ::testing::HasSubstr;
+using State = LivePicture::State;
+using Kind = LiveOrder::Kind;
+
+constexpr int kPictures = 400;
+constexpr Size kSize{64, 48};
+
+int NumberOf(const LivePicture& picture) {
+  return picture.image ? Moravel::Test::ReadPictureNumber(
+                             picture.image->GetData()->GetInnerBuffer(), picture.image->GetWidth(),
+                             picture.image->GetWidth(), picture.image->GetHeight())
+                       : -1;
+}
+
+class Live : public ::testing::Test {
+ protected:
+  Live() {
+    StartHost(orl::mv::logging::ILogger::Level_NoLog);
+    clip_ = Moravel::Test::MakeClip({.file = folder_ / "clip.avi", .pictures = kPictures});
+    server_.SetTrack(1, clip_.file);
+    Open({});
+  }
+
+  void Open(const LiveEngine::Limits& limits) {
+    engine_.reset();
+    const std::string track = "127.0.0.1:" + std::to_string(server_.Port()) + ":T1";
+    LiveTracks tracks = OpenLiveTracks({ParseTrackArgument(track)}, {});
+    ASSERT_TRUE(tracks.failed.empty());
+    engine_ = std::make_unique<LiveEngine>(std::move(tracks.servers), limits);
+  }
+
+  std::future<LivePicture> Order(int64_t sample, Kind kind = Kind::Show, int64_t step = 1) {
+    return engine_->Order({.key = {1, sample},
+                           .size = kSize,
+                           .kind = kind,
+                           .step = step,
+                           .lane = kind == Kind::Thumbnail ? "strip" : "picture",
+                           .generation = kind == Kind::Show ? ++generation_ : generation_});
+  }
+
+  Moravel::Test::TempFolder folder_;
+  Moravel::Test::Clip clip_;
+  Moravel::Test::FaultyServer server_;
+  std::unique_ptr<LiveEngine> engine_;
+  int64_t generation_ = 0;
+};
+
+TEST_F(Live, TheNewestOrderGoesFirstAndStaleOnesAreNeverRead) {
+  Open({.connections = 1});
+  std::latch reading(1);
+  std::atomic<bool> first = true;
+  server_.SetFaults([&](uint64_t) {
+    if (!first.exchange(false))
+      return Fault{};
+    reading.count_down();
+    return Fault{.stall = Fault::Point{Fault::Part::Body, 0}};
+  });
+  auto read = Order(0);
+  reading.wait();
+  std::vector<std::future<LivePicture>> dragged;
+  auto thumbnail = Order(7, Kind::Thumbnail);
+  for (const int64_t sample : {50, 150, 250, 350})
+    dragged.push_back(Order(sample));
+  for (size_t i = 0; i + 1 < dragged.size(); ++i)  // while the server is silent
+    EXPECT_EQ(dragged[i].get().state, State::Stale);
+  const uint64_t requests = server_.RequestCount();
+  server_.ReleaseStalls();
+  EXPECT_EQ(NumberOf(dragged.back().get()), 350);
+  EXPECT_NE(thumbnail.wait_for(std::chrono::seconds(0)), std::future_status::ready);
+  EXPECT_EQ(NumberOf(thumbnail.get()), 7);
+  EXPECT_EQ(read.get().state, State::Shown);  // it was under way already
+  EXPECT_LE(server_.RequestCount() - requests, 2u + 1);
+}
+
+TEST_F(Live, APlaybackFindsWhatItNeedsNext) {
+  for (const int64_t step : {3, -1}) {
+    const int64_t begin = step > 0 ? 10 : 390;
+    Order(begin).get();
+    Order(begin, Kind::Play, step).get();
+    for (int64_t i = 1; i <= 60; ++i)
+      EXPECT_EQ(NumberOf(Order(begin + i * step, Kind::Play, step).get()), begin + i * step);
+  }
+  const FetchFigures figures = engine_->CurrentFigures().fetching;
+  EXPECT_LE(figures.reads, 2 * (60 + 1 + 24 + 1));
+}
+
+TEST_F(Live, WhatWasSeenStaysWithinTheBudget) {
+  const auto sampleBytes = static_cast<int64_t>(clip_.samples[0].size());
+  Open({.cacheBytes = 200 * (sampleBytes + 1000)});
+  for (int64_t sample = 0; sample < kPictures; sample += 40)
+    EXPECT_FALSE(Order(sample).get().cached);
+  for (int64_t sample = kPictures - 40; sample >= 0; sample -= 40) {
+    const LivePicture picture = Order(sample).get();
+    EXPECT_TRUE(picture.cached) << sample;
+    EXPECT_EQ(NumberOf(picture), sample);
+  }
+  for (int64_t sample = 1; sample < kPictures; ++sample)
+    Order(sample).get();
+  const FetchFigures figures = engine_->CurrentFigures().fetching;
+  EXPECT_LE(figures.cacheBytes, figures.cacheMaxBytes);
+  EXPECT_FALSE(Order(0).get().cached);
+}
+
+TEST_F(Live, TellsOfAServerThatIsGoneAndGoesOnWhenItIsBack) {
+  EXPECT_EQ(NumberOf(Order(3).get()), 3);
+  server_.SetListening(false);
+  const LivePicture failed = Order(200).get();
+  EXPECT_EQ(failed.state, State::Failed);
+  EXPECT_THAT(failed.reason, HasSubstr("connect"));
+  EXPECT_EQ(engine_->CurrentFigures().fetching.servers.at(0).failure, failed.reason);
+  EXPECT_EQ(NumberOf(Order(3).get()), 3);  // what was seen is there
+  server_.SetListening(true);
+  EXPECT_EQ(NumberOf(Order(200).get()), 200);
+  EXPECT_EQ(engine_->CurrentFigures().fetching.servers.at(0).failure, "");
+}
+
+TEST_F(Live, EndsAtOnceAndAnswersEverybody) {
+  server_.SetFault({.stall = Fault::Point{Fault::Part::Header, 0}});
+  std::vector<std::future<LivePicture>> futures;
+  std::mutex access;
+  {
+    std::vector<std::jthread> viewers;
+    for (int viewer = 0; viewer < 8; ++viewer) {
+      viewers.emplace_back([&, viewer] {
+        for (int64_t i = 0; i < 50; ++i) {
+          auto future = engine_->Order({.key = {1, (i * 37 + viewer) % kPictures},
+                                        .size = kSize,
+                                        .lane = std::to_string(viewer),
+                                        .generation = i / 10});
+          const std::lock_guard<std::mutex> lock(access);
+          futures.push_back(std::move(future));
+        }
+      });
+    }
+  }
+  const Clock::time_point begin = Clock::now();
+  engine_.reset();
+  EXPECT_LT(Clock::now() - begin, std::chrono::seconds(1));
+  for (auto& future : futures) {
+    ASSERT_EQ(future.wait_for(std::chrono::seconds(0)), std::future_status::ready);
+    EXPECT_THAT(future.get().state, ::testing::AnyOf(State::Stale, State::Failed));
+  }
+}
+
+}  // namespace
+}  // namespace Moravel::Play
