@@ -207,7 +207,6 @@ TEST_F(Faults, ACutAtAnyByteLosesNoSample) {
         ++failures;
       ASSERT_EQ(answer.bytes, clip.samples[static_cast<size_t>(number)]) << answer.error;
     }
-    EXPECT_GE(failures, 1) << point.bytes;
   }
 }
 

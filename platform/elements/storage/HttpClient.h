@@ -7,6 +7,7 @@
 #include <memory>
 #include <vector>
 
+#include "elements/storage/LinkEstimate.h"
 #include "elements/storage/StorageAddress.h"
 
 namespace qel {
@@ -75,6 +76,11 @@ class HttpClient {
   // while nobody waits, and while the process is stopped.
   Duration Listened() const { return listened_; }
 
+  // Of all transfers together.
+  void CountReceived(size_t bytes) { received_ += static_cast<int64_t>(bytes); }
+  int64_t Received() const { return received_; }
+  LinkEstimate& Link() { return link_; }
+
  private:
   struct MultiCleanup {
     void operator()(CURLM* multi) const { curl_multi_cleanup(multi); }
@@ -85,6 +91,8 @@ class HttpClient {
   const std::unique_ptr<CURLM, MultiCleanup> multi_;
   std::vector<CurlEasy> idle_;
   Duration listened_{};
+  int64_t received_ = 0;
+  LinkEstimate link_;
 };
 
 }  // namespace qel

@@ -31,6 +31,10 @@ class HttpFile : public IFileBytes {
   // For the index: within the time that opening may take, and the number of requests.
   void ReadAt(int64_t offset, std::span<uint8_t> bytes) override;
 
+  // Bytes between two ranges that are better read than asked around with a request more, of so many
+  // that are under way.
+  int64_t GapWorthReading(int requests) { return client_.Link().BytesInsteadOfARequest(requests); }
+
   // Asks for a range. The file is neither opened again nor destroyed while the transfer lives.
   std::unique_ptr<HttpTransfer> Start(const ByteRange& range, IRangeReceiver& receiver);
 

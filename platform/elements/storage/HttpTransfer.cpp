@@ -84,6 +84,7 @@ void HttpTransfer::SetPrecondition() {
 
 void HttpTransfer::Start() {
   started_ = lastProgress_ = client_.Listened();
+  asked_ = Clock::now();
   client_.Add(easy_.get());
   isRunning_ = true;
 }
@@ -99,6 +100,7 @@ void HttpTransfer::Receive(Duration until) {
   const std::stop_token stop = StopScope::Current();
   const std::stop_callback wake(stop, [this] { client_.Wake(); });
   Listen();
+  isAwaitedFromStart_ = isAwaitedFromStart_ || Clock::now() - asked_ < milliseconds(1);
   while (true) {
     if (stop.stop_requested())
       throw QELRuntimeError("stopped by the host");
@@ -195,6 +197,20 @@ void HttpTransfer::CheckResponse() {
   }
   isChecked_ = true;
   windowStart_ = client_.Listened();
+  MeasureAnswer();
+}
+
+// Only while somebody listens does time say something of the server.
+void HttpTransfer::MeasureAnswer() {
+  answered_ = Clock::now();
+  clientReceived_ = client_.Received();
+  if (isAwaitedFromStart_)
+    client_.Link().Answered(answered_ - asked_);
+}
+
+void HttpTransfer::MeasureBody() {
+  if (isAwaitedFromStart_)
+    client_.Link().Received(client_.Received() - clientReceived_, Clock::now() - answered_);
 }
 
 size_t HttpTransfer::OnHeader(char* bytes, size_t, size_t size, void* self) {
@@ -242,6 +258,9 @@ size_t HttpTransfer::TakeBody(std::span<const uint8_t> bytes) {
     return CURL_WRITEFUNC_PAUSE;
   }
   received_ += static_cast<int64_t>(bytes.size());
+  client_.CountReceived(bytes.size());
+  if (received_ == range_.size)
+    MeasureBody();
   return bytes.size();
 }
 

@@ -2,6 +2,7 @@
 
 #include <curl/curl.h>
 
+#include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <exception>
@@ -63,6 +64,8 @@ class HttpTransfer : private IHttpTransfer {
   void CheckTime(Duration until);
   void CheckRate(Duration now);
   void CheckComplete() const;
+  void MeasureAnswer();
+  void MeasureBody();
   void CheckRedirect() const;
   void CheckResponse();
 
@@ -96,6 +99,13 @@ class HttpTransfer : private IHttpTransfer {
   Duration lastProgress_{};
   Duration windowStart_{};
   int64_t windowStartReceived_ = 0;
+
+  // For the client's estimate of its link.
+  using Clock = std::chrono::steady_clock;
+  Clock::time_point asked_;
+  Clock::time_point answered_;
+  int64_t clientReceived_ = 0;  // when it was answered
+  bool isAwaitedFromStart_ = false;
 };
 
 }  // namespace qel

@@ -25,8 +25,6 @@ constexpr int64_t kMaxTimeoutMs = 3'600'000;
 constexpr int64_t kMaxLeastRate = 1'000'000'000;
 // Free memory of samples that is kept.
 constexpr size_t kMaxIdleBytes = size_t{2} << 20;
-// Tracks whose samples arrive at the same time.
-constexpr int kMaxLiveStreams = 8;
 
 int64_t Number(const IParametersCollectionInstance& config, const std::string& key,
                int64_t defaultValue, int64_t least, int64_t most) {
@@ -159,7 +157,6 @@ SampleContainerConstPtr StorageSource::GetSample() {
   OpenTrack& open = Selected();
   if (!isInside_ || position_ >= open.track->Index()->Count())
     return nullptr;
-  LimitStreams(*open.track);
   const auto bytes = ReadSample(open);
   SampleContainerConstPtr container = bytes ? MakeContainer(open, *bytes) : nullptr;
   const TrackIndex& index = *open.track->Index();
@@ -170,14 +167,14 @@ SampleContainerConstPtr StorageSource::GetSample() {
 
 std::optional<SampleBytes> StorageSource::ReadSample(OpenTrack& open) {
   try {
-    return open.track->Read(position_);
+    return open.track->Read(position_, MakeRoom(*open.track));
   } catch (const FileChangedError&) {
     ReopenSelected(open);
   }
   if (!isInside_)
     return std::nullopt;
   try {
-    return open.track->Read(position_);
+    return open.track->Read(position_, MakeRoom(*open.track));
   } catch (const FileChangedError&) {
     ForgetTrack(*selected_);
     throw;
@@ -197,19 +194,35 @@ void StorageSource::ReopenSelected(OpenTrack& open) {
   position_ = found.value_or(0);
 }
 
-void StorageSource::LimitStreams(const StorageTrack& reading) {
-  StorageTrack* oldest = nullptr;
-  int others = 0;
-  for (const auto& [id, open] : tracks_) {
-    StorageTrack* const track = open.track.get();
-    if (track == &reading || !track->IsStreaming())
-      continue;
-    ++others;
-    if (oldest == nullptr || track->LastRead() < oldest->LastRead())
-      oldest = track;
+// Tracks that are read in turns, those that were read since this one was, share alike. The one that
+// was read longest ago gives up what it has when too little is left for this one.
+ReadAheadShare StorageSource::MakeRoom(const StorageTrack& reading) {
+  while (true) {
+    StorageTrack* oldest = nullptr;
+    int tracks = 1;
+    int64_t bytes = 0;
+    int transfers = 0;
+    for (const auto& [id, open] : tracks_) {
+      StorageTrack* const track = open.track.get();
+      if (track == &reading)
+        continue;
+      if (track->LastRead() > reading.LastRead())
+        ++tracks;
+      if (track->Bytes() == 0)
+        continue;
+      bytes += track->Bytes();
+      transfers += track->Transfers();
+      if (oldest == nullptr || track->LastRead() < oldest->LastRead())
+        oldest = track;
+    }
+    const ReadAheadShare share{kMaxReadAheadBytes / tracks,
+                               std::clamp(kMaxTransfers / tracks, 1, kMaxReadAheadTransfers)};
+    const ReadAheadShare left{kMaxReadAheadBytes - bytes, kMaxTransfers - transfers};
+    if (oldest == nullptr || (left.bytes >= std::min(share.bytes, kMaxReadAheadBytes / 4) &&
+                              left.transfers >= share.transfers))
+      return {std::min(share.bytes, left.bytes), share.transfers};
+    oldest->StopReadingAhead();
   }
-  if (others >= kMaxLiveStreams)
-    oldest->StopStreaming();
 }
 
 SampleContainerConstPtr StorageSource::MakeContainer(const OpenTrack& open,

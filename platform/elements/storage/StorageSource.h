@@ -17,6 +17,12 @@ namespace qel {
 // Tracks that one source keeps open.
 constexpr size_t kMaxOpenTracks = 256;
 
+// What a source has read of its tracks and not delivered, or keeps for a reader that goes back and
+// forth: all tracks together, and the sample that is read.
+constexpr int64_t kMaxReadAheadBytes = int64_t{32} << 20;
+// Requests of a source that are under way.
+constexpr int kMaxTransfers = 64;
+
 // Enters the storage source into the framework's registry as ("qel.StorageSource", "storage").
 void RegisterStorageSource();
 
@@ -65,7 +71,7 @@ class StorageSource : public ISource {
   // Reads the sample at position_, of the file as it is now.
   std::optional<SampleBytes> ReadSample(OpenTrack& open);
   void ReopenSelected(OpenTrack& open);
-  void LimitStreams(const StorageTrack& reading);
+  ReadAheadShare MakeRoom(const StorageTrack& reading);
   SampleContainerConstPtr MakeContainer(const OpenTrack& open, const SampleBytes& bytes) const;
 
   const std::shared_ptr<MemoryPool> pool_;

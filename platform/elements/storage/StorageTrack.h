@@ -8,21 +8,19 @@
 
 #include "elements/MemoryPool.h"
 #include "elements/storage/HttpFile.h"
-#include "elements/storage/SampleRun.h"
+#include "elements/storage/ReadAhead.h"
 #include "elements/storage/TrackIndex.h"
 
 namespace qel {
 
-// An open track: its index, and the reading of its samples. A sample out of the blue is one request
-// of exactly its bytes; samples in sequence share requests, which cover the more samples the longer
-// the sequence goes on, and arrive while nobody asks. Used by one thread at a time.
+// An open track: its index, and the reading of its samples (see ReadAhead). Used by one thread at a
+// time.
 //
 // Failures are QELRuntimeError that names the track; the next call starts afresh.
 class StorageTrack {
  public:
   // Reads the index. The client outlives the track.
   StorageTrack(HttpClient& client, std::shared_ptr<MemoryPool> pool, int64_t trackId);
-  ~StorageTrack();
 
   // "track ADDRESS:PORT:Tn"
   const std::string& Name() const { return name_; }
@@ -34,31 +32,24 @@ class StorageTrack {
 
   // The bytes of a sample, none of one that was dropped. Throws FileChangedError when the file is
   // not the one that was indexed.
-  std::optional<SampleBytes> Read(int64_t number);
+  std::optional<SampleBytes> Read(int64_t number, const ReadAheadShare& share);
 
-  // Whether a request is under way that covers samples not asked for yet, and when the track was
-  // read last.
-  bool IsStreaming() const { return run_ != nullptr; }
+  // Gives up what was read ahead, and what that takes.
+  void StopReadingAhead() { readAhead_->Stop(); }
+  int64_t Bytes() const { return readAhead_->Bytes(); }
+  int Transfers() const { return readAhead_->Transfers(); }
   std::chrono::steady_clock::time_point LastRead() const { return lastRead_; }
-  void StopStreaming();
 
  private:
   template <typename Function>
   auto Named(Function function);
-  SampleBytes ReadStored(int64_t number);
-  void CheckPlace(int64_t number) const;
-  void StartRun(int64_t number);
 
   const std::string name_;
   const std::shared_ptr<MemoryPool> pool_;
   const std::chrono::milliseconds maxIdle_;
   HttpFile file_;
   std::shared_ptr<const TrackIndex> index_;
-  std::unique_ptr<SampleRun> run_;
-  std::unique_ptr<HttpTransfer> transfer_;  // of the run
-  int64_t runSamples_ = 0;                  // that the next request of a sequence may cover
-  int64_t successor_ = -1;                  // of the sample that was read last
-  int64_t sequenceLength_ = 0;              // samples that followed each other up to that one
+  std::unique_ptr<ReadAhead> readAhead_;  // with that index
   std::chrono::steady_clock::time_point lastRead_;
 };
 
