@@ -1,37 +1,63 @@
-# Two packages: the platform stand-in (MoravelPlatform) and the library (MoravelPlayerQEL), so that
-# the one can be replaced under the other.
+# What is installed, as components that become packages of their own (cmake/Package.cmake):
+#   library, library-dev     the library, and what a host needs to build against it
+#   platform, platform-dev   the platform stand-in's core and host, and all interfaces
+#   elements-dev             the stand-in's elements, static: only who links them needs their libraries
+#   tools                    moravel-play
+# Each -dev component is found by find_package and by pkg-config; all paths in it are relative.
 include(CMakePackageConfigHelpers)
 
-function(moravel_install_package package)
+set(interfaceFolder ${CMAKE_INSTALL_INCLUDEDIR}/moravel)
+set(platformFolder ${CMAKE_INSTALL_INCLUDEDIR}/moravel-platform)
+set(cmakeFolder ${CMAKE_INSTALL_LIBDIR}/cmake)
+set(pkgconfigFolder ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
+file(RELATIVE_PATH prefixFromPkgconfig /prefix/${pkgconfigFolder} /prefix)
+
+# moravel_install(COMPONENT PACKAGE PC TARGET...): the targets, with a CMake package and a pkg-config
+# file that finds them.
+function(moravel_install component package pc)
+  install(TARGETS ${ARGN} EXPORT ${package}Targets
+    LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT ${component} NAMELINK_COMPONENT ${component}-dev
+    ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT ${component}-dev)
   install(EXPORT ${package}Targets NAMESPACE Moravel::
-    DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/${package})
+    DESTINATION ${cmakeFolder}/${package} COMPONENT ${component}-dev)
   configure_package_config_file(${PROJECT_SOURCE_DIR}/cmake/${package}Config.cmake.in
-    ${PROJECT_BINARY_DIR}/${package}Config.cmake
-    INSTALL_DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/${package})
+    ${PROJECT_BINARY_DIR}/${package}Config.cmake INSTALL_DESTINATION ${cmakeFolder}/${package})
   write_basic_package_version_file(${PROJECT_BINARY_DIR}/${package}ConfigVersion.cmake
     COMPATIBILITY SameMajorVersion)
   install(FILES ${PROJECT_BINARY_DIR}/${package}Config.cmake
     ${PROJECT_BINARY_DIR}/${package}ConfigVersion.cmake
-    DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/${package})
+    DESTINATION ${cmakeFolder}/${package} COMPONENT ${component}-dev)
+  configure_file(${PROJECT_SOURCE_DIR}/cmake/${pc}.pc.in ${PROJECT_BINARY_DIR}/${pc}.pc @ONLY)
+  install(FILES ${PROJECT_BINARY_DIR}/${pc}.pc
+    DESTINATION ${pkgconfigFolder} COMPONENT ${component}-dev)
+endfunction()
+
+# moravel_install_headers(COMPONENT FOLDER PATH...): headers, under the names that they are included by.
+function(moravel_install_headers component folder)
+  foreach(path ${ARGN})
+    cmake_path(GET path PARENT_PATH parent)
+    install(FILES ${path} DESTINATION ${folder}/${parent} COMPONENT ${component})
+  endforeach()
 endfunction()
 
 if(NOT MORAVEL_SYSTEM_PLATFORM)
-  install(TARGETS MoravelInterfaces qelCore MoravelHost qelElements EXPORT MoravelPlatformTargets)
+  moravel_install(platform MoravelPlatform moravel-platform MoravelInterfaces qelCore MoravelHost)
   foreach(room qel Time logging)
-    install(DIRECTORY ${PROJECT_SOURCE_DIR}/${room}
-      DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/moravel FILES_MATCHING PATTERN "*.h")
+    install(DIRECTORY ${room} DESTINATION ${interfaceFolder} COMPONENT platform-dev
+      FILES_MATCHING PATTERN "*.h")
   endforeach()
-  install(DIRECTORY ${PROJECT_SOURCE_DIR}/platform/host ${PROJECT_SOURCE_DIR}/platform/qelCore
-    DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/moravel FILES_MATCHING PATTERN "*.h")
-  install(FILES ${PROJECT_SOURCE_DIR}/platform/elements/BuiltinElements.h
-    ${PROJECT_SOURCE_DIR}/platform/elements/StopScope.h
-    DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/moravel/elements)
-  moravel_install_package(MoravelPlatform)
-  install(TARGETS moravel-play)
+  moravel_install_headers(platform-dev ${interfaceFolder} ${hostInterfaces})
+  foreach(room host qelCore)
+    install(DIRECTORY platform/${room} DESTINATION ${platformFolder} COMPONENT platform-dev
+      FILES_MATCHING PATTERN "*.h")
+  endforeach()
+
+  moravel_install(elements MoravelElements moravel-elements qelElements)
+  install(FILES platform/elements/BuiltinElements.h platform/elements/StopScope.h
+    DESTINATION ${platformFolder}/elements COMPONENT elements-dev)
+
+  install(TARGETS moravel-play RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT tools)
 endif()
 
-install(TARGETS MoravelPlayerQEL EXPORT MoravelPlayerQELTargets)
-install(DIRECTORY ${PROJECT_SOURCE_DIR}/Player
-  DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/moravel FILES_MATCHING PATTERN "*.h"
-  PATTERN "HostLog.h" EXCLUDE)
-moravel_install_package(MoravelPlayerQEL)
+moravel_install(library MoravelPlayerQEL moravel-player-qel MoravelPlayerQEL)
+moravel_install_headers(library-dev ${interfaceFolder} ${libraryHeaders})

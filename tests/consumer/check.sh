@@ -52,14 +52,15 @@ readme_block cpp | diff - "$here/embed.cpp" || fail "README.md shows another emb
 
 cmake --install "$build" --prefix "$work/all" >/dev/null
 "$work/all/bin/moravel-play" --version
-foreign=$(nm -DC --defined-only "$work/all/lib/libMoravelPlayerQEL.so" | grep ' T ' |
-  grep -v ' Moravel::Player::\(ISample\|QEL\)' || true)
-[[ -z $foreign ]] || fail "the library shows more than its interface: $foreign"
+nm -DC --defined-only "$work/all/lib/libMoravelPlayerQEL.so" | cut -c 20- | sort -u |
+  diff - <(sed -n 's/^ *"\(.*\)";$/\1/p' "$root/Player/MoravelPlayerQEL.map" | sort -u) ||
+  fail "the library shows other symbols than Player/MoravelPlayerQEL.map lists"
+! grep -rnE "[ \";]/(usr|home|tmp)" "$work"/all/lib/cmake || fail "exported targets name absolute paths"
 
 start_nginx
 try_host host "$work/all"
 
-rm -r "$work"/all/include/moravel/Player "$work"/all/lib/cmake/MoravelPlayerQEL \
+rm -r "$work"/all/include/moravel/Player/QEL* "$work"/all/lib/cmake/MoravelPlayerQEL \
   "$work"/all/lib/libMoravelPlayerQEL*
 cmake -S "$root" -B "$work/library" -G Ninja -DMORAVEL_SYSTEM_PLATFORM=ON -DMORAVEL_WERROR=ON \
   -DCMAKE_PREFIX_PATH="$work/all" >/dev/null
