@@ -54,9 +54,10 @@ check() {
   say "the player's tests as an ordinary user"
   test_player_as_ordinary_user
   fuzz 5
-  say "install and embedding"
+  say "packages, and hosts that are built with them"
   make_clip
-  tests/consumer/check.sh build/dev "$clip"
+  package
+  cmake/check-install.sh build/packages "$clip"
   say "benchmarks, as briefly as can be"
   bench --smoke
   say "all checks passed"

@@ -5,11 +5,12 @@ base=(build-essential cmake ninja-build pkg-config libboost-thread-dev libboost-
   libspdlog-dev libmicrohttpd-dev libcli11-dev libcairo2-dev libspng-dev fonts-dejavu-core
   nlohmann-json3-dev)
 for_play=("${base[@]}" ffmpeg)
+for_package=("${base[@]}" dpkg-dev file)
 for_test=("${base[@]}" libgtest-dev libgmock-dev)
 for_bench=("${base[@]}" libgtest-dev libgmock-dev libbenchmark-dev ffmpeg python3 gstreamer1.0-tools
   gstreamer1.0-plugins-base gstreamer1.0-plugins-good)
 for_fuzz=("${base[@]}" clang-14 libclang-rt-14-dev)
-for_check=("${for_bench[@]}" "${for_fuzz[@]}" git clang-format-14 cloc)
+for_check=("${for_bench[@]}" "${for_fuzz[@]}" "${for_package[@]}" git clang-format-14 cloc)
 
 as_root() { if ((EUID == 0)); then "$@"; else sudo "$@"; fi; }
 
