@@ -24,12 +24,14 @@ class QEL_API DecodeOrder {
       dur = toDecode_->GetDuration();
       return;
     }
-    const int64_t fieldNumber = orderTp_.SampleNumber(fieldSampleRate_) + (decodeTopField_ ? 0 : 1);
+    // Unsigned, as FromRatio takes it: the number behind the last one wraps around.
+    const uint64_t fieldNumber =
+        static_cast<uint64_t>(orderTp_.SampleNumber(fieldSampleRate_)) + (decodeTopField_ ? 0 : 1);
     const auto a = static_cast<uint64_t>(fieldSampleRate_.Denominator());
     const auto b = static_cast<uint64_t>(fieldSampleRate_.Numerator());
-    tp.FromRatio(static_cast<uint64_t>(fieldNumber), a, b);
+    tp.FromRatio(fieldNumber, a, b);
     Time::TimePoint out;
-    out.FromRatio(static_cast<uint64_t>(fieldNumber) + 1, a, b);
+    out.FromRatio(fieldNumber + 1, a, b);
     dur = out - tp;
   }
 

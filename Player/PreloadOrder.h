@@ -20,13 +20,14 @@ class QEL_API PreloadOrder {
   void Set(const Time::TimePoint& tp, const SampleRate& s, CacheUpdateQueue* queue,
            const TrackId& id);
 
-  // A larger priority is served earlier.
+  // For the host's own scheduling; the preloader serves orders as they are given to it.
   void SetPriority(int32_t priority) { priority_ = priority; }
   int32_t Priority() const { return priority_; }
 
-  // Equal orders ask for the same thing, whatever their priority.
+  // Equal when all fields are.
   bool operator==(const PreloadOrder& other) const;
-  // In the order of service: by falling priority, then by time.
+  // An order for a host's sorted queue: by falling priority, then by time, then by the rest, so
+  // that of two orders neither is less only when they are equal.
   bool operator<(const PreloadOrder& other) const;
 
   Time::TimePoint tp_;

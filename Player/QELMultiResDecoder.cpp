@@ -30,8 +30,14 @@ QELMultiResDecoder::QELMultiResDecoder()
 
 QELMultiResDecoder::~QELMultiResDecoder() = default;
 
+template <typename Lock>
+Lock QELMultiResDecoder::Acquire() {
+  const std::lock_guard<std::mutex> lock(gate_);
+  return Lock(decodersAccess_);
+}
+
 ISample* QELMultiResDecoder::Decode(const DecodeOrder& order) {
-  const boost::shared_lock<boost::shared_mutex> lock(decodersAccess_);
+  const auto lock = Acquire<boost::shared_lock<boost::shared_mutex>>();
   const auto entry = decoders_.find({order.width_, order.height_});
   if (entry != decoders_.end())
     return entry->second->Decode(order);
@@ -48,12 +54,12 @@ void QELMultiResDecoder::AddDecoder(int width, int height, QELSampleDecoder* dec
                "AddDecoder: ignored a null decoder for resolution " << width << "x" << height);
     return;
   }
-  const boost::unique_lock<boost::shared_mutex> lock(decodersAccess_);
+  const auto lock = Acquire<boost::unique_lock<boost::shared_mutex>>();
   decoders_.try_emplace({width, height}, decoder);
 }
 
 void QELMultiResDecoder::RemoveDecoder(int width, int height) {
-  const boost::unique_lock<boost::shared_mutex> lock(decodersAccess_);
+  const auto lock = Acquire<boost::unique_lock<boost::shared_mutex>>();
   decoders_.erase({width, height});
 }
 

@@ -2,6 +2,7 @@
 
 #include <boost/thread/shared_mutex.hpp>
 #include <map>
+#include <mutex>
 #include <utility>
 
 #include "Player/Export.h"
@@ -14,9 +15,13 @@ namespace Moravel::Player {
 // Routes each decode order to the decoder registered for exactly the order's width and height.
 //
 // Decode, AddDecoder and RemoveDecoder may be called from any threads at once: decodes run in
-// parallel, a registration change waits for running decodes and holds back new ones meanwhile.
-// A registered decoder must not change registrations from within its Decode. The decoders stay
-// the host's, which destroys one only after removing it here, or after destroying the dispatcher.
+// parallel, a registration change waits for the decodes that run and holds back new ones meanwhile,
+// so that no stream of orders, however dense, keeps it waiting for longer than one decode takes.
+// From within a decode (the element, the logger) nobody may change registrations or decode through
+// the same dispatcher: both would wait for the decode that they are part of.
+//
+// The decoders stay the host's, which destroys one only after removing it here, or after destroying
+// the dispatcher. The dispatcher itself is destroyed when none of its operations runs.
 class MORAVEL_PLAYER_API QELMultiResDecoder : public ISampleDecoder {
  public:
   QELMultiResDecoder();
@@ -31,8 +36,14 @@ class MORAVEL_PLAYER_API QELMultiResDecoder : public ISampleDecoder {
   void RemoveDecoder(int width, int height);
 
  private:
+  template <typename Lock>
+  Lock Acquire();
+
   std::map<std::pair<int, int>, QELSampleDecoder*> decoders_;  // by width and height; borrowed
   boost::shared_mutex decodersAccess_;  // shared for decoding, exclusive for registration
+  // Held only while decodersAccess_ is being acquired, by everybody: whoever waits for the decodes
+  // to end holds back those who come later. The shared mutex alone lets them pass.
+  std::mutex gate_;
   const orl::mv::logging::ILogger& logger_;
 };
 

@@ -17,8 +17,8 @@ namespace {
 
 using orl::mv::logging::ILogger;
 
-const std::string kSourceImplementation = "qel.StorageSource";
-const std::string kSourceType = "storage";
+constexpr const char* kSourceImplementation = "qel.StorageSource";
+constexpr const char* kSourceType = "storage";
 
 // Objects are named in log lines by their address as a signed decimal number.
 int64_t Identity(const void* object) {
@@ -147,13 +147,18 @@ void QELPreloader::SetExistingCacheUpdateQueues(ExistingCacheUpdateQueues* queue
 
 void QELPreloader::SetStorageSource(StorageId id, qel::MediaSourcePtr source,
                                     qel::SourceControlPtr control) {
+  QEL_CHECK_POINTER(source, "source");
+  QEL_CHECK_POINTER(control, "control");
   const std::lock_guard<std::mutex> lock(sourcesAccess_);
   sources_.try_emplace(std::move(id), std::move(source), std::move(control));
 }
 
 bool QELPreloader::RemoveStorageSource(const StorageId& id) {
+  // Dies after the lock: with the last handle of an element goes the element, in its own time.
+  decltype(sources_)::node_type removed;
   const std::lock_guard<std::mutex> lock(sourcesAccess_);
-  return sources_.erase(id) != 0;
+  removed = sources_.extract(id);
+  return !removed.empty();
 }
 
 void QELPreloader::InitSource(qel::MediaSourcePtr& source, qel::SourceControlPtr& control,
@@ -171,6 +176,7 @@ void QELPreloader::InitSource(qel::MediaSourcePtr& source, qel::SourceControlPtr
       qel::ImplementElement<qel::ElementFactoryType_Source>(kSourceImplementation, kSourceType,
                                                             qel::StepConstPtr());
   QEL_CHECK_POINTER(mediaSource, "mediaSource");
+  QEL_CHECK_POINTER(sourceControl, "sourceControl");
   source = mediaSource;
   control = sourceControl;
   source->SetInitConfig(config);

@@ -36,9 +36,11 @@ class MORAVEL_PLAYER_API QELPreloader : public IPreloader {
   // must outlive the orders that run.
   void SetExistingCacheUpdateQueues(ExistingCacheUpdateQueues* queues) override;
 
-  // Registers a server's source; a server that has one keeps it.
+  // Registers a server's source; a server that has one keeps it. An empty handle is a
+  // QELRuntimeError and changes nothing.
   void SetStorageSource(StorageId id, qel::MediaSourcePtr source, qel::SourceControlPtr control);
-  // True when there was one.
+  // True when there was one. An element whose last handle this was is destroyed here, while orders
+  // for other servers already go on.
   bool RemoveStorageSource(const StorageId& id);
 
   // Builds the storage source of the track's server, set to that track. Touches no preloader.

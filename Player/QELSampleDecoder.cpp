@@ -15,8 +15,8 @@ namespace {
 using orl::mv::logging::ILogger;
 using Clock = std::chrono::steady_clock;
 
-const std::string kDecoderImplementation = "qel";
-const std::string kDecoderType = "video.mjpeg";
+constexpr const char* kDecoderImplementation = "qel";
+constexpr const char* kDecoderType = "video.mjpeg";
 
 constexpr int kTopChannel = 0;
 constexpr int kBottomChannel = 1;
@@ -122,8 +122,13 @@ ISample* QELSampleDecoder::Decode(const DecodeOrder& order) {
   QEL_CHECK_CONDITION(ready_, "decoder is ready");
   containerToDecode = adapter_.ConvertSampleContainer(containerToDecode);
 
-  std::unique_ptr<QELSample> decodedQEL = Exchange(decoderElement, containerToDecode);
-  const qel::SampleContainerConstPtr decoded = decodedQEL->GetContainer();
+  auto [decoded, unexpected] = Exchange(*decoderElement, containerToDecode);
+  if (unexpected) {
+    PLAYER_LOG(logger_, ILogger::Level_Warning, "GetSample should return NULL on the second call");
+    unexpected.reset();
+  }
+  auto decodedQEL = std::make_unique<QELSample>();
+  decodedQEL->SetContainer(decoded);
   if (!decoded || decoded->GetVideoSampleList({}, {}).empty()) {
     PLAYER_LOG(logger_, ILogger::Level_Error, "VideoSampleList is empty after decoding");
     return nullptr;
@@ -135,26 +140,24 @@ ISample* QELSampleDecoder::Decode(const DecodeOrder& order) {
   decodedQEL->SetDuration(dur);
   if (wanted.bottom)
     decodedQEL->SetBottomField(true);
-  PLAYER_LOG(logger_, ILogger::Level_Trace,
-             "Decoded " << (wanted.bottom ? "bottom" : "top") << " sample at "
-                        << decodedQEL->GetTimePoint() << " of duration "
-                        << decodedQEL->GetDuration().ToDurationString() << " in "
-                        << MillisecondsSince(now) << " ms");
+  if (Takes(logger_, ILogger::Level_Trace)) {
+    const int64_t elapsed = MillisecondsSince(now);
+    PLAYER_LOG(logger_, ILogger::Level_Trace,
+               "Decoded " << (wanted.bottom ? "bottom" : "top") << " sample at "
+                          << decodedQEL->GetTimePoint() << " of duration "
+                          << decodedQEL->GetDuration().ToDurationString() << " in " << elapsed
+                          << " ms");
+  }
   return decodedQEL.release();
 }
 
-// One push, one pull for the picture and one that comes back empty.
-std::unique_ptr<QELSample> QELSampleDecoder::Exchange(
-    const qel::MediaFilterPtr& decoderElement,
-    const qel::SampleContainerConstPtr& containerToDecode) {
+QELSampleDecoder::Pulled QELSampleDecoder::Exchange(
+    qel::IMediaFilter& decoderElement, const qel::SampleContainerConstPtr& containerToDecode) {
   const std::lock_guard<std::mutex> lock(exchangeAccess_);
-  decoderElement->PushSample(containerToDecode);
-  auto decodedQEL = std::make_unique<QELSample>();
-  decodedQEL->SetContainer(decoderElement->GetSample());
-  if (decoderElement->GetSample()) {
-    PLAYER_LOG(logger_, ILogger::Level_Warning, "GetSample should return NULL on the second call");
-  }
-  return decodedQEL;
+  decoderElement.PushSample(containerToDecode);
+  qel::SampleContainerConstPtr picture = decoderElement.GetSample();
+  qel::SampleContainerConstPtr unexpected = decoderElement.GetSample();
+  return {std::move(picture), std::move(unexpected)};
 }
 
 }  // namespace Moravel::Player

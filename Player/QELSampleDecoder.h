@@ -1,6 +1,5 @@
 #pragma once
 
-#include <memory>
 #include <mutex>
 #include <utility>
 
@@ -80,8 +79,10 @@ class MORAVEL_PLAYER_API QELSampleDecoder : public ISampleDecoder {
   ISample* Decode(const DecodeOrder& order) override;
 
  private:
-  std::unique_ptr<QELSample> Exchange(const qel::MediaFilterPtr& decoderElement,
-                                      const qel::SampleContainerConstPtr& containerToDecode);
+  // One push, one pull for the picture and one that should come back empty.
+  using Pulled = std::pair<qel::SampleContainerConstPtr, qel::SampleContainerConstPtr>;
+  Pulled Exchange(qel::IMediaFilter& decoderElement,
+                  const qel::SampleContainerConstPtr& containerToDecode);
 
   // Constant while decodes run.
   AdapterForChangingStreamId adapter_;
@@ -89,7 +90,7 @@ class MORAVEL_PLAYER_API QELSampleDecoder : public ISampleDecoder {
   orl::mv::logging::ILogger* logger_;  // the host's, may be null
   bool ready_ = false;                 // the last SetDecoder succeeded
 
-  std::mutex exchangeAccess_;  // one push with its pulls at a time
+  std::mutex exchangeAccess_;  // held for a push and its two pulls, and for nothing else
 };
 
 }  // namespace Moravel::Player

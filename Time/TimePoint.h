@@ -28,37 +28,40 @@ class Ratio {
 
 // A time, or a span of time, as a count of ticks of 1/705,600,000 second: a period of every
 // broadcast rate (24, 25, 30, 50, 60, 120 and their 1000/1001 relatives) is a whole number of
-// them, so that times of samples are exact over more than 400 years. A value; zero at first.
+// them, so that times of samples are exact. A value; zero at first.
 //
-// A rate or a unit with a part that is zero or negative is refused with qel::QELRuntimeError.
+// For every rate u/d that is accepted and every n whose time is in range,
+// FromRatio(n, d, u).SampleNumber({u, d}) is n. Refused with qel::QELRuntimeError are a rate or a
+// unit with a part that is zero or negative, or whose period is shorter than a tick, and a result
+// out of range: times reach 414 years to either side of zero.
 class QEL_API TimePoint {
  public:
   static constexpr int64_t kTicksPerSecond = 705'600'000;
 
   TimePoint() = default;
 
-  // Sets the time to `count` units of a/b seconds each, rounded up to a tick, and returns *this.
-  // A count of 2^63 and above stands for the negative number of the same bits. Rounding up makes
-  // SampleNumber at the rate b/a its inverse, whatever the rate.
+  // Sets the time to `count` units of a/b seconds each, rounded up to a tick (so that it lies
+  // within the period of its own sample), and returns *this. A count of 2^63 and above stands for
+  // the negative number of the same bits.
   TimePoint& FromRatio(uint64_t count, uint64_t a, uint64_t b);
 
   // The number of the sample of `rate` in whose period the time lies (the first sample is 0).
   int64_t SampleNumber(const Ratio& rate) const;
 
-  // As seconds, for a span: "0.040000 s".
+  // As seconds, for a span: "0.040000 s". What is less than a microsecond is cut off.
   std::string ToDurationString() const;
-
-  double ToSeconds() const { return static_cast<double>(ticks_) / kTicksPerSecond; }
 
   TimePoint operator-(const TimePoint& other) const;
   TimePoint operator+(const TimePoint& other) const;
   auto operator<=>(const TimePoint&) const = default;
 
+  friend QEL_API std::ostream& operator<<(std::ostream& stream, const TimePoint& time);
+
  private:
   int64_t ticks_ = 0;
 };
 
-// As hours, minutes and seconds: "00:00:04.040000".
+// As hours, minutes and seconds: "00:00:04.040000". What is less than a microsecond is cut off.
 QEL_API std::ostream& operator<<(std::ostream& stream, const TimePoint& time);
 
 }  // namespace Moravel::Time

@@ -85,9 +85,10 @@ class QEL_API IStep {
 using StepConstPtr = std::shared_ptr<const IStep>;
 
 // Takes an element apart into its sides.
-using SourceInstance = std::tuple<MediaSourcePtr, SourceControlPtr, AsynchronousControlPtr>;
-using VideoDecoderInstance =
-    std::tuple<MediaFilterPtr, VideoDecoderControlPtr, AsynchronousControlPtr>;
+template <typename MediaSide, typename Control>
+using SeparatedElementControl = std::tuple<MediaSide, Control, AsynchronousControlPtr>;
+using SourceInstance = SeparatedElementControl<MediaSourcePtr, SourceControlPtr>;
+using VideoDecoderInstance = SeparatedElementControl<MediaFilterPtr, VideoDecoderControlPtr>;
 QEL_API SourceInstance CreateWrapper(std::shared_ptr<ISource> element,
                                      std::shared_ptr<const IStep> step);
 QEL_API VideoDecoderInstance CreateWrapper(std::shared_ptr<IVideoDecoder> element,

@@ -6,7 +6,6 @@
 
 #include <iostream>
 #include <memory>
-#include <sstream>
 #include <stdexcept>
 #include <string>
 
@@ -15,6 +14,7 @@
 #include "qel/Milestone.h"
 #include "qel/QELRuntimeError.h"
 #include "qel/SourceFile.h"
+#include "qel/Text.h"
 
 namespace qel {
 
@@ -43,9 +43,6 @@ inline void WriteLogStatement(LogLevel level, const std::string& message, const 
 }
 
 }  // namespace qel
-
-// The text of what may be streamed: QEL_TEXT("no track " << id).
-#define QEL_TEXT(streamed) (::std::ostringstream() << streamed).str()
 
 // Writes a framework log line. The text is made whatever the level: the writer decides.
 #define QEL_LOG(level, streamed) \

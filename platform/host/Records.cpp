@@ -1,4 +1,5 @@
 #include <compare>
+#include <functional>
 #include <tuple>
 #include <utility>
 
@@ -46,13 +47,23 @@ void PreloadOrder::Set(const Time::TimePoint& tp, const SampleRate& s, CacheUpda
 }
 
 bool PreloadOrder::operator==(const PreloadOrder& other) const {
-  return tp_ == other.tp_ && s_ == other.s_ && queue_ == other.queue_ && id_ == other.id_;
+  return priority_ == other.priority_ && tp_ == other.tp_ && s_ == other.s_ &&
+         queue_ == other.queue_ && id_ == other.id_;
 }
 
 bool PreloadOrder::operator<(const PreloadOrder& other) const {
   if (priority_ != other.priority_)
     return priority_ > other.priority_;
-  return tp_ < other.tp_;
+  if (tp_ != other.tp_)
+    return tp_ < other.tp_;
+  if (queue_ != other.queue_)
+    return std::less<>()(queue_, other.queue_);
+  const auto rate = [](const PreloadOrder& order) {
+    return std::pair(order.s_.Numerator(), order.s_.Denominator());
+  };
+  if (rate(*this) != rate(other))
+    return rate(*this) < rate(other);
+  return id_ < other.id_;
 }
 
 }  // namespace Moravel::Player

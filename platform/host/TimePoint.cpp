@@ -24,11 +24,29 @@ int64_t Narrow(Wide value, const char* what) {
   return static_cast<int64_t>(value);
 }
 
-// Microseconds in whole numbers: a nearby double would print 0.039999.
-int64_t ToMicroseconds(int64_t ticks) {
-  return static_cast<int64_t>(
-      FloorDivide(Wide(ticks) * kMicrosecondsPerSecond, TimePoint::kTicksPerSecond));
+// A period of a/b seconds: whole parts, and not shorter than a tick, or two numbers had one time.
+void CheckPeriod(const char* what, int64_t a, int64_t b) {
+  if (a <= 0 || b <= 0)
+    QEL_RAISE(what << a << "/" << b << " s: both parts must be positive");
+  if (Wide(a) * TimePoint::kTicksPerSecond < b)
+    QEL_RAISE(what << a << "/" << b << " s is shorter than a tick of 1/"
+                   << TimePoint::kTicksPerSecond << " s");
 }
+
+// What is printed of a time: its sign, whole seconds and microseconds, all in whole numbers.
+struct Printed {
+  explicit Printed(int64_t ticks) : sign(ticks < 0 ? "-" : "") {
+    const Wide magnitude = ticks < 0 ? -Wide(ticks) : Wide(ticks);
+    const auto whole =
+        static_cast<int64_t>(magnitude * kMicrosecondsPerSecond / TimePoint::kTicksPerSecond);
+    seconds = whole / kMicrosecondsPerSecond;
+    microseconds = whole % kMicrosecondsPerSecond;
+  }
+
+  const char* sign;
+  long long seconds;
+  long long microseconds;
+};
 
 }  // namespace
 
@@ -36,8 +54,7 @@ TimePoint& TimePoint::FromRatio(uint64_t count, uint64_t a, uint64_t b) {
   const auto units = static_cast<int64_t>(count);
   const auto numerator = static_cast<int64_t>(a);
   const auto denominator = static_cast<int64_t>(b);
-  if (numerator <= 0 || denominator <= 0)
-    QEL_RAISE("time unit " << numerator << "/" << denominator << " s: both parts must be positive");
+  CheckPeriod("time unit ", numerator, denominator);
   Wide product = 0;
   if (__builtin_mul_overflow(Wide(units) * numerator, Wide(kTicksPerSecond), &product))
     QEL_RAISE("time is out of range");
@@ -46,22 +63,17 @@ TimePoint& TimePoint::FromRatio(uint64_t count, uint64_t a, uint64_t b) {
 }
 
 int64_t TimePoint::SampleNumber(const Ratio& rate) const {
-  if (rate.Numerator() <= 0 || rate.Denominator() <= 0) {
-    QEL_RAISE("sample rate " << rate.Numerator() << "/" << rate.Denominator()
-                             << ": both parts must be positive");
-  }
+  CheckPeriod("sample period ", rate.Denominator(), rate.Numerator());
   return Narrow(
       FloorDivide(Wide(ticks_) * rate.Numerator(), Wide(rate.Denominator()) * kTicksPerSecond),
       "sample number");
 }
 
 std::string TimePoint::ToDurationString() const {
-  const int64_t microseconds = ToMicroseconds(ticks_);
-  const int64_t magnitude = microseconds < 0 ? -microseconds : microseconds;
+  const Printed printed(ticks_);
   char text[48];
-  std::snprintf(text, sizeof text, "%s%lld.%06lld s", microseconds < 0 ? "-" : "",
-                static_cast<long long>(magnitude / kMicrosecondsPerSecond),
-                static_cast<long long>(magnitude % kMicrosecondsPerSecond));
+  std::snprintf(text, sizeof text, "%s%lld.%06lld s", printed.sign, printed.seconds,
+                printed.microseconds);
   return text;
 }
 
@@ -78,14 +90,11 @@ TimePoint TimePoint::operator+(const TimePoint& other) const {
 }
 
 std::ostream& operator<<(std::ostream& stream, const TimePoint& time) {
-  const TimePoint zero;
-  const bool negative = time < zero;
-  const int64_t whole = (negative ? zero - time : time).SampleNumber(Ratio(1'000'000, 1));
-  const long long seconds = whole / kMicrosecondsPerSecond;
+  const Printed printed(time.ticks_);
   char text[48];
-  std::snprintf(text, sizeof text, "%s%02lld:%02lld:%02lld.%06lld", negative ? "-" : "",
-                seconds / 3600, seconds / 60 % 60, seconds % 60,
-                static_cast<long long>(whole % kMicrosecondsPerSecond));
+  std::snprintf(text, sizeof text, "%s%02lld:%02lld:%02lld.%06lld", printed.sign,
+                printed.seconds / 3600, printed.seconds / 60 % 60, printed.seconds % 60,
+                printed.microseconds);
   return stream << text;
 }
 

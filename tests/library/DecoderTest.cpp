@@ -201,7 +201,7 @@ TEST_F(DecoderTest, DispatchesByExactResolution) {
 }
 
 // Exchanges with one element take turns; decodes with several run side by side; a removal waits for
-// the decode that uses the decoder and is not starved by a stream of others.
+// the decode that uses the decoder.
 TEST_F(DecoderTest, WhatWaitsAndWhatDoesNot) {
   constexpr std::chrono::milliseconds kMoment(20), kHung(20'000);
   const auto fastElement = std::make_shared<Decoder>(*element_);
@@ -234,19 +234,58 @@ TEST_F(DecoderTest, WhatWaitsAndWhatDoesNot) {
   auto beside = start([&] { EXPECT_TRUE(Decode(dispatcher, small)); });
   EXPECT_EQ(beside.wait_for(kHung), std::future_status::ready) << "decodes exclude each other";
 
-  std::atomic<bool> stop = false;
-  std::vector<std::jthread> stream;
-  for (int thread = 0; thread < 2; ++thread) {
-    stream.emplace_back([&] {
-      while (!stop)
-        Decode(dispatcher, small);
-    });
-  }
   auto removal = start([&] { dispatcher.RemoveDecoder(1920, 1080); });
   EXPECT_EQ(removal.wait_for(kMoment), std::future_status::timeout) << "it is still in use";
   release.set_value();
-  EXPECT_EQ(removal.wait_for(kHung), std::future_status::ready) << "the removal is starved";
+}
+
+// Decodes of some milliseconds in more threads than there are cores: one at least always runs.
+TEST_F(DecoderTest, RegistrationsAreNotStarvedByDecodesThatAlwaysOverlap) {
+  constexpr int kThreads = 6, kChanges = 10;
+  constexpr std::chrono::milliseconds kDecode(4), kBound(kChanges * 500);
+  QELMultiResDecoder dispatcher;
+  QELSampleDecoder decoders[kThreads];
+  const DecodeOrder order = Order();
+  std::atomic<bool> stop = false;
+  std::atomic<int> decoded = 0;
+  std::vector<std::jthread> stream;
+  for (int thread = 0; thread < kThreads; ++thread) {
+    const auto element = std::make_shared<Decoder>(*element_);
+    element->onPush_ = [&](const qel::ISample&) { std::this_thread::sleep_for(kDecode); };
+    decoders[thread].SetDecoder({element, element});
+    dispatcher.AddDecoder(thread, 0, &decoders[thread]);
+    stream.emplace_back([&, thread] {
+      DecodeOrder own = order;
+      own.width_ = thread;
+      own.height_ = 0;
+      for (; !stop; ++decoded)
+        EXPECT_TRUE(Decode(dispatcher, own));
+    });
+  }
+  while (decoded < kThreads)
+    std::this_thread::yield();
+  const auto changes = std::async(std::launch::async, [&] {
+    for (int change = 0; change < kChanges / 2; ++change) {
+      dispatcher.AddDecoder(1, 1, &decoder_);
+      dispatcher.RemoveDecoder(1, 1);
+    }
+  });
+  EXPECT_EQ(changes.wait_for(kBound), std::future_status::ready) << "they are starved";
   stop = true;
+}
+
+// A host whose logger decodes gets its picture, and a container is dropped after its line.
+TEST_F(DecoderTest, LogsOutsideTheExchange) {
+  const DecodeOrder order = Order();
+  element_->outputs_ = {Picture(), Picture()};
+  onLog_ = [&, nested = false]() mutable {
+    if (std::exchange(nested, true))
+      return;
+    EXPECT_EQ(element_->outputs_[1].use_count(), 2);
+    EXPECT_TRUE(Decode(order));
+  };
+  EXPECT_TRUE(Decode(order));
+  EXPECT_EQ(hostLog_.size(), 2u);
 }
 
 // Whatever fails, and wherever.

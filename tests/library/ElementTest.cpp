@@ -76,9 +76,10 @@ TEST_F(ElementTest, WithoutAWorkingWriterLinesGoToStandardError) {
        {std::shared_ptr<qel::ILoggerWriter>(), {std::make_shared<BrokenWriter>()}}) {
     qel::SetCurrentLoggerWriter(writer);
     testing::internal::CaptureStderr();
-    EXPECT_EQ(ErrorOf([] { QEL_CHECK_CONDITION(1 > 2, "size " << 3); }),
-              "[size 3] [ Condition is not true ]");
-    EXPECT_EQ(testing::internal::GetCapturedStderr(), "ERROR [size 3] [ Condition is not true ]\n");
+    EXPECT_EQ(ErrorOf([] { QEL_CHECK_CONDITION(1 > 2, "size " << 3000); }),
+              "[size 3000] [ Condition is not true ]");
+    EXPECT_EQ(testing::internal::GetCapturedStderr(),
+              "ERROR [size 3000] [ Condition is not true ]\n");
   }
 }
 

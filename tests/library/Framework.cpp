@@ -1,6 +1,7 @@
 #include "Framework.h"
 
 #include <cstdlib>
+#include <locale>
 #include <new>
 
 #include "logging/LoggingManager.h"
@@ -14,6 +15,7 @@ struct Logger : orl::mv::logging::ILogger {
   Level GetLevel() const override { return current->level_; }
   void Log(Level level, const std::string& text, const char* file, size_t) const override {
     current->Note("Log");
+    current->onLog_();
     current->hostLog_.emplace_back(level, *file == '/' ? file : text);
   }
 } logger;
@@ -42,6 +44,10 @@ orl::mv::logging::ILogger* orl::mv::logging::LoggingManager::GetLoggerPtr(const 
 namespace Moravel::Test {
 
 LibraryTest::LibraryTest() {
+  struct Grouping : std::numpunct<char> {
+    std::string do_grouping() const override { return "\3"; }
+  };
+  std::locale::global(std::locale(std::locale::classic(), new Grouping));  // texts do not show it
   current = this;
   qel::SetCurrentLoggerWriter({std::shared_ptr<void>(), this});
   Register(std::make_shared<Source>());

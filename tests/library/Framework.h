@@ -41,6 +41,7 @@ class LibraryTest : public testing::Test, public qel::ILoggerWriter {
   ILogger::Level level_ = ILogger::Level_Debug;
   bool hasLogger_ = true;
   Lines hostLog_, frameworkLog_;
+  std::function<void()> onLog_ = [] {};
   int failingCall_ = -1;  // counts down to the call that throws, once
   std::function<void(const std::string&)> onCall_ = [](const std::string&) {};
 

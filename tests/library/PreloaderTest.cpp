@@ -128,6 +128,32 @@ TEST_F(PreloaderTest, KeepsTheFirstSourceOfAServerUntilItIsRemoved) {
   EXPECT_EQ(Preload(), Result::ERROR);
 }
 
+TEST_F(PreloaderTest, RefusesEmptyHandles) {
+  const StorageId other("other", 1);
+  ExpectCheck("[source] [ Pointer is null ]",
+              [&] { preloader_.SetStorageSource(other, nullptr, source_); });
+  ExpectCheck("[control] [ Pointer is null ]",
+              [&] { preloader_.SetStorageSource(other, source_, nullptr); });
+  EXPECT_FALSE(preloader_.RemoveStorageSource(other));
+}
+
+TEST_F(PreloaderTest, AnElementDiesWithItsLastHandleWhenTheLockIsFree) {
+  struct Dying : Source {
+    explicit Dying(std::function<void()> last) : last_(std::move(last)) {}
+    ~Dying() override { last_(); }
+    std::function<void()> last_;
+  };
+  const StorageId other("other", 1);
+  auto dying = std::make_shared<Dying>([&] {
+    auto order = std::async(std::launch::async, [&] { return Preload(); });
+    EXPECT_EQ(order.wait_for(std::chrono::seconds(20)), std::future_status::ready);
+  });
+  preloader_.SetStorageSource(other, dying, dying);
+  dying.reset();
+  EXPECT_TRUE(preloader_.RemoveStorageSource(other));
+  EXPECT_EQ(queue_.outputs_.size(), 1u);
+}
+
 TEST_F(PreloaderTest, InitSourceConfiguresANewElement) {
   Register(source_);
   qel::MediaSourcePtr source;

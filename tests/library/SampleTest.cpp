@@ -77,13 +77,16 @@ TEST(TimePointTest, SampleNumberInvertsFromRatioAtEveryRate) {
                              {48000, 1},
                              {1, 10},
                              {999983, 7},
+                             {TimePoint::kTicksPerSecond, 1},
+                             {TimePoint::kTicksPerSecond - 1, 1},
                              {15360, 999331}}) {
     for (const int64_t n : {-100'000, -1, 0, 1, 2, 99'999, 20'000'001})
       EXPECT_EQ(At(uint64_t(n), uint64_t(d), uint64_t(u)).SampleNumber(Ratio(u, d)), n) << u;
   }
   EXPECT_EQ(At(1, 1, 2).SampleNumber(Ratio(25, 1)), 12) << "a time within a period is its sample's";
   EXPECT_EQ((TimePoint() - At(1, 1, 1000)).SampleNumber(Ratio(25, 1)), -1);
-  for (const auto& [u, d] : {std::pair{0, 1}, {25, 0}, {-25, 1}, {25, -1}}) {
+  for (const auto& [u, d] :
+       {std::pair{0, 1}, {25, 0}, {-25, 1}, {25, -1}, {int(TimePoint::kTicksPerSecond) + 1, 1}}) {
     EXPECT_THROW(TimePoint().SampleNumber(Ratio(u, d)), qel::QELRuntimeError);
     EXPECT_THROW(At(1, uint64_t(d), uint64_t(u)), qel::QELRuntimeError);
   }
@@ -98,14 +101,28 @@ TEST(TimePointTest, TextsAndOrders) {
   EXPECT_EQ(text(At(101, 1, 25)), "00:00:04.040000");
   EXPECT_EQ(text(TimePoint() - At(1, 1, 25)), "-00:00:00.040000");
   EXPECT_EQ((TimePoint() - At(3, 1, 2)).ToDurationString(), "-1.500000 s");
+  const TimePoint lowest = At(uint64_t(INT64_MIN), 1, TimePoint::kTicksPerSecond);
+  EXPECT_EQ(text(lowest), "-3631020:06:27.832732");
+  EXPECT_EQ(lowest.ToDurationString(), "-13071672387.832732 s");
   EXPECT_EQ(TrackId(StorageId("::1", 80), 12).ToString(), "[::1]:80:T12");
   EXPECT_TRUE(StorageId("a", 9) < StorageId("b", 1));
   EXPECT_TRUE(StorageId("a", 1) < StorageId("a", 2));
-  const PreloadOrder early(At(1, 1, 1), SampleRate(25, 1), nullptr, TrackId());
-  PreloadOrder late(At(2, 1, 1), SampleRate(25, 1), nullptr, TrackId());
-  EXPECT_TRUE(early < late);
-  late.SetPriority(1);
-  EXPECT_TRUE(late < early);
+}
+
+TEST(PreloadOrderTest, SortsByPriorityAndTimeAndIsEqualOnlyToItsLike) {
+  const auto order = [](int32_t priority, uint64_t time, int64_t rate = 25, int64_t track = 0) {
+    PreloadOrder made(At(time, 1, 1), SampleRate(rate, 1), nullptr, TrackId({}, track));
+    made.SetPriority(priority);
+    return made;
+  };
+  const PreloadOrder sorted[] = {order(2, 9), order(1, 1),        order(1, 2),
+                                 order(0, 0), order(0, 0, 25, 1), order(0, 0, 50)};
+  for (const PreloadOrder& a : sorted) {
+    for (const PreloadOrder& b : sorted) {
+      EXPECT_EQ(a < b, &a < &b);
+      EXPECT_EQ(a == b, &a == &b);
+    }
+  }
 }
 
 }  // namespace Moravel::Test
