@@ -8,6 +8,8 @@
 #include "command/Options.h"
 #include "command/Problem.h"
 #include "playing/Play.h"
+#include "serve/Serve.h"
+#include "serve/ServeOptions.h"
 
 namespace {
 
@@ -24,7 +26,7 @@ struct Command {
     run(2, arguments);
   }
 };
-const Command kCommands[] = {{kPlayText, &RunPlay}};
+const Command kCommands[] = {{kPlayText, &RunPlay}, {kServeText, &RunServe}};
 const Command& kDefaultCommand = kCommands[0];
 
 const Command* FindCommand(std::string_view name) {

@@ -3,19 +3,23 @@
 #include <atomic>
 #include <cstdint>
 #include <filesystem>
+#include <functional>
 #include <map>
 #include <memory>
 #include <shared_mutex>
 #include <string>
 #include <string_view>
 
+#include "storage-server/BadNetwork.h"
 #include "storage-server/ServedFile.h"
 #include "storage-server/Strangers.h"
 
-struct MHD_Connection;
 struct MHD_Daemon;
 
 namespace Moravel::Player {
+
+class Request;
+class Response;
 
 // A storage server inside this process. It serves whole files as tracks over HTTP/1.1, by byte
 // ranges, from threads of its own. All operations may be called from any thread.
@@ -31,11 +35,22 @@ namespace Moravel::Player {
 // track are few, and make room for new ones.
 class StorageServer {
  public:
+  // An answer, as a log tells it. The texts are the client's own.
+  struct Answered {
+    std::string client;  // "127.0.0.1:49152", empty on a unix domain socket
+    std::string method;
+    std::string path;
+    std::string range;   // the value of the Range header
+    unsigned status;     // 0: none was sent, the connection was cut
+    uint64_t bodyBytes;  // as announced
+  };
   struct Options {
     std::string address = "127.0.0.1";  // numeric, IPv4 or IPv6
     uint16_t port = 0;                  // 0: one that is free
     std::string unixDomainSocket = {};  // a path that is not in use; when set, there is no TCP port
     unsigned idleSeconds = 30;          // a connection without progress is closed after that time
+    BadNetwork::Options network = {};   // for trying what clients do on one
+    std::function<void(const Answered&)> onAnswer = {};  // called by the server's threads
   };
 
   // Listens when it returns. Throws std::runtime_error, which names the address and the reason.
@@ -69,17 +84,22 @@ class StorageServer {
   // The file behind the path of a URL; null when it is no track.
   std::shared_ptr<const ServedFile> FileOf(std::string_view path) const;
   // The status for a request that is none of ours; 0 for others.
-  unsigned RefuseRequest(MHD_Connection* connection, std::string_view method) const;
-  // False: the connection is to be closed.
-  bool Answer(MHD_Connection* connection, std::string_view path, std::string_view method);
-  bool AnswerFile(MHD_Connection* connection, FileState file, bool get);
+  unsigned Refusal(const Request& request) const;
+  // False, of all three: the connection is to be closed.
+  bool Answer(const Request& request);
+  bool AnswerFile(const Request& request, FileState file, bool isTruncated);
+  bool Send(const Request& request, unsigned status, Response& response, uint64_t bodyBytes);
+  void Tell(const Request& request, unsigned status, uint64_t bodyBytes) const;
 
+  const std::function<void(const Answered&)> onAnswer_;
   uint16_t port_ = 0;
   bool isLoopback_ = false;
   std::atomic<uint64_t> requestCount_ = 0;
   std::atomic<uint64_t> bytesRequested_ = 0;
 
   Strangers strangers_;
+  const bool hasBadNetwork_;
+  BadNetwork network_;
 
   mutable std::shared_mutex tracksAccess_;  // guards tracks_
   std::map<int64_t, std::shared_ptr<const ServedFile>> tracks_;

@@ -6,11 +6,13 @@
 #include <sys/socket.h>
 
 #include <algorithm>
+#include <chrono>
 #include <filesystem>
 #include <fstream>
 #include <functional>
 #include <future>
 #include <stdexcept>
+#include <thread>
 
 #include "storage-server/Descriptor.h"
 #include "support/TempFolder.h"
@@ -223,6 +225,30 @@ TEST_F(StorageServerTest, ServesManyClientsAndStopsInTheMiddleOfAnAnswer) {
   for (auto& reader : readers)
     EXPECT_GT(reader.get(), 32'000'000u);
   EXPECT_LT(Ask(server_->Port(), Get(), [this] { server_.reset(); }).size(), 32'000'000u);
+}
+
+TEST_F(StorageServerTest, ABadNetworkIsAsBadAsAskedFor) {
+  const auto restart = [this](const BadNetwork::Options& network) {
+    server_ = std::make_unique<StorageServer>(StorageServer::Options{.network = network});
+    server_->AddTrack(7, file_);
+    return server_->Port();
+  };
+  EXPECT_EQ(Ask(restart({.dropped = 1}), Get()), "");
+  EXPECT_THAT(Ask(restart({.truncated = 1}), Get()), EndsWith("Content-Length: 10\r\n\r\n01234"));
+  const auto start = std::chrono::steady_clock::now();
+  EXPECT_THAT(Ask(restart({.bytesPerSecond = 100, .delay = std::chrono::milliseconds(50)}), Get()),
+              EndsWith("\r\n\r\n0123456789"));
+  EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(150));
+
+  // However long it would take, the end does not wait.
+  const uint16_t slow = restart({.bytesPerSecond = 1e-6});
+  EXPECT_THAT(Ask(slow, Get(), [this] { server_.reset(); }), EndsWith("\r\n\r\n"));
+  const Descriptor late = Connect(restart({.delay = std::chrono::hours(1)}));
+  ::send(late.Get(), kRequest.data(), kRequest.size(), MSG_NOSIGNAL);
+  while (server_->RequestCount() == 0)
+    std::this_thread::yield();
+  server_.reset();
+  EXPECT_EQ(Ask(late, ""), "");
 }
 
 }  // namespace Moravel::Player
