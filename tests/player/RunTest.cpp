@@ -19,8 +19,13 @@ namespace Moravel::Test {
 namespace {
 
 using ::testing::AllOf;
+using ::testing::Contains;
 using ::testing::ContainsRegex;
+using ::testing::Each;
+using ::testing::EndsWith;
+using ::testing::Ge;
 using ::testing::HasSubstr;
+using ::testing::SizeIs;
 using ::testing::StartsWith;
 
 constexpr int kUsage = 2, kUnreadable = 3, kUnwritable = 4, kInterrupted = 130;
@@ -306,6 +311,28 @@ TEST_F(Run, CountsWhatIsMissingAndDamaged) {
             R"({"first":10,"last":69,"what":"missing"}])");
   EXPECT_THAT(errors_, ContainsRegex("5[0-2] more missing"));  // the decoders tell theirs beside
   EXPECT_EQ(Lines(errors_), 11) << errors_;
+
+  // Raw video keeps its clock, and the sheet frames what is damaged.
+  const std::string sheet = folder_ / "sheet.png";
+  const Y4m video(
+      Play({file, "--start=#2", "--count", "10", "--y4m", "-", "--contact-sheet", sheet, "--quiet"},
+           1),
+      64, 48);
+  EXPECT_THAT(video.numbers, AllOf(SizeIs(10), Each(Ge(2)), Contains(5)));
+  EXPECT_EQ(std::pair(video.numbers[0], video.numbers[1]), std::pair(2, 2));
+  EXPECT_EQ(std::pair(video.numbers[7], video.numbers[9]), std::pair(9, 9));
+  EXPECT_THAT(errors_, HasSubstr("3 pictures without a picture of their own"));
+  const Png png(sheet);
+  std::vector<bool> framed;
+  for (int cell = 0; cell < 10; ++cell) {
+    const size_t above =
+        size_t(122 + cell / 6 * 276) * size_t(png.width) + size_t(50 + cell % 6 * 336);
+    framed.push_back(png.luma[above] > 100);
+  }
+  EXPECT_EQ(framed, (std::vector<bool>{0, 0, 0, 0, 1, 0, 0, 0, 0, 0}));
+  Play({file, "--start=#3", "--count", "1", "--y4m", folder_ / "grey.y4m", "--quiet"}, 1);
+  EXPECT_THAT(Contents(folder_ / "grey.y4m"),
+              EndsWith("FRAME\n" + std::string(64 * 48 * 3 / 2, '\x80')));
 }
 
 TEST_F(Run, PlaysOnBesideADeadServer) {

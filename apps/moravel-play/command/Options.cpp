@@ -80,7 +80,7 @@ void DeclarePictures(CommandLine& line, Options& options, RawOptions& raw) {
   line.AddChoice(
       "--format", raw.format, kFormats, "FOURCC",
       "Pixel format: I420, YV12, I422, YV16, YUYV, YVYU, UYVY, Y800, BGR3, RGB3, BGRA or "
-      "RGBA (I420; for PNG alone BGRA, which keeps all colour)");
+      "RGBA (I420; BGRA for --png, which keeps all colour)");
   line.AddPath("--png", options.pngFolder, "DIR", "Write each picture into this folder");
   line.AddPath("--contact-sheet", options.contactSheet, "FILE", "Write an overview as a PNG file");
   line.AddPath("--y4m", options.y4mFile, "FILE",
@@ -106,9 +106,8 @@ void DeclareHow(CommandLine& line, Options& options) {
 qel::FourCC ChooseFormat(const RawOptions& raw, const Options& options) {
   if (raw.format)
     return *raw.format;
-  const bool onlyPng =
-      options.y4mFile.empty() && !(options.pngFolder.empty() && options.contactSheet.empty());
-  return onlyPng ? qel::FourCC_BGRA : qel::FourCC_I420;
+  const bool png = options.y4mFile.empty() && !options.pngFolder.empty();
+  return png ? qel::FourCC_BGRA : qel::FourCC_I420;
 }
 
 void CheckTogether(const Options& options) {

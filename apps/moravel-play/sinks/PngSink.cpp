@@ -9,6 +9,7 @@
 #include "sinks/OutputFile.h"
 #include "sinks/PixelConversion.h"
 #include "sinks/PngFile.h"
+#include "sinks/TrackLabel.h"
 
 namespace Moravel::Play {
 
@@ -20,8 +21,8 @@ std::string FileName(const Picture& picture) {
   char number[32];
   std::snprintf(number, sizeof number, "%06lld", static_cast<long long>(picture.sampleNumber));
   const std::string field = FieldName(picture);
-  return "track" + std::to_string(picture.track.index) + "-" + picture.size.ToString() + "-" +
-         number + (field.empty() ? "" : "-" + field) + ".png";
+  return FileLabel(picture.track) + "-" + picture.size.ToString() + "-" + number +
+         (field.empty() ? "" : "-" + field) + ".png";
 }
 
 }  // namespace

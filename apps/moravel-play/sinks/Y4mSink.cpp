@@ -2,6 +2,9 @@
 
 #include <numeric>
 #include <string_view>
+#include <vector>
+
+#include "command/Problem.h"
 
 namespace Moravel::Play {
 
@@ -29,16 +32,28 @@ std::string Header(const Track& track) {
          " C420jpeg XCOLORRANGE=FULL\n";
 }
 
+std::vector<uint8_t> GreyPicture(Size size) {
+  const size_t chroma = size_t((size.width + 1) / 2) * size_t((size.height + 1) / 2);
+  constexpr uint8_t kGrey = 128;
+  return std::vector<uint8_t>(size_t(size.width) * size_t(size.height) + 2 * chroma, kGrey);
+}
+
 }  // namespace
 
 void Y4mSink::Begin(const Track& track) {
   file_.emplace(path_);
+  size_ = track.sizes.front();
   file_->Write(Bytes(Header(track)));
 }
 
 void Y4mSink::Finish() {
-  if (file_)
-    file_->Close();
+  if (!file_)
+    return;
+  file_->Close();
+  if (repeated_ != 0) {
+    PrintProblem("--y4m: " + std::to_string(repeated_) +
+                 " pictures without a picture of their own show the one before, or grey");
+  }
 }
 
 void Y4mSink::Write(const Picture& picture) {
@@ -58,8 +73,7 @@ void Y4mSink::WriteWhatIsNext(std::unique_lock<std::mutex>& lock) {
     const qel::VideoSampleConstPtr image = early_.extract(early_.begin()).mapped();
     lock.unlock();
     try {
-      if (image)
-        WriteFrame(*image);
+      WriteFrame(image);
     } catch (...) {
       lock.lock();
       broken_ = true;
@@ -73,9 +87,18 @@ void Y4mSink::WriteWhatIsNext(std::unique_lock<std::mutex>& lock) {
   writing_ = false;
 }
 
-void Y4mSink::WriteFrame(const qel::IVideoSample& image) {
-  const qel::BufferConstPtr data = image.GetData();
+// A stream has one picture for each time: where there is none, the one before stands still.
+void Y4mSink::WriteFrame(const qel::VideoSampleConstPtr& image) {
   file_->Write(Bytes("FRAME\n"));
+  if (image)
+    last_ = image;
+  else
+    ++repeated_;
+  if (!last_) {
+    file_->Write(GreyPicture(size_));
+    return;
+  }
+  const qel::BufferConstPtr data = last_->GetData();
   file_->Write({data->GetInnerBuffer(), data->GetDataSize()});
 }
 

@@ -11,7 +11,9 @@
 namespace Moravel::Play {
 
 // Writes the pictures of one track and size as a YUV4MPEG2 stream, in the order of the play
-// sequence; pictures that are missing are left out. Takes I420.
+// sequence, each for one period of its rate. Where a picture is missing or could not be decoded,
+// the one before it is written again, grey if there is none, and that is told at the end. Takes
+// I420.
 //
 // Pictures that come early wait here; a worker that is far ahead waits itself, so that there are
 // never more than a few.
@@ -26,10 +28,14 @@ class Y4mSink : public IPictureSink {
  private:
   // Takes the lock of the pictures, and gives it back while it writes.
   void WriteWhatIsNext(std::unique_lock<std::mutex>& lock);
-  void WriteFrame(const qel::IVideoSample& image);
+  void WriteFrame(const qel::VideoSampleConstPtr& image);
 
   const std::filesystem::path path_;
-  std::optional<OutputFile> file_;  // from Begin; used by the thread that set writing_
+  // From Begin on; used by the thread that set writing_.
+  std::optional<OutputFile> file_;
+  Size size_;
+  qel::VideoSampleConstPtr last_;
+  int64_t repeated_ = 0;
 
   std::mutex picturesAccess_;  // guards all below
   std::condition_variable advanced_;

@@ -1,0 +1,175 @@
+#include "sinks/SheetDrawing.h"
+
+#include <cairo.h>
+#include <fontconfig/fontconfig.h>
+
+#include <algorithm>
+#include <memory>
+
+#include "sinks/CairoSurface.h"
+#include "sinks/PngFile.h"
+
+namespace Moravel::Play {
+
+// Pixels.
+const int kThumbnailWidth = 320;
+const int kMaxSheetHeight = 30000;  // the drawing library ends at 32767
+
+namespace {
+
+constexpr int kMargin = 40;
+constexpr int kGap = 16;
+constexpr int kCaptionHeight = 36;
+constexpr int kHeadHeight = 84;
+constexpr int kSectionGap = 24;
+constexpr int kColumns = 6;
+constexpr double kFrame = 4;  // around a damaged picture
+
+struct Colour {
+  double red, green, blue;
+};
+constexpr Colour kBackground = {0.09, 0.09, 0.09};
+constexpr Colour kEmptyCell = {0.15, 0.15, 0.15};
+constexpr Colour kBright = {0.95, 0.95, 0.95};
+constexpr Colour kDim = {0.62, 0.62, 0.62};
+constexpr Colour kWarning = {1.0, 0.67, 0.2};
+
+struct DestroyPen {
+  void operator()(cairo_t* pen) const { cairo_destroy(pen); }
+};
+
+// Frees the fonts and their caches.
+struct FontsEnd {
+  ~FontsEnd() {
+    cairo_debug_reset_static_data();
+    FcFini();
+  }
+};
+
+int SheetWidth() {
+  return 2 * kMargin + kColumns * kThumbnailWidth + (kColumns - 1) * kGap;
+}
+
+int SheetHeight(const std::vector<SheetSection>& sections) {
+  int height = 2 * kMargin - kSectionGap;
+  for (const SheetSection& section : sections)
+    height += SheetSectionHeight(section.thumbnail, static_cast<int>(section.cells.size()));
+  return height;
+}
+
+class Drawing {
+ public:
+  explicit Drawing(Size size) : surface_(size), pen_(cairo_create(surface_.Get())) {
+    Use(kBackground);
+    cairo_paint(pen_.get());
+  }
+
+  void Draw(const SheetSection& section, int top) {
+    Text(section.title, kMargin, top + 32, 26, kBright, true);
+    Text(section.facts, kMargin, top + 62, 18, kDim);
+    for (size_t i = 0; i < section.cells.size(); ++i) {
+      const auto cell = static_cast<int>(i);
+      Draw(section.cells[i], kMargin + cell % kColumns * (kThumbnailWidth + kGap),
+           top + kHeadHeight + cell / kColumns * (section.thumbnail.height + kCaptionHeight),
+           section.thumbnail);
+    }
+  }
+
+  void Write(const std::filesystem::path& path) {
+    surface_.Flush();
+    OutputFile file(path);
+    WritePng(file, surface_.Data(), surface_.Stride(), surface_.GetSize());
+  }
+
+ private:
+  void Draw(const SheetCell& cell, int left, int top, Size size) {
+    const std::string state = cell.played ? NameOf(cell.state) : "not played";
+    const bool fine = cell.played && cell.state == PictureState::Fine;
+    if (cell.thumbnail.empty()) {
+      Box(left, top, size, kEmptyCell);
+      Text(state, left + (size.width - Width(state, 18)) / 2, top + size.height / 2 + 6, 18, kDim);
+    } else {
+      surface_.Flush();
+      CopyRows(cell.thumbnail, left, top, size);
+      surface_.MarkDirty();
+      if (!fine)
+        Frame(left, top, size);
+    }
+    const double baseline = top + size.height + 18;
+    const std::string mark = fine ? "" : state;
+    const double room = size.width - Width(mark, 14) - kGap;
+    Text(cell.caption, left, baseline, std::min(14.0, 14 * room / Width(cell.caption, 14)),
+         cell.thumbnail.empty() ? kDim : kBright);
+    Text(mark, left + size.width - Width(mark, 14), baseline, 14, kWarning);
+  }
+
+  void CopyRows(const std::vector<uint8_t>& pixels, int left, int top, Size size) {
+    const size_t rowBytes = size_t(size.width) * 4;
+    for (int row = 0; row < size.height; ++row) {
+      std::copy_n(pixels.data() + size_t(row) * rowBytes, rowBytes,
+                  surface_.Data() + (top + row) * surface_.Stride() + left * 4);
+    }
+  }
+
+  void Box(int left, int top, Size size, Colour colour) {
+    Use(colour);
+    cairo_rectangle(pen_.get(), left, top, size.width, size.height);
+    cairo_fill(pen_.get());
+  }
+
+  void Frame(int left, int top, Size size) {
+    Use(kWarning);
+    cairo_set_line_width(pen_.get(), kFrame);
+    cairo_rectangle(pen_.get(), left - kFrame / 2, top - kFrame / 2, size.width + kFrame,
+                    size.height + kFrame);
+    cairo_stroke(pen_.get());
+  }
+
+  void Font(double size, bool bold = false) {
+    cairo_select_font_face(pen_.get(), "DejaVu Sans", CAIRO_FONT_SLANT_NORMAL,
+                           bold ? CAIRO_FONT_WEIGHT_BOLD : CAIRO_FONT_WEIGHT_NORMAL);
+    cairo_set_font_size(pen_.get(), size);
+  }
+
+  double Width(const std::string& text, double size) {
+    cairo_text_extents_t extents;
+    Font(size);
+    cairo_text_extents(pen_.get(), text.c_str(), &extents);
+    return extents.x_advance;
+  }
+
+  void Text(const std::string& text, double x, double y, double size, Colour colour,
+            bool bold = false) {
+    Font(size, bold);
+    Use(colour);
+    cairo_move_to(pen_.get(), x, y);
+    cairo_show_text(pen_.get(), text.c_str());
+  }
+
+  void Use(Colour colour) {
+    cairo_set_source_rgb(pen_.get(), colour.red, colour.green, colour.blue);
+  }
+
+  CairoSurface surface_;
+  const std::unique_ptr<cairo_t, DestroyPen> pen_;
+};
+
+}  // namespace
+
+int SheetSectionHeight(Size thumbnail, int cells) {
+  const int rows = (cells + kColumns - 1) / kColumns;
+  return kHeadHeight + rows * (thumbnail.height + kCaptionHeight) + kSectionGap;
+}
+
+void DrawSheet(const std::filesystem::path& path, const std::vector<SheetSection>& sections) {
+  const FontsEnd fontsEnd;
+  Drawing drawing({SheetWidth(), SheetHeight(sections)});
+  int top = kMargin;
+  for (const SheetSection& section : sections) {
+    drawing.Draw(section, top);
+    top += SheetSectionHeight(section.thumbnail, static_cast<int>(section.cells.size()));
+  }
+  drawing.Write(path);
+}
+
+}  // namespace Moravel::Play
