@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <utility>
 
+#include "elements/jpeg/JpegMarkers.h"
 #include "elements/mjpeg/JpegStructure.h"
 #include "elements/mjpeg/PictureMemory.h"
 #include "qel/WorkflowStepImplementation.h"
@@ -81,12 +82,12 @@ void JpegPicture::CloseHandle::operator()(void* handle) const {
 }
 
 JpegPicture::JpegPicture(std::span<const uint8_t> encoded)
-    : encoded_(encoded), handle_(tjInitDecompress()) {
+    : encoded_(FromStartOfImage(encoded)), handle_(tjInitDecompress()) {
   if (!handle_)
     throw QELRuntimeError(QEL_TEXT("TurboJPEG can not start: " << tjGetErrorStr2(nullptr)));
   CheckCompressedSize(encoded.size(), kMaxCompressedBytes);
   ReadHeader();
-  CheckStructure(ReadJpegStructure(encoded), size_, encoded.size());
+  CheckStructure(ReadJpegStructure(encoded_), size_, encoded_.size());
 }
 
 void JpegPicture::ReadHeader() {

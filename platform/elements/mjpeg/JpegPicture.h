@@ -32,7 +32,8 @@ class JpegPicture {
  public:
   enum class Planes { YUV, YVU, Luma };  // what to decode, in which order
 
-  // Reads what comes before the picture's data; what follows the first picture is left alone.
+  // Reads what comes before the picture's data; what lies in front of the first start of image, and
+  // what follows the first picture, is left alone.
   // QELRuntimeError when it is no motion-JPEG picture, or beyond a limit. `encoded` must outlive
   // the object.
   explicit JpegPicture(std::span<const uint8_t> encoded);

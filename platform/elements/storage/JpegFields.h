@@ -18,6 +18,8 @@ struct JpegFacts {
   int width = 0;
   int height = 0;
   FieldPolarity polarity = FieldPolarity::Frame;
+  int pixelAspectWidth = 0;  // 0: the picture does not say (JFIF 1.02)
+  int pixelAspectHeight = 0;
 };
 
 // The facts of the first picture in `bytes`, which may end in the middle of it; nothing when its

@@ -55,7 +55,7 @@ void ReadAhead::CheckPlace(int64_t number) const {
                                              << " bytes is larger than the "
                                              << MaxSampleBytes(index_) << " that are read"));
   }
-  const int64_t header = index_.isAvi ? TrackIndex::kAviChunkHeaderBytes : 0;
+  const int64_t header = index_.ChunkHeaderBytes();
   if (sample.offset < header || sample.offset > file_.Size() - sample.size) {
     throw QELRuntimeError(QEL_TEXT("the file is truncated: sample " << number << " ends at byte "
                                                                     << sample.offset + sample.size

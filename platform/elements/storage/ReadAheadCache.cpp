@@ -26,15 +26,24 @@ std::span<const uint8_t> ReadAheadCache::Held(int64_t offset) const {
   return std::span<const uint8_t>(block->second).subspan(inside);
 }
 
-void ReadAheadCache::FetchMissing(int64_t offset, int64_t end) {
-  if (bytes_ + (end - offset) > kMaxIndexBytes) {
+void ReadAheadCache::CountRequest(int64_t bytes) {
+  bytes_ += bytes;
+  if (bytes_ > kMaxIndexBytes) {
     throw QELRuntimeError(QEL_TEXT("the index takes more than the "
                                    << kMaxIndexBytes << " bytes that are read of a file for it"));
   }
+  if (++requests_ > kMaxIndexRequests) {
+    throw QELRuntimeError(QEL_TEXT("the index lies in more than "
+                                   << kMaxIndexRequests
+                                   << " places of the file: \"ffmpeg -i FILE -c copy OUT.mov\" "
+                                      "writes it into one"));
+  }
+}
+
+void ReadAheadCache::FetchMissing(int64_t offset, int64_t end) {
+  CountRequest(end - offset);
   std::vector<uint8_t> block(static_cast<size_t>(end - offset));
   file_.ReadAt(offset, block);
-  ++requests_;
-  bytes_ += end - offset;
   lastEnd_ = end;
   blocks_.emplace(offset, std::move(block));
 }
@@ -64,6 +73,22 @@ std::span<const uint8_t> ReadAheadCache::At(int64_t offset) {
   const int64_t end = next == blocks_.end() ? Size() : next->first;
   FetchMissing(offset, std::min(offset + readAhead_, end));
   return Held(offset);
+}
+
+void ReadAheadCache::Read(int64_t offset, std::span<uint8_t> bytes) {
+  const auto held = Held(offset);
+  const size_t count = std::min(held.size(), bytes.size());
+  std::copy_n(held.begin(), count, bytes.begin());
+  bytes = bytes.subspan(count);
+  offset += static_cast<int64_t>(count);
+  if (bytes.empty())
+    return;
+  if (offset > Size() - static_cast<int64_t>(bytes.size()) || !Held(offset).empty()) {
+    ReadExactly(offset, bytes);
+    return;
+  }
+  CountRequest(static_cast<int64_t>(bytes.size()));
+  file_.ReadAt(offset, bytes);
 }
 
 void ReadAheadCache::ReadExactly(int64_t offset, std::span<uint8_t> bytes) {

@@ -26,11 +26,14 @@ class ReadAheadCache {
   // The bytes from `offset` on as far as they lie together: none only outside the file.
   std::span<const uint8_t> At(int64_t offset);
   bool Holds(int64_t offset) const { return !Held(offset).empty(); }
+  // The same without keeping what was not there.
+  void Read(int64_t offset, std::span<uint8_t> bytes);
   // Throws QELRuntimeError, which says that the file is truncated, when it ends before.
   void ReadExactly(int64_t offset, std::span<uint8_t> bytes);
 
  private:
   std::span<const uint8_t> Held(int64_t offset) const;
+  void CountRequest(int64_t bytes);
   void FetchMissing(int64_t offset, int64_t end);
 
   IFileBytes& file_;

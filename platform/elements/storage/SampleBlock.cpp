@@ -16,7 +16,7 @@ constexpr int64_t kMaxCompleteBytes = int64_t{1} << 20;
 // A sample's bytes with its chunk header, if there is one.
 ByteRange Place(const TrackIndex& index, int64_t number) {
   const TrackIndex::Sample sample = index.At(number);
-  const int64_t header = index.isAvi ? TrackIndex::kAviChunkHeaderBytes : 0;
+  const int64_t header = index.ChunkHeaderBytes();
   return {sample.offset - header, header + sample.size};
 }
 
@@ -114,9 +114,9 @@ size_t SampleBlock::TakePart(std::span<const uint8_t> bytes) {
   return count;
 }
 
-void SampleBlock::CheckChunkHeader(const uint8_t* header, uint32_t size) const {
-  const bool isStream = header[0] == '0' + index_.streamNumber / 10 &&
-                        header[1] == '0' + index_.streamNumber % 10 && header[2] == 'd' &&
+void SampleBlock::CheckChunkHeader(const uint8_t* header, int64_t size) const {
+  const bool isStream = header[0] == '0' + index_.StreamNumber() / 10 &&
+                        header[1] == '0' + index_.StreamNumber() % 10 && header[2] == 'd' &&
                         (header[3] == 'c' || header[3] == 'b');
   const uint32_t length = uint32_t{header[4]} | uint32_t{header[5]} << 8 |
                           uint32_t{header[6]} << 16 | uint32_t{header[7]} << 24;
@@ -127,16 +127,16 @@ void SampleBlock::CheckChunkHeader(const uint8_t* header, uint32_t size) const {
 }
 
 SampleBytes SampleBlock::TakeSample() {
-  const uint32_t size = index_.At(Next()).size;
+  const TrackIndex::Sample place = index_.At(Next());
   SampleBytes sample;
   sample.memory = std::move(samples_[next_]);
   completeBytes_ -= Place(index_, Next()).size;
   const uint8_t* payload = sample.memory.get();
-  if (index_.isAvi) {
-    CheckChunkHeader(payload, size);
-    payload += TrackIndex::kAviChunkHeaderBytes;
+  if (index_.ChunkHeaderBytes() != 0) {
+    CheckChunkHeader(payload, place.chunkSize);
+    payload += index_.ChunkHeaderBytes();
   }
-  sample.payload = {payload, size};
+  sample.payload = {payload, static_cast<size_t>(place.size)};
   ++next_;
   return sample;
 }

@@ -78,7 +78,7 @@ class SampleBlock : public IRangeReceiver {
   bool HoldsNoMore() const;
   size_t Arriving() const;
   size_t TakePart(std::span<const uint8_t> bytes);
-  void CheckChunkHeader(const uint8_t* header, uint32_t size) const;
+  void CheckChunkHeader(const uint8_t* header, int64_t size) const;
 
   const TrackIndex& index_;
   MemoryPool& pool_;

@@ -65,6 +65,20 @@ bool IsBottomFirst(std::span<const uint8_t> sample, const TrackFacts& track) {
   return track.isBottomStoredFirst;
 }
 
+struct Fields {
+  std::span<const uint8_t> first;   // as they are stored
+  std::span<const uint8_t> second;  // may be empty
+};
+
+Fields SplitFields(std::span<const uint8_t> payload, const TrackIndex::Sample& sample) {
+  if (sample.secondField != 0) {
+    return {payload.first(static_cast<size_t>(sample.chunkSize)),
+            payload.subspan(static_cast<size_t>(sample.secondField))};
+  }
+  const size_t split = FindSecondPicture(payload).value_or(payload.size());
+  return {payload.first(split), payload.subspan(split)};
+}
+
 BufferConstPtr View(const SampleBytes& bytes, std::span<const uint8_t> part) {
   return std::make_shared<BufferView>(bytes.memory, part.data(),
                                       static_cast<uint32_t>(part.size()));
@@ -235,12 +249,12 @@ SampleContainerConstPtr StorageSource::MakeContainer(const OpenTrack& open,
     samples = {CreateSample(open.infos[0], top_, View(bytes, bytes.payload))};
   } else {
     const bool bottomFirst = IsBottomFirst(bytes.payload, index.Facts());
-    const size_t split = FindSecondPicture(bytes.payload).value_or(bytes.payload.size());
+    const Fields fields = SplitFields(bytes.payload, index.At(position_));
     samples.push_back(CreateSample(open.infos[bottomFirst ? 1 : 0], bottomFirst ? bottom_ : top_,
-                                   View(bytes, bytes.payload.first(split))));
-    if (split < bytes.payload.size()) {
+                                   View(bytes, fields.first)));
+    if (!fields.second.empty()) {
       samples.push_back(CreateSample(open.infos[bottomFirst ? 0 : 1], bottomFirst ? top_ : bottom_,
-                                     View(bytes, bytes.payload.subspan(split))));
+                                     View(bytes, fields.second)));
     }
   }
   return CreateSampleContainer(std::move(samples), {{"StorageTimePoint", limits}});

@@ -20,6 +20,20 @@ int64_t WithDropped(int64_t frame, int64_t framesPerSecond) {
 
 }  // namespace
 
+std::optional<Timecode> Timecode::FromParts(int64_t hours, int64_t minutes, int64_t seconds,
+                                            int64_t frame, bool isDropFrame, const EditRate& rate) {
+  constexpr int64_t kMostFrames = 960;
+  if (rate._denominator == 0)
+    return std::nullopt;
+  const int64_t perSecond = (int64_t{rate._numerator} + rate._denominator / 2) / rate._denominator;
+  if (hours > 23 || minutes > 59 || seconds > 59 || frame >= perSecond || perSecond > kMostFrames)
+    return std::nullopt;
+  const int64_t allMinutes = 60 * hours + minutes;
+  const int64_t dropped = isDropFrame ? perSecond / 15 * (allMinutes - allMinutes / 10) : 0;
+  return Timecode{(60 * allMinutes + seconds) * perSecond + frame - dropped,
+                  static_cast<int>(perSecond), isDropFrame};
+}
+
 std::string Timecode::Text(int64_t later) const {
   const int64_t rate = framesPerSecond;
   const int64_t dropped = isDropFrame ? 9 * 144 * (rate / 15) : 0;

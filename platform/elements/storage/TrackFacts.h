@@ -18,6 +18,10 @@ struct Timecode {
   int framesPerSecond = 25;
   bool isDropFrame = false;
 
+  // Of a time code as it is written; nothing when it cannot be one. `rate` is the track's.
+  static std::optional<Timecode> FromParts(int64_t hours, int64_t minutes, int64_t seconds,
+                                           int64_t frame, bool isDropFrame, const EditRate& rate);
+
   // "HH:MM:SS:FF" of the picture that comes so many later; ";" before FF when frame numbers are
   // dropped. Begins again after 24 hours.
   std::string Text(int64_t later = 0) const;

@@ -2,8 +2,8 @@
 
 #include <cstdint>
 #include <optional>
-#include <vector>
 
+#include "elements/storage/ContainerTrack.h"
 #include "elements/storage/FileBytes.h"
 #include "elements/storage/TrackFacts.h"
 #include "qel/MediaTime.h"
@@ -12,52 +12,61 @@
 namespace qel {
 
 constexpr int64_t kMaxIndexEntries = 10'000'000;
-// All that is read of one file while its index is.
+// All that is read of one file while its index is, and in how many reads.
 constexpr int64_t kMaxIndexBytes = int64_t{384} << 20;
-// How far into its first picture a track is looked at for the picture's size.
-constexpr int64_t kMaxPictureHeadBytes = int64_t{64} << 10;
+constexpr int64_t kMaxIndexRequests = 4096;
+// No file has bytes from there on.
+constexpr int64_t kMaxFileOffset = int64_t{1} << 53;
 
-// The index of one track, and what all of its pictures have in common. A value; any number of
-// threads may read one.
+// The index of one track. Immutable; any number of threads may read one.
 class TrackIndex {
  public:
   struct Sample {
     int64_t offset;  // in the file, of the payload
-    uint32_t size;   // 0: the sample was dropped, there is nothing to show
+    int64_t size;    // 0: there is nothing to show
+    // Of the payload's first chunk: all of it but where each field has a chunk of its own.
+    int64_t chunkSize;
+    // Where the second field lies in the payload; 0 where only the bytes themselves tell.
+    int64_t secondField;
   };
 
-  const TrackFacts& Facts() const { return facts; }
+  // Throws QELRuntimeError when the track's rate cannot be.
+  explicit TrackIndex(ContainerTrack track);
+
+  const TrackFacts& Facts() const { return facts_; }
 
   // AVI: every payload has a chunk header in front of it, stream number in two digits, 'd', 'c' or
   // 'b', and the payload's length (little-endian).
-  static constexpr int kAviChunkHeaderBytes = 8;
-  bool isAvi = false;
-  int streamNumber = 0;
+  int64_t ChunkHeaderBytes() const { return chunkHeaderBytes_; }
+  int StreamNumber() const { return streamNumber_; }
 
-  int64_t Count() const { return static_cast<int64_t>(sizes.size()); }
-  Sample At(int64_t number) const {
-    return {offsets[static_cast<size_t>(number)], sizes[static_cast<size_t>(number)]};
-  }
-  // In edit units.
-  int64_t Start(int64_t number) const {
-    return starts.empty() ? number : starts[static_cast<size_t>(number)];
-  }
-  int64_t Duration(int64_t number) const { return Start(number + 1) - Start(number); }
+  int64_t Count() const { return times_.Count(); }
+  Sample At(int64_t number) const;
+  // In edit units of Facts().timeRate. The interval of a sample reaches to the start of the next.
+  int64_t Start(int64_t number) const { return times_.Start(number); }
+  int64_t Duration(int64_t number) const { return times_.Duration(number); }
 
-  // The sample whose interval [start, next start) contains the time, nothing outside the track.
-  // Throws QELRuntimeError for a rate with a zero part.
+  // The sample whose interval contains the time, nothing outside the track. Throws QELRuntimeError
+  // for a rate with a zero part.
   std::optional<int64_t> Find(const MediaTime& time) const;
 
-  TrackFacts facts;
-  std::vector<int64_t> offsets;
-  std::vector<uint32_t> sizes;
-  // Empty when the rate is constant; else never decreasing, one more than there are samples.
-  std::vector<int64_t> starts;
+  // What it takes in memory, in proportion to what the file holds of it.
+  int64_t MemoryBytes() const;
+
+ private:
+  void PairFields();
+
+  TrackFacts facts_;
+  SamplePlaces places_;
+  SampleTimes times_;
+  int64_t chunkHeaderBytes_;
+  int streamNumber_;
+  bool isFieldEach_;
 };
 
 // Reads the index of the first motion-JPEG stream of an AVI or MOV file. The bytes may be anything:
-// what is allocated is bounded by kMaxIndexEntries and kMaxIndexBytes. Throws QELRuntimeError that
-// says what is wrong with the file, or what ReadAt threw.
+// what is allocated is bounded by what the file holds, and by kMaxIndexEntries and kMaxIndexBytes.
+// Throws QELRuntimeError that says what is wrong with the file, or what ReadAt threw.
 TrackIndex ReadTrackIndex(IFileBytes& file);
 
 }  // namespace qel
