@@ -41,8 +41,7 @@ moravel_package(platform-dev libmoravelplatform-dev libdevel
   "libmoravelplatform${so} ${same}")
 moravel_package(elements-dev libmoravelelements-dev libdevel
   "Storage source and motion-JPEG decoder of the platform stand-in, static"
-  "libmoravelplatform-dev ${same}" pkg-config libcurl4-openssl-dev libavformat-dev libavcodec-dev
-  libavutil-dev libturbojpeg0-dev libyuv-dev)
+  "libmoravelplatform-dev ${same}" pkg-config libcurl4-openssl-dev libturbojpeg0-dev libyuv-dev)
 moravel_package(tools moravel-play video "Headless player for motion-JPEG tracks"
   "libmoravelplayerqel${so} ${same}" fonts-dejavu-core)
 
