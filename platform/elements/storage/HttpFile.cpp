@@ -69,8 +69,10 @@ void HttpFile::ReadAt(int64_t offset, std::span<uint8_t> bytes) {
   if (bytes.empty())
     return;
   if (++requests_ > kMaxIndexRequests) {
-    throw QELRuntimeError(
-        QEL_TEXT("the index takes more than the " << kMaxIndexRequests << " requests allowed"));
+    throw QELRuntimeError(QEL_TEXT(
+        "the index takes more than the "
+        << kMaxIndexRequests
+        << " requests allowed: \"ffmpeg -i FILE -c copy OUT.mov\" writes it into one place"));
   }
   BlockReceiver receiver(bytes);
   Start({offset + inHead, static_cast<int64_t>(bytes.size())}, receiver)->Receive(openUntil_);

@@ -32,12 +32,7 @@ void ReadAheadCache::CountRequest(int64_t bytes) {
     throw QELRuntimeError(QEL_TEXT("the index takes more than the "
                                    << kMaxIndexBytes << " bytes that are read of a file for it"));
   }
-  if (++requests_ > kMaxIndexRequests) {
-    throw QELRuntimeError(QEL_TEXT("the index lies in more than "
-                                   << kMaxIndexRequests
-                                   << " places of the file: \"ffmpeg -i FILE -c copy OUT.mov\" "
-                                      "writes it into one"));
-  }
+  ++requests_;
 }
 
 void ReadAheadCache::FetchMissing(int64_t offset, int64_t end) {

@@ -12,9 +12,8 @@
 namespace qel {
 
 constexpr int64_t kMaxIndexEntries = 10'000'000;
-// All that is read of one file while its index is, and in how many reads.
+// All that is read of one file while its index is.
 constexpr int64_t kMaxIndexBytes = int64_t{384} << 20;
-constexpr int64_t kMaxIndexRequests = 4096;
 // No file has bytes from there on.
 constexpr int64_t kMaxFileOffset = int64_t{1} << 53;
 
