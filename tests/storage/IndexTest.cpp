@@ -67,7 +67,9 @@ TEST_F(TrackIndex, HasNoMoreEntriesAndBytesThanAllowed) {
       ReadFile(MakeClip({.file = folder / "m", .container = Container::Mov, .pictures = 1}).file);
   for (const auto low : Bytes8{0x7F, 0x80, 0x81}) {  // ten millions, one less and one more
     auto file = File(Patched(mov, "stsz", 8, {0, 0, 4, 0, 0, 0x98, 0x96, low}));
-    EXPECT_THAT(ErrorOf([&] { qel::ReadTrackIndex(file); }),
+    EXPECT_THAT(ErrorOf([&] {  // what is only announced takes no memory
+                  EXPECT_THAT(qel::ReadTrackIndex(file).MemoryBytes(), Le(4096));
+                }),
                 Says(low <= 0x80 ? "" : "announces 10000001 samples"));
   }
   auto longHeader = File({0x0C, 0, 0, 9, 'm', 'o', 'o', 'v'}, qel::kMaxIndexBytes);
@@ -122,6 +124,77 @@ TEST_F(TrackIndex, SaysWhatIsWrongWithAFile) {
   for (const auto& [bytes, error] : cases) {
     auto file = File(bytes);
     EXPECT_THAT(ErrorOf([&] { qel::ReadTrackIndex(file); }), HasSubstr(error));
+  }
+}
+
+struct Corner {
+  Bytes8 bytes;
+  int64_t count;
+  const char* problem = "";
+  qel::FieldOrder fieldOrder = qel::FieldOrder::Progressive;
+  int height = 48;
+};
+
+TEST_F(TrackIndex, TakesWhatThereIsAndTellsWhatIsNot) {
+  using enum qel::FieldOrder;
+  const auto make = [this](ClipSpec spec) {
+    spec.file = folder / "clip";
+    return ReadFile(MakeClip(spec).file);
+  };
+  const auto avi = make({});
+  const auto mov = make({.container = Container::Mov});
+  auto early = make({.container = Container::Mov, .headerFirst = true});
+  early.resize(early.size() - 1000);
+  const auto fields = make({.interlaced = true});
+  const auto each = make({.container = Container::Mov, .interlaced = true, .fieldEach = true});
+  // The same with offsets from the start of the file.
+  Bytes8 absolute = avi;
+  const std::string_view movi = "movi", idx1 = "idx1";
+  const auto at = std::search(avi.begin(), avi.end(), movi.begin(), movi.end()) - avi.begin();
+  const auto entries = std::search(absolute.begin(), absolute.end(), idx1.begin(), idx1.end()) + 8;
+  for (int i = 0; i < 10; ++i) {
+    uint32_t offset = 0;
+    std::memcpy(&offset, &entries[16 * i + 8], 4);
+    offset += static_cast<uint32_t>(at);
+    std::memcpy(&entries[16 * i + 8], &offset, 4);
+  }
+  const Corner corners[] = {
+      {avi, 10},
+      {absolute, 10},
+      {Patched(avi, "idx1", 4, {64}), 4, "announces 10 pictures, the index has 4"},
+      {Patched(avi, "LIST", 0, {'J', 'U', 'N', 'K'}), 0},
+      {mov, 10},
+      {Patched(mov, "stsc", 19, {4}), 4, "announces 10 pictures, the index has 4"},
+      {early, 10, "samples lie behind its end"},
+      {make({.container = Container::Mov, .options = "movflags=frag_keyframe"}), 10},
+      {Patched(mov, "elst", 16, {0, 0, 8, 0}), 6},   // from four of 512 units on
+      {Patched(mov, "elst", 12, {0, 0, 0, 80}), 2},  // of a thousandth of a second
+      {fields, 10, "", TopFirst, 24},
+      {Patched(fields, "AVI1", -6, Bytes8(200)), 10, "", TopFirst, 24},
+      {each, 10, "", TopFirst, 24},
+      {Patched(each, "jpeg", 30, {24}), 20, "", Progressive, 24},  // the height in the header
+  };
+  for (const Corner& corner : corners) {
+    SCOPED_TRACE(&corner - corners);
+    auto file = File(corner.bytes);
+    if (corner.count == 0) {
+      EXPECT_THAT(ErrorOf([&] { qel::ReadTrackIndex(file); }), HasSubstr("no header"));
+      continue;
+    }
+    const qel::TrackIndex index = qel::ReadTrackIndex(file);
+    EXPECT_EQ(index.Count(), corner.count);
+    EXPECT_EQ(index.Facts().fieldOrder, corner.fieldOrder);
+    EXPECT_EQ(index.Facts().height, corner.height);
+    EXPECT_EQ(index.Facts().problems.size(), std::string_view(corner.problem).empty() ? 0 : 1);
+    for (const auto& problem : index.Facts().problems)
+      EXPECT_THAT(problem, HasSubstr(corner.problem));
+    for (int64_t n = 0; n < index.Count() && index.At(n).offset + 2 < file.Size(); ++n) {
+      Bytes8 start(2);
+      file.ReadAt(index.At(n).offset, start);
+      if (start != Bytes8{0, 0}) {  // the damaged one
+        EXPECT_EQ(start, (Bytes8{0xFF, 0xD8})) << n;
+      }
+    }
   }
 }
 

@@ -21,6 +21,7 @@ struct Variant {
   Container container;
   bool bottomFirst = false;
   std::vector<int> channels = {0};  // in stored order
+  bool fieldEach = false;
 };
 
 const Variant kVariants[] = {{Container::Avi},
@@ -28,7 +29,9 @@ const Variant kVariants[] = {{Container::Avi},
                              {Container::Avi, false, {0, 1}},
                              {Container::Avi, true, {1, 0}},
                              {Container::Mov, false, {0, 1}},
-                             {Container::Mov, true, {1, 0}}};
+                             {Container::Mov, true, {1, 0}},
+                             {Container::Avi, true, {1, 0}, true},
+                             {Container::Mov, false, {0, 1}, true}};
 
 void ExpectSample(SourceUnderTest& source, const Clip& clip, const Variant& variant,
                   size_t number) {
@@ -65,7 +68,8 @@ TEST(StorageSource, DeliversWhatWasMuxedInAnyOrder) {
                                   .rateNumerator = 30000,
                                   .rateDenominator = 1001,
                                   .interlaced = isInterlaced,
-                                  .bottomFirst = variant.bottomFirst});
+                                  .bottomFirst = variant.bottomFirst,
+                                  .fieldEach = variant.fieldEach});
       server.AddTrack(track, clip.file);
       source.Init(server.Port(), track, socket);
       const auto infos = source.media->GetDefinedOutput("")->GetVideoInfoList();

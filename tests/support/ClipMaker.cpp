@@ -100,6 +100,7 @@ class Muxer {
     AVDictionary* options = nullptr;
     if (spec.headerFirst)
       av_dict_set(&options, "movflags", "faststart", 0);
+    av_dict_parse_string(&options, spec.options.c_str(), "=", ":", 0);
     const int result = avformat_write_header(context_, &options);
     av_dict_free(&options);
     Checked(result, "header");
@@ -135,20 +136,20 @@ class Muxer {
   AVPacket* packet_ = av_packet_alloc();
 };
 
-std::vector<uint8_t> MakeSample(const ClipSpec& spec, int frame) {
+// One picture, or two fields.
+std::vector<std::vector<uint8_t>> MakePictures(const ClipSpec& spec, int frame) {
   PictureSpec picture = {
       .width = spec.width, .height = spec.height, .number = frame, .quality = spec.quality};
   if (!spec.interlaced)
-    return MakeJpeg(picture);
-  std::vector<uint8_t> sample;
+    return {MakeJpeg(picture)};
+  std::vector<std::vector<uint8_t>> fields;
   picture.height /= 2;
   for (const int bottom : {spec.bottomFirst ? 1 : 0, spec.bottomFirst ? 0 : 1}) {
     picture.number = 2 * frame + bottom;
     picture.avi1Polarity = spec.container == Container::Avi ? 1 + bottom : -1;
-    const std::vector<uint8_t> field = MakeJpeg(picture);
-    sample.insert(sample.end(), field.begin(), field.end());
+    fields.push_back(MakeJpeg(picture));
   }
-  return sample;
+  return fields;
 }
 
 }  // namespace
@@ -181,12 +182,21 @@ int ReadPictureNumber(const uint8_t* luma, int stride, int width, int height) {
 
 Clip MakeClip(const ClipSpec& spec) {
   Clip clip{spec.file, {}};
-  Muxer muxer(spec);
+  ClipSpec stored = spec;
+  stored.rateNumerator *= spec.fieldEach ? 2 : 1;
+  Muxer muxer(stored);
   for (int frame = 0; frame < spec.pictures; ++frame) {
-    clip.samples.push_back(MakeSample(spec, frame));
+    std::vector<uint8_t>& sample = clip.samples.emplace_back();
     const int64_t time = spec.variableRate ? frame + frame / 3 : frame;
-    muxer.Write(clip.samples.back(), spec.padding, time,
-                spec.variableRate && frame % 3 == 2 ? 2 : 1);
+    const int64_t duration = spec.variableRate && frame % 3 == 2 ? 2 : 1;
+    int64_t field = 0;
+    for (const auto& picture : MakePictures(spec, frame)) {
+      sample.insert(sample.end(), picture.begin(), picture.end());
+      if (spec.fieldEach)
+        muxer.Write(picture, 0, 2 * time + field++, 1);
+    }
+    if (!spec.fieldEach)
+      muxer.Write(sample, spec.padding, time, duration);
   }
   muxer.Finish();
   return clip;

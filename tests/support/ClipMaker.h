@@ -4,6 +4,7 @@
 
 #include <cstdint>
 #include <filesystem>
+#include <string>
 #include <vector>
 
 // Motion-JPEG pictures and clips for tests and benchmarks, the same bytes on every run.
@@ -43,6 +44,8 @@ struct ClipSpec {
   bool variableRate = false;  // every third picture lasts twice as long
   int64_t padding = 0;        // zeros behind each picture, holes of the file where there are many
   bool headerFirst = false;   // in a MOV file
+  bool fieldEach = false;     // each field is a sample of its own
+  std::string options = {};   // of the muxer, "name=value:name=value"
 };
 
 // What was muxed: the bytes of each sample, of both fields in the order they are stored. The

@@ -1,6 +1,6 @@
 // MOV and MP4, after the "QuickTime File Format" and ISO/IEC 14496-12.
 #include <array>
-#include <numeric>
+#include <utility>
 
 #include "elements/storage/ByteReader.h"
 #include "elements/storage/ContainerTrack.h"
@@ -75,6 +75,19 @@ uint8_t ObjectType(Bytes esds) {
     return 0;
   reader.Skip(others);
   return enter(kDecoderConfig) && reader.Left() > 0 ? reader.Byte() : uint8_t{0};
+}
+
+// Whether the first place of data ("dref") is not the file itself.
+bool IsElsewhere(Bytes dref) {
+  constexpr uint8_t kInThisFile = 1;
+  constexpr size_t kListAt = kVersionBytes + 4;
+  bool isFirst = true;
+  bool isElsewhere = false;
+  ForEachBox(dref.subspan(std::min(dref.size(), kListAt)), [&](const auto&, Bytes place) {
+    if (std::exchange(isFirst, false) && place.size() >= kVersionBytes)
+      isElsewhere = (place[kVersionBytes - 1] & kInThisFile) == 0;
+  });
+  return isElsewhere;
 }
 
 // What is stored first and shown first ("fiel").
@@ -234,6 +247,8 @@ class MovFile {
     track.trak = trak;
     track.stbl = FindBox(media, {"minf", "stbl"});
     ReadDescription(track);
+    if (IsElsewhere(FindBox(media, {"minf", "dinf", "dref"})))
+      throw QELRuntimeError("the file only refers to another one, in which the pictures are");
     codes_.push_back(track.code);
     isFound_ = IsMotionJpegCode(track.code);
     if (!isFound_)
@@ -267,12 +282,13 @@ class MovFile {
     track.times = std::move(tables.times);
     track.timeUnits = video_.units;
     track.facts.problems = std::move(tables.problems);
-    track.facts.announcedSamples = tables.announced;
     if (track.places.Count() < tables.announced)
       track.facts.problems.push_back(TooFewIndexed(tables.announced, track.places.Count()));
     const Bytes extends = FindBox(moov_, "mvex");
     if (extends.data() != nullptr)
       ReadFragments(extends, track);
+    else
+      track.facts.announcedSamples = tables.announced;
     if (track.places.Count() == 0) {
       throw QELRuntimeError(QEL_TEXT("the file has no index: its header names no samples"
                                      << (extends.data() != nullptr ? ", and no fragment does" : "")
@@ -336,7 +352,7 @@ class MovFile {
     constexpr uint32_t kDropFrame = 1;
     const Bytes stsd = FindBox(stbl, "stsd");
     const SamplePlaces places = ReadMovTables(stbl).places;
-    if (stsd.size() < 45 || places.Count() == 0 || places.At(0).offset > file_.Size() - 4)
+    if (stsd.size() < 41 || places.Count() == 0 || places.At(0).offset > file_.Size() - 4)
       return;
     ByteReader reader(stsd, "time code");
     reader.Skip(kVersionBytes + 4 + 4);

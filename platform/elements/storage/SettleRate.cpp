@@ -182,7 +182,7 @@ class RateSearch {
   std::vector<EditRate> RatesOfShortest() const {
     std::vector<EditRate> rates;
     const Wide shortest = Wide{1000} * shortest_;
-    if (shortest < 4 * Tolerance())  // everything would fit
+    if (shortest < 3 * Tolerance())  // everything would fit
       return rates;
     AddUsual({units_.numerator * 1000, (shortest + Tolerance()) * units_.denominator},
              {units_.numerator * 1000, shortest * units_.denominator}, rates);

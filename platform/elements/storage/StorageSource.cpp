@@ -131,6 +131,7 @@ void StorageSource::SelectTrack(int64_t trackId) {
     }
     OpenTrack open;
     open.track = std::make_unique<StorageTrack>(*client_, pool_, trackId);
+    CheckIndexMemory(*open.track);
     open.infos = MakeInfos(open.track->Index());
     tracks_.emplace(trackId, std::move(open));
   }
@@ -138,6 +139,18 @@ void StorageSource::SelectTrack(int64_t trackId) {
   position_ = 0;
   positionTime_ = MediaTime(EditRate(1, 1), 0, nullptr);
   isInside_ = true;
+}
+
+void StorageSource::CheckIndexMemory(const StorageTrack& added) const {
+  int64_t bytes = added.Index()->MemoryBytes();
+  for (const auto& [id, open] : tracks_)
+    bytes += open.track.get() == &added ? 0 : open.track->Index()->MemoryBytes();
+  if (bytes > kMaxIndexMemory) {
+    throw QELRuntimeError(QEL_TEXT(added.Name()
+                                   << ": the indexes of the open tracks take " << bytes
+                                   << " bytes with its own, at most " << kMaxIndexMemory
+                                   << " are kept; \"remove_track\" forgets one"));
+  }
 }
 
 void StorageSource::ForgetTrack(int64_t trackId) {
@@ -198,6 +211,7 @@ std::optional<SampleBytes> StorageSource::ReadSample(OpenTrack& open) {
 void StorageSource::ReopenSelected(OpenTrack& open) {
   try {
     open.track->Reopen();
+    CheckIndexMemory(*open.track);
   } catch (...) {
     ForgetTrack(*selected_);  // its index and its file do not belong together
     throw;

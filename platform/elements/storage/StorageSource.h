@@ -16,6 +16,8 @@ namespace qel {
 
 // Tracks that one source keeps open.
 constexpr size_t kMaxOpenTracks = 256;
+// What the indexes of its tracks take in memory together: some ten thousand hours of material.
+constexpr int64_t kMaxIndexMemory = int64_t{256} << 20;
 
 // What a source has read of its tracks and not delivered, or keeps for a reader that goes back and
 // forth: all tracks together, and the sample that is read.
@@ -67,6 +69,8 @@ class StorageSource : public ISource {
 
   void SelectTrack(int64_t trackId);
   void ForgetTrack(int64_t trackId);
+  // Throws QELRuntimeError when the indexes of all tracks and this one take too much memory.
+  void CheckIndexMemory(const StorageTrack& added) const;
   OpenTrack& Selected();
   // Reads the sample at position_, of the file as it is now.
   std::optional<SampleBytes> ReadSample(OpenTrack& open);

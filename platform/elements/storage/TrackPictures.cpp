@@ -30,6 +30,7 @@ class PictureLooks {
 
   void Take() {
     const auto look = FirstReadable();
+    TellTruncation();
     if (look && look->picture.width != 0)
       facts_.width = look->picture.width;
     const int64_t headerHeight = facts_.height;
@@ -67,6 +68,27 @@ class PictureLooks {
     throw QELRuntimeError(QEL_TEXT("the file is truncated: none of its "
                                    << track_.places.Count() << " samples lies inside its "
                                    << file_.Size() << " bytes"));
+  }
+
+  // Samples mostly lie in the order of their numbers.
+  void TellTruncation() {
+    const int64_t count = track_.places.Count();
+    int64_t low = 0;
+    int64_t high = count;
+    while (low < high) {
+      const int64_t middle = low + (high - low) / 2;
+      const SamplePlaces::Place place = track_.places.At(middle);
+      if (place.offset <= file_.Size() - place.size)
+        low = middle + 1;
+      else
+        high = middle;
+    }
+    if (low < count) {
+      facts_.problems.push_back(
+          QEL_TEXT("the file is truncated: " << count - low << " of " << count
+                                             << " samples lie behind its end, from number " << low
+                                             << " on"));
+    }
   }
 
   std::optional<JpegFacts> ReadHead(int64_t number) {
@@ -111,23 +133,32 @@ class PictureLooks {
   }
 
   void TakeFields(const Look& look, bool isHalf) {
-    if (const auto second = ReadSecond(look)) {
-      const bool isBottomFirst =
-          IsMarked(look.picture) ? look.picture.polarity == FieldPolarity::Even
-          : IsMarked(*second)    ? second->polarity == FieldPolarity::Odd
-                                 : track_.fields && track_.fields->isBottomStoredFirst;
-      SetOrder(isBottomFirst, IsMarked(look.picture) || IsMarked(*second));
+    if (TakeTwoFields(look))
       return;
-    }
     const bool isEven = look.number % 2 == 0;
     const int64_t other = look.number + (isEven ? 1 : -1);
     const auto next = other < track_.places.Count() ? ReadHead(other) : std::nullopt;
+    if (next && TakeTwoFields({other, *next}))  // the first one is damaged
+      return;
     const bool alternates = next && IsMarked(look.picture) && IsMarked(*next) &&
                             look.picture.polarity != next->polarity;
     if (alternates)
       PairFields((look.picture.polarity == FieldPolarity::Even) == isEven, true);
     else if (isHalf && track_.fields)
       PairFields(track_.fields->isBottomStoredFirst, false);
+  }
+
+  // Whether the sample has two.
+  bool TakeTwoFields(const Look& look) {
+    const auto second = ReadSecond(look);
+    if (!second)
+      return false;
+    const bool isBottomFirst = IsMarked(look.picture) ? look.picture.polarity == FieldPolarity::Even
+                               : IsMarked(*second)
+                                   ? second->polarity == FieldPolarity::Odd
+                                   : track_.fields && track_.fields->isBottomStoredFirst;
+    SetOrder(isBottomFirst, IsMarked(look.picture) || IsMarked(*second));
+    return true;
   }
 
   void PairFields(bool isBottomFirst, bool isMarked) {
