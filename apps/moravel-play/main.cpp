@@ -10,6 +10,7 @@
 #include "playing/Play.h"
 #include "serve/Serve.h"
 #include "serve/ServeOptions.h"
+#include "view/View.h"
 
 namespace {
 
@@ -26,7 +27,7 @@ struct Command {
     run(2, arguments);
   }
 };
-const Command kCommands[] = {{kPlayText, &RunPlay}, {kServeText, &RunServe}};
+const Command kCommands[] = {{kPlayText, &RunPlay}, {kServeText, &RunServe}, {kViewText, &RunView}};
 const Command& kDefaultCommand = kCommands[0];
 
 const Command* FindCommand(std::string_view name) {

@@ -15,8 +15,7 @@ namespace Moravel::Play {
 // Pictures of tracks for people who look at them now: they jump, drag, step and play.
 //
 // Orders go through SampleFetcher and PictureMaker. Every order is answered, whatever happens to
-// its server, and the next one works as soon as the server does. Thread-safe. Destruction takes
-// less than a second; it stops what is being read and answers all who wait.
+// its server, and the next one works as soon as the server does. Thread-safe.
 class LiveEngine {
  public:
   struct Limits {
@@ -25,6 +24,12 @@ class LiveEngine {
     int decoders = 2;                         // threads
   };
   LiveEngine(std::vector<LiveServer> servers, const Limits& limits);
+
+  // Ends all work within a second; every order is answered, also those that come later. One thread.
+  void Stop() {
+    fetcher_.Stop();
+    maker_.Stop();
+  }
 
   // By the track's number; null when there is none.
   const Track* FindTrack(int index) const { return fetcher_.FindTrack(index); }

@@ -106,6 +106,12 @@ void OrderBook::DropAhead() {
   });
 }
 
+void OrderBook::TakeAll(PendingPictureList& pictures) {
+  for (auto& [key, entry] : entries_)
+    std::move(entry.waiting.begin(), entry.waiting.end(), std::back_inserter(pictures));
+  entries_.clear();
+}
+
 std::optional<OrderBook::Read> OrderBook::Next(Reader reader) {
   const auto rank = [&](const Entry& entry) {
     return std::pair(reader == Reader::Sequence && !entry.IsSequence(), entry.order);

@@ -48,6 +48,8 @@ class OrderBook {
   PendingPictureList DropStale(const LiveOrder& newer);
   // Forgets what nobody waits for yet.
   void DropAhead();
+  // Hands over all who wait.
+  void TakeAll(PendingPictureList& pictures);
   bool Holds(const SampleKey& key) const { return entries_.contains(key); }
 
  private:

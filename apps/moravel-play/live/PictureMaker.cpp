@@ -10,15 +10,22 @@ PictureMaker::PictureMaker(int threads, Watcher watcher) : watcher_(std::move(wa
     threads_.emplace_back([this](std::stop_token stop) { Run(std::move(stop)); });
 }
 
-PictureMaker::~PictureMaker() {
+void PictureMaker::Stop() {
   for (std::jthread& thread : threads_)
     thread.request_stop();
+  threads_.clear();
+  std::vector<Task> left;  // answered by their destruction, without the lock
+  const std::lock_guard<std::mutex> lock(access_);
+  isStopped_ = true;
+  left.swap(tasks_);
 }
 
 void PictureMaker::Make(PendingPicturePtr picture, const Track& track, SamplePtr sample) {
   PendingPictureList stale;
   {
     const std::lock_guard<std::mutex> lock(access_);
+    if (isStopped_)
+      return;
     const LiveOrder& order = picture->Order();
     const bool isStale = std::any_of(tasks_.begin(), tasks_.end(), [&](const Task& task) {
       return task.picture->Order().Supersedes(order);

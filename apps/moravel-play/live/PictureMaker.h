@@ -21,8 +21,11 @@ class PictureMaker {
   using Watcher = std::function<void(const LiveOrder&, const LivePicture&)>;
 
   PictureMaker(int threads, Watcher watcher);
-  // Ends the threads after the picture that each has in hand; what waits is answered as failed.
-  ~PictureMaker();
+  ~PictureMaker() { Stop(); }
+
+  // Ends the threads after the picture that each has in hand. What waits is answered as failed, and
+  // so is what comes from then on.
+  void Stop();
 
   void Make(PendingPicturePtr picture, const Track& track, SamplePtr sample);
 
@@ -38,9 +41,10 @@ class PictureMaker {
 
   const Watcher watcher_;
 
-  std::mutex access_;  // guards tasks_
+  std::mutex access_;  // guards the next three
   std::condition_variable_any changed_;
   std::vector<Task> tasks_;
+  bool isStopped_ = false;
 
   std::vector<std::jthread> threads_;  // the last: they use all of the above
 };

@@ -54,9 +54,15 @@ SampleFetcher::SampleFetcher(std::vector<LiveServer> servers, const Limits& limi
   }
 }
 
-SampleFetcher::~SampleFetcher() {
+void SampleFetcher::Stop() {
   for (std::jthread& thread : threads_)
     thread.request_stop();
+  threads_.clear();
+  PendingPictureList left;  // answered by their destruction, without the lock
+  const std::lock_guard<std::mutex> lock(access_);
+  isStopped_ = true;
+  for (const auto& line : lines_)
+    line->book.TakeAll(left);
 }
 
 const Track* SampleFetcher::FindTrack(int index) const {
@@ -84,7 +90,10 @@ void SampleFetcher::Order(PendingPicturePtr picture) {
   SamplePtr cached;
   {
     const std::lock_guard<std::mutex> lock(access_);
+    if (isStopped_)
+      return;
     Line& line = *lines_[static_cast<size_t>(server - servers_.begin())];
+    ++figures_.orders;
     picture->priority = PriorityOf(order.kind, ++serial_);
     if (order.kind != Kind::Thumbnail) {
       lastOrder_ = Clock::now();

@@ -17,6 +17,7 @@ namespace Moravel::Play {
 
 // What was fetched so far. Rates come of the difference of two of them.
 struct FetchFigures {
+  int64_t orders = 0;
   int64_t stale = 0;
   int64_t cacheHits = 0;
   int64_t cacheSamples = 0;
@@ -53,8 +54,11 @@ class SampleFetcher {
     int connections;  // to each server
   };
   SampleFetcher(std::vector<LiveServer> servers, const Limits& limits, Taker taker);
-  // Stops what is being read, and ends the threads. What waits is answered as failed.
-  ~SampleFetcher();
+  ~SampleFetcher() { Stop(); }
+
+  // Stops what is being read, and ends the threads. What waits is answered as failed, and so is
+  // what is ordered from then on.
+  void Stop();
 
   // By the track's number; null when there is none.
   const Track* FindTrack(int index) const;
@@ -93,6 +97,7 @@ class SampleFetcher {
   SampleStore store_;
   FetchFigures figures_;
   Clock::time_point lastOrder_;
+  bool isStopped_ = false;
   int32_t serial_ = 0;  // of orders
   int reading_ = 0;
   Clock::time_point readingSince_;

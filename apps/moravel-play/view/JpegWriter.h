@@ -1,0 +1,16 @@
+#pragma once
+
+#include <string>
+
+#include "qel/Samples.h"
+
+namespace Moravel::Play {
+
+// The bytes of a JPEG file of an I420 picture, full range as the decoder makes it. Any thread.
+// Throws std::runtime_error.
+std::string WriteJpeg(const qel::IVideoSample& image);
+
+// The frame that two I420 fields of the same size make, as a JPEG file.
+std::string WriteJpegOfFields(const qel::IVideoSample& top, const qel::IVideoSample& bottom);
+
+}  // namespace Moravel::Play
