@@ -15,6 +15,17 @@ check_share_of_tests() {
   ((100 * tests <= most * product)) || { echo "more than $most %" >&2; exit 1; }
 }
 
+# docs/reliability.md says in the last columns of its tables which test shows what.
+check_named_tests() {
+  local known name
+  known=$(ctest --test-dir build/dev -N | sed -n 's/^ *Test *#[0-9]*: \([^ ]*\).*/\1/p')
+  awk -F'|' '/^\|/ { print $(NF - 1) }' docs/reliability.md | grep -o '`[^`]*`' | tr -d '`' |
+    while read -r name; do
+      grep -qE "(^|[./])${name#Faults/}\$" <<<"$known" ||
+        { echo "docs/reliability.md: there is no test $name" >&2; exit 1; }
+    done
+}
+
 # A user who is not root is refused files that root is not. The build may lie where such a user
 # cannot go.
 test_player_as_ordinary_user() {
@@ -51,11 +62,13 @@ check() {
     run_tests "$sanitizer"
   done
   build dev
+  say "tests that the documents name"
+  check_named_tests
   say "the player's tests as an ordinary user"
   test_player_as_ordinary_user
   fuzz 5
   say "packages, and hosts that are built with them"
-  make_clip
+  make_clip dev
   package
   cmake/check-install.sh build/packages "$clip"
   say "benchmarks, as briefly as can be"

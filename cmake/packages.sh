@@ -4,13 +4,13 @@ base=(build-essential cmake ninja-build pkg-config libboost-thread-dev libboost-
   libcurl4-openssl-dev libturbojpeg0-dev libyuv-dev libspdlog-dev libmicrohttpd-dev libcli11-dev
   libcairo2-dev libspng-dev fonts-dejavu-core nlohmann-json3-dev)
 # Clips for tests are made by another program's muxer; benchmarks compare with its decoder.
-clips=(libavformat-dev libavcodec-dev libavutil-dev)
-for_play=("${base[@]}" ffmpeg)
+muxer=(libavformat-dev libavcodec-dev libavutil-dev)
+for_play=("${base[@]}")
 for_package=("${base[@]}" dpkg-dev file)
-for_test=("${base[@]}" "${clips[@]}" libgtest-dev libgmock-dev)
-for_bench=("${base[@]}" "${clips[@]}" libgtest-dev libgmock-dev libbenchmark-dev ffmpeg python3
+for_test=("${base[@]}" "${muxer[@]}" libgtest-dev libgmock-dev)
+for_bench=("${base[@]}" "${muxer[@]}" libgtest-dev libgmock-dev libbenchmark-dev ffmpeg python3
   gstreamer1.0-tools gstreamer1.0-plugins-base gstreamer1.0-plugins-good)
-for_fuzz=("${base[@]}" "${clips[@]}" clang-14 libclang-rt-14-dev)
+for_fuzz=("${base[@]}" "${muxer[@]}" clang-14 libclang-rt-14-dev)
 for_check=("${for_bench[@]}" "${for_fuzz[@]}" "${for_package[@]}" git clang-format-14 cloc)
 
 as_root() { if ((EUID == 0)); then "$@"; else sudo "$@"; fi; }
