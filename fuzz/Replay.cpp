@@ -1,12 +1,11 @@
 #include <algorithm>
 #include <cstring>
 #include <filesystem>
-#include <fstream>
-#include <iterator>
 #include <random>
 #include <string>
 
 #include "FuzzTarget.h"
+#include "support/Files.h"
 
 // NAME-replay [FOLDER...]: runs the target over its seeds, over damaged seeds and over the files of
 // the folders. NAME-replay --write-seeds FOLDER: writes the seeds for libFuzzer to start from.
@@ -36,9 +35,7 @@ void WriteSeeds(const std::filesystem::path& folder) {
   std::filesystem::create_directories(folder);
   int number = 0;
   for (const Input& seed : Seeds()) {
-    std::ofstream file(folder / ("seed" + std::to_string(number++)), std::ios::binary);
-    file.write(reinterpret_cast<const char*>(seed.data()),
-               static_cast<std::streamsize>(seed.size()));
+    Test::WriteFile(folder / ("seed" + std::to_string(number++)), seed);
   }
 }
 
@@ -47,8 +44,7 @@ void RunFolder(const std::filesystem::path& folder) {
     return;  // a target without regressions yet
   for (const auto& entry : std::filesystem::directory_iterator(folder)) {
     std::printf("%s\n", entry.path().filename().c_str());
-    std::ifstream file(entry.path(), std::ios::binary);
-    Run(Input(std::istreambuf_iterator<char>(file), {}));
+    Run(Test::ReadFile(entry.path()));
   }
 }
 

@@ -1,12 +1,11 @@
 #include <algorithm>
-#include <fstream>
-#include <iterator>
 
 #include "FuzzTarget.h"
 #include "elements/storage/JpegFields.h"
 #include "elements/storage/TrackIndex.h"
 #include "qel/QELRuntimeError.h"
 #include "support/ClipMaker.h"
+#include "support/Files.h"
 #include "support/TempFolder.h"
 
 namespace {
@@ -57,17 +56,12 @@ std::vector<Moravel::Fuzz::Input> Moravel::Fuzz::Seeds() {
   std::vector<Input> seeds;
   for (const Container container : {Container::Avi, Container::Mov}) {
     for (const bool interlaced : {false, true}) {
-      ClipSpec spec;
-      spec.file = folder / "clip";
+      ClipSpec spec = {.file = folder / "clip", .width = 32, .height = 32, .pictures = 4};
       spec.container = container;
-      spec.width = 32;
-      spec.height = 32;
-      spec.pictures = 4;
       spec.interlaced = interlaced;
       spec.variableRate = interlaced && container == Container::Mov;
       seeds.push_back(MakeClip(spec).samples[0]);
-      std::ifstream file(spec.file, std::ios::binary);
-      seeds.emplace_back(std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>());
+      seeds.push_back(ReadFile(spec.file));
     }
   }
   return seeds;

@@ -6,11 +6,10 @@
 #include <unistd.h>
 
 #include <cstdint>
-#include <fstream>
-#include <iterator>
 #include <string>
 #include <vector>
 
+#include "support/Files.h"
 #include "support/TempFolder.h"
 
 namespace Moravel::Test {
@@ -68,10 +67,7 @@ class PlayerRun {
     return exitCode_;
   }
   // After the end.
-  std::string Errors() const {
-    std::ifstream file(errors_);
-    return {std::istreambuf_iterator<char>(file), {}};
-  }
+  std::string Errors() const { return ReadFile<std::string>(errors_); }
 
  private:
   TempFolder folder_;

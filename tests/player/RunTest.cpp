@@ -159,14 +159,9 @@ TEST_F(Run, WrongInputGetsOneLineAndItsExitCode) {
   }
 }
 
-std::string Contents(const std::filesystem::path& file) {
-  std::ifstream stream(file, std::ios::binary);
-  return {std::istreambuf_iterator<char>(stream), {}};
-}
-
 TEST_F(Run, NeverWritesOverATrackOrTwiceToOneFile) {
   const std::string clip = MakeTrack("clip.avi"), other = MakeTrack("track1-64x48-000000.png");
-  const std::string bytes = Contents(clip);
+  const auto bytes = ReadFile(clip);
   const auto link = [&](const char* name, const std::string& target) {
     std::filesystem::create_symlink(target, folder_ / name);
     return folder_ / name;
@@ -194,7 +189,7 @@ TEST_F(Run, NeverWritesOverATrackOrTwiceToOneFile) {
   link("png/track1-64x48-000000.png", clip);
   Play({clip, "--png", folder_ / "png"});
   EXPECT_EQ(Png(folder_ / "png/track1-64x48-000000.png").Number(), 0);
-  EXPECT_EQ(Contents(clip), bytes);
+  EXPECT_EQ(ReadFile(clip), bytes);
 }
 
 TEST_F(Run, PlaysSeveralTracksInSeveralSizes) {
@@ -285,16 +280,13 @@ TEST_F(Run, CountsWhatIsMissingAndDamaged) {
   EXPECT_EQ(json["tracks"][0]["missing"], 4);
 
   // One picture loses its header, another one the end of its data.
-  std::fstream stream(file, std::ios::in | std::ios::out | std::ios::binary);
-  const std::string bytes((std::istreambuf_iterator<char>(stream)), {});
-  const auto overwrite = [&](size_t number, size_t from, size_t count) {
-    const std::vector<uint8_t>& sample = clip_.samples[number];
-    stream.seekp(std::streamoff(bytes.find(std::string(sample.begin(), sample.end())) + from));
-    stream << std::string(count, '\xff');
+  auto bytes = ReadFile(file);
+  const auto find = [&](const std::vector<uint8_t>& sample) {
+    return std::search(bytes.begin(), bytes.end(), sample.begin(), sample.end());
   };
-  overwrite(3, 0, 40);
-  overwrite(6, clip_.samples[6].size() - 60, 60);
-  stream.close();
+  std::fill_n(find(clip_.samples[3]), 40, uint8_t{0xFF});
+  std::fill_n(find(clip_.samples[7]) - 68, 60, uint8_t{0xFF});  // a chunk's header is 8 bytes
+  WriteFile(file, bytes);
   json = PlayJson({file, "--size", "64x48", "--size", "32x24"}, 1);
   for (const auto& size : json["tracks"][0]["sizes"]) {
     EXPECT_EQ(size["pictures"], 9) << size;

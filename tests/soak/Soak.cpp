@@ -13,12 +13,12 @@
 #include "elements/BuiltinElements.h"
 #include "host/HostLogging.h"
 #include "host/LiveQueues.h"
-#include "qel/Parameters.h"
 #include "qelCore/LoggerWriter.h"
 #include "support/ClipMaker.h"
 #include "support/FaultyServer.h"
 #include "support/MemoryInUse.h"
 #include "support/TempFolder.h"
+#include "support/TestDecoder.h"
 
 // soak [SECONDS]: tracks of several servers with random faults, queues that die with orders under
 // way, registrations that come and go. At the end every order has had exactly one answer, and
@@ -82,6 +82,7 @@ struct Storage {
       spec.interlaced = track == 1;
       server.SetTrack(track, MakeClip(spec).file);
     }
+    qel::MediaSourcePtr source;
     qel::SourceControlPtr control;
     QELPreloader::InitSource(source, control, TrackId(id, 0));
     preloader.SetStorageSource(id, source, control);
@@ -92,7 +93,6 @@ struct Storage {
   const TempFolder folder;
   FaultyServer server;
   const StorageId id{"127.0.0.1", server.Port()};
-  qel::MediaSourcePtr source;
   QELPreloader preloader;
 };
 
@@ -102,14 +102,8 @@ class Soak {
     std::generate(caches_.begin(), caches_.end(), [this] { return NewCache(); });
     for (size_t i = 0; i < kSizes.size(); ++i) {
       const auto [width, height] = kSizes[i];
-      QELDecoder element;
-      QELSampleDecoder::InitJPEGDecoder(storages_.front().source, element, qel::FourCC_I420);
-      const auto config = qel::CreateParametersCollectionInstance(qel::GetUpdateConfigPrototype(
-          qel::ElementFactoryType_VideoDecoder, "qel", "video.mjpeg"));
-      config->SetParamInt64("output_width", width);
-      config->SetParamInt64("output_height", height);
-      element.second->UpdateConfig(config);
-      decoders_[i].SetDecoder(element);
+      const TestDecoder element(NewTrack(), qel::FourCC_I420, width, height);
+      decoders_[i].SetDecoder({element.filter, element.control});
       dispatcher_.AddDecoder(width, height, &decoders_[i]);
     }
   }

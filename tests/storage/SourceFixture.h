@@ -4,9 +4,6 @@
 
 #include <algorithm>
 #include <cstdint>
-#include <filesystem>
-#include <fstream>
-#include <iterator>
 #include <map>
 #include <memory>
 #include <string>
@@ -16,6 +13,7 @@
 #include "qel/WorkflowStepImplementation.h"
 #include "storage-server/StorageServer.h"
 #include "support/ClipMaker.h"
+#include "support/Files.h"
 #include "support/TempFolder.h"
 
 // A storage source as the framework makes it, and what tests say about it.
@@ -77,17 +75,6 @@ inline std::vector<uint8_t> AllBytes(const qel::SampleContainerConstPtr& contain
     all.insert(all.end(), bytes.begin(), bytes.end());
   }
   return all;
-}
-
-inline std::vector<uint8_t> ReadFile(const std::filesystem::path& file) {
-  std::ifstream in(file, std::ios::binary);
-  return {std::istreambuf_iterator<char>(in), {}};
-}
-
-inline void WriteFile(const std::filesystem::path& file, const std::vector<uint8_t>& bytes) {
-  std::ofstream(file, std::ios::binary)
-      .write(reinterpret_cast<const char*>(bytes.data()),
-             static_cast<std::streamsize>(bytes.size()));
 }
 
 // With other bytes at that distance from the first place of the text.

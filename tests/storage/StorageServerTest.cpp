@@ -15,19 +15,17 @@
 #include <thread>
 
 #include "storage-server/Descriptor.h"
+#include "support/Files.h"
 #include "support/TempFolder.h"
 
 namespace Moravel::Player {
 
 using Moravel::Test::TempFolder;
+using Moravel::Test::WriteFile;
 using testing::AllOf;
 using testing::EndsWith;
 using testing::HasSubstr;
 using testing::StartsWith;
-
-void WriteFile(const std::filesystem::path& file, const std::string& content) {
-  std::ofstream(file, std::ios::binary) << content;
-}
 
 Descriptor Connect(uint16_t port) {
   Descriptor socket(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
@@ -92,7 +90,7 @@ class DescriptorLimit {
 class StorageServerTest : public testing::Test {
  protected:
   StorageServerTest() {
-    WriteFile(file_, "0123456789");
+    WriteFile(file_, std::string("0123456789"));
     server_->AddTrack(7, file_);
   }
   // The value of a header line of the track.
@@ -141,13 +139,13 @@ TEST_F(StorageServerTest, AnswersByRangesAndValidators) {
       Ask(server_->Port(), "GET /tracks/7 HTTP/1.1\r\nHost: [::1]\r\n\r\n" + Get());
   EXPECT_NE(both.find("HTTP/1.1 200"), both.rfind("HTTP/1.1 200")) << "the connection is kept";
 
-  WriteFile(file_, "behind....");
+  WriteFile(file_, std::string("behind...."));
   EXPECT_THAT(Ask(server_->Port(), Get("If-Match: " + etag + "\r\n")), StartsWith("HTTP/1.1 412"));
   EXPECT_THAT(Ask(server_->Port(), Get()), EndsWith("behind...."));
 }
 
 TEST_F(StorageServerTest, ServesNothingElseThanWhatWasAdded) {
-  WriteFile(folder_ / "other", "a secret");
+  WriteFile(folder_ / "other", std::string("a secret"));
   std::filesystem::remove(file_);
   std::filesystem::create_symlink(folder_ / "other", file_);
   EXPECT_THAT(Ask(server_->Port(), Get()), EndsWith("0123456789"));
@@ -156,7 +154,7 @@ TEST_F(StorageServerTest, ServesNothingElseThanWhatWasAdded) {
   EXPECT_GT(std::min(a, b), int64_t{1} << 32) << "one in 2^30 is smaller";
   EXPECT_NE(a, b);
   EXPECT_THAT(Ask(server_->Port(), Get({}, "GET /tracks/" + std::to_string(a))),
-              EndsWith("a secret"));
+              EndsWith(std::string("a secret")));
   for (const char* notThere : {"/", "/tracks/", "/tracks/1", "/tracks/7/", "/tracks/../etc/passwd"})
     EXPECT_THAT(Ask(server_->Port(), Get({}, std::string("GET ") + notThere)),
                 StartsWith("HTTP/1.1 404"));
