@@ -323,7 +323,7 @@ TEST_F(Run, CountsWhatIsMissingAndDamaged) {
   }
   EXPECT_EQ(framed, (std::vector<bool>{0, 0, 0, 0, 1, 0, 0, 0, 0, 0}));
   Play({file, "--start=#3", "--count", "1", "--y4m", folder_ / "grey.y4m", "--quiet"}, 1);
-  EXPECT_THAT(Contents(folder_ / "grey.y4m"),
+  EXPECT_THAT(ReadFile<std::string>(folder_ / "grey.y4m"),
               EndsWith("FRAME\n" + std::string(64 * 48 * 3 / 2, '\x80')));
 }
 
