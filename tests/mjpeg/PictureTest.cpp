@@ -128,7 +128,7 @@ TEST(PictureTest, OnesThatCanNotBeDecodedThrowAndLeaveNothingBehind) {
     expectThrow(CreateSampleContainer(samples, {}));
 }
 
-TEST(PictureTest, MayHaveNoTablesAndAnythingBehind) {
+TEST(PictureTest, MayHaveNoTablesAndAnythingAround) {
   const Bytes whole = MakeJpeg({.number = 3});
   const Bytes bare = WithoutSegments(whole, kHuffmanTables);
   TestDecoder decoder;
@@ -137,6 +137,9 @@ TEST(PictureTest, MayHaveNoTablesAndAnythingBehind) {
   EXPECT_EQ(BytesOf(decoder.Decode(bare)), BytesOf(decoder.Decode(whole)));
   for (const Bytes& tail : {MakeJpeg({.number = 5}), Bytes(100, 0), Bytes(100, 0xFF)})
     EXPECT_EQ(NumberOf(decoder.Decode(Insert(whole, whole.size(), tail))), 3);
+  for (const Bytes& front :
+       {Bytes{0xFF, 0xD9}, Bytes(100, 0), Bytes(3, 0xFF), Bytes{0xFF, 0xE1, 9}})
+    EXPECT_EQ(NumberOf(decoder.Decode(Insert(whole, 0, front))), 3);
   EXPECT_THAT(log.lines_, IsEmpty());
 }
 

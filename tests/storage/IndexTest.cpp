@@ -116,6 +116,9 @@ TEST_F(TrackIndex, SaysWhatIsWrongWithAFile) {
   const std::pair<Bytes8, const char*> cases[] = {
       {{}, "neither AVI nor MOV"},
       {Bytes8(1000, 'x'), "neither AVI nor MOV"},
+      {{0x1A, 0x45, 0xDF, 0xA3, 0x9F}, "Matroska or WebM file: \"ffmpeg -i FILE -c copy OUT.mov\""},
+      {MakeJpeg({}), "raw motion JPEG or a JPEG picture: \"ffmpeg -framerate 25 -f mjpeg"},
+      {Patched(mov, "trak", 0, {'c', 'm', 'o', 'v'}), "the header is compressed"},
       {first(avi, avi.size() / 2), "no index"},
       {first(mov, mov.size() / 2), "no header"},
       {first(mov, mov.size() - 10), "box at byte"},

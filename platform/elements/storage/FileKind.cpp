@@ -61,7 +61,7 @@ FileKind ReadFileKind(ReadAheadCache& file) {
   file.ReadExactly(0, std::span(bytes).first(static_cast<size_t>(count)));
   const std::string_view head(reinterpret_cast<const char*>(bytes.data()),
                               static_cast<size_t>(count));
-  if (head.starts_with("RIFF") && head.substr(8).starts_with("AVI "))
+  if (head.size() >= 12 && head.starts_with("RIFF") && head.substr(8, 4) == "AVI ")
     return FileKind::Avi;
   if (head.size() >= 8 && std::find(std::begin(kMovTypes), std::end(kMovTypes),
                                     head.substr(4, 4)) != std::end(kMovTypes))
