@@ -19,6 +19,9 @@ namespace {
 using Clock = std::chrono::steady_clock;
 
 constexpr size_t kReadSize = 256 * 1024;
+// With a limit of the rate: so little at a time, and no further ahead, that connections share it.
+constexpr size_t kLimitedReadSize = 16 * 1024;
+constexpr std::chrono::milliseconds kMostQueued(5);
 constexpr size_t kMostInFlight = 64 * 1024 * 1024;  // bandwidth x delay of any link here
 
 sockaddr_in Loopback(uint16_t port) {
@@ -41,10 +44,25 @@ struct Socket {
   const int fd_;
 };
 
+// What the server's bytes go through one after the other.
+struct Rate {
+  int64_t bytesPerSecond;
+  Clock::time_point freeAt = {};
+
+  bool IsFree(Clock::time_point now) const { return freeAt < now + kMostQueued; }
+  // When so many bytes are through.
+  Clock::time_point Send(size_t bytes) {
+    const auto ns = static_cast<int64_t>(bytes) * 1'000'000'000 / bytesPerSecond;
+    freeAt = std::max(freeAt, Clock::now()) + std::chrono::nanoseconds(ns);
+    return freeAt;
+  }
+};
+
 // One direction of one connection: bytes wait here until they are due.
 struct Pipe {
   int from;
   int to;
+  Rate* rate = nullptr;  // none for no limit
   struct Chunk {
     Clock::time_point due;
     std::vector<char> bytes;
@@ -54,11 +72,13 @@ struct Pipe {
   size_t inFlight = 0;
   bool ended = false;
 
-  bool WantsToRead() const { return !ended && inFlight < kMostInFlight; }
+  bool WantsToRead(Clock::time_point now) const {
+    return !ended && inFlight < kMostInFlight && (rate == nullptr || rate->IsFree(now));
+  }
   bool IsDue(Clock::time_point now) const { return !chunks.empty() && chunks.front().due <= now; }
 
   void Read(std::chrono::microseconds delay) {
-    std::vector<char> bytes(kReadSize);
+    std::vector<char> bytes(rate == nullptr ? kReadSize : kLimitedReadSize);
     const ssize_t count = ::recv(from, bytes.data(), bytes.size(), MSG_DONTWAIT);
     if (count < 0 && errno == EAGAIN)
       return;
@@ -68,7 +88,8 @@ struct Pipe {
     }
     bytes.resize(static_cast<size_t>(count));
     inFlight += bytes.size();
-    chunks.push_back({Clock::now() + delay, std::move(bytes)});
+    const auto sent = rate == nullptr ? Clock::now() : rate->Send(bytes.size());
+    chunks.push_back({sent + delay, std::move(bytes)});
   }
 
   void Write() {
@@ -89,8 +110,11 @@ struct Pipe {
 };
 
 struct Connection {
-  Connection(int clientFd, int serverFd)
-      : client(clientFd), server(serverFd), up{clientFd, serverFd}, down{serverFd, clientFd} {}
+  Connection(int clientFd, int serverFd, Rate* rate)
+      : client(clientFd),
+        server(serverFd),
+        up{clientFd, serverFd},
+        down{serverFd, clientFd, rate} {}
 
   bool IsOver() const {
     return (up.ended && up.chunks.empty()) || (down.ended && down.chunks.empty());
@@ -112,14 +136,15 @@ int Connect(uint16_t port) {
 
 }  // namespace
 
-DelayProxy::DelayProxy(uint16_t serverPort, std::chrono::microseconds delay)
+DelayProxy::DelayProxy(uint16_t serverPort, std::chrono::microseconds delay, int64_t bytesPerSecond)
     : serverPort_(serverPort),
       delay_(delay),
+      bytesPerSecond_(bytesPerSecond),
       listener_(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
   sockaddr_in address = Loopback(0);
   socklen_t size = sizeof address;
   if (::bind(listener_, reinterpret_cast<const sockaddr*>(&address), size) != 0 ||
-      ::listen(listener_, 8) != 0 ||
+      ::listen(listener_, 128) != 0 ||
       ::getsockname(listener_, reinterpret_cast<sockaddr*>(&address), &size) != 0)
     throw std::runtime_error("delaying proxy: no port to listen on");
   port_ = ntohs(address.sin_port);
@@ -134,12 +159,15 @@ DelayProxy::~DelayProxy() {
 
 void DelayProxy::Run(std::stop_token stop) {
   std::list<Connection> connections;
+  Rate rate{bytesPerSecond_};
   while (!stop.stop_requested()) {
     std::vector<pollfd> polled = {{listener_, POLLIN, 0}};
     auto wake = Clock::now() + std::chrono::milliseconds(50);
+    if (bytesPerSecond_ != 0 && !rate.IsFree(Clock::now()))
+      wake = rate.freeAt - kMostQueued;
     for (Connection& connection : connections) {
       for (const Pipe* pipe : {&connection.up, &connection.down}) {
-        if (pipe->WantsToRead())
+        if (pipe->WantsToRead(Clock::now()))
           polled.push_back({pipe->from, POLLIN, 0});
         if (pipe->IsDue(Clock::now()))
           polled.push_back({pipe->to, POLLOUT, 0});
@@ -151,14 +179,18 @@ void DelayProxy::Run(std::stop_token stop) {
     const timespec timeout = {0, static_cast<long>(wait.count())};
     ::ppoll(polled.data(), polled.size(), &timeout, nullptr);
     if (polled.front().revents != 0)
-      connections.emplace_back(::accept(listener_, nullptr, nullptr), Connect(serverPort_));
+      connections.emplace_back(::accept(listener_, nullptr, nullptr), Connect(serverPort_),
+                               bytesPerSecond_ == 0 ? nullptr : &rate);
     for (Connection& connection : connections) {
       for (Pipe* pipe : {&connection.up, &connection.down}) {
-        if (pipe->WantsToRead())
+        if (pipe->WantsToRead(Clock::now()))
           pipe->Read(delay_);
         pipe->Write();
       }
     }
+    // Whoever waited longest is asked first when there is room again.
+    if (!connections.empty())
+      connections.splice(connections.end(), connections, connections.begin());
     connections.remove_if([](const Connection& connection) { return connection.IsOver(); });
   }
 }

@@ -7,10 +7,11 @@
 namespace Moravel::Bench {
 
 // A link to a server of this machine on which every byte takes `delay` each way. One thread, any
-// number of connections, no limit of the rate but the machine's.
+// number of connections, which share the rate at which the server's bytes arrive.
 class DelayProxy {
  public:
-  DelayProxy(uint16_t serverPort, std::chrono::microseconds delay);
+  // `bytesPerSecond`: 0 for what the machine can do.
+  DelayProxy(uint16_t serverPort, std::chrono::microseconds delay, int64_t bytesPerSecond = 0);
   ~DelayProxy();
 
   uint16_t Port() const { return port_; }
@@ -20,6 +21,7 @@ class DelayProxy {
 
   const uint16_t serverPort_;
   const std::chrono::microseconds delay_;
+  const int64_t bytesPerSecond_;
   int listener_;
   uint16_t port_ = 0;
   std::jthread thread_;

@@ -1,6 +1,7 @@
 #include "LoadedClip.h"
 
 #include <algorithm>
+#include <fstream>
 #include <stdexcept>
 
 namespace Moravel::Bench {
@@ -13,6 +14,22 @@ namespace {
 constexpr int64_t kSamples = 48;
 
 std::filesystem::path clipFile;
+
+class LocalFile : public qel::IFileBytes {
+ public:
+  explicit LocalFile(const std::filesystem::path& path)
+      : size_(static_cast<int64_t>(std::filesystem::file_size(path))),
+        stream_(path, std::ios::binary) {}
+  int64_t Size() const override { return size_; }
+  void ReadAt(int64_t offset, std::span<uint8_t> bytes) override {
+    stream_.seekg(offset);
+    stream_.read(reinterpret_cast<char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
+  }
+
+ private:
+  const int64_t size_;
+  std::ifstream stream_;
+};
 
 }  // namespace
 
@@ -44,6 +61,14 @@ void SetTheClip(const std::filesystem::path& file) {
 
 const std::filesystem::path& TheClipFile() {
   return clipFile;
+}
+
+const qel::TrackIndex& Index() {
+  static const qel::TrackIndex index = [] {
+    LocalFile file(clipFile);
+    return qel::ReadTrackIndex(file);
+  }();
+  return index;
 }
 
 LoadedClip& TheClip() {

@@ -6,6 +6,7 @@
 
 #include "Player/QELPreloader.h"
 #include "Player/QELSample.h"
+#include "elements/storage/TrackIndex.h"
 #include "qel/Infos.h"
 #include "storage-server/StorageServer.h"
 
@@ -52,5 +53,7 @@ struct LoadedClip {
 LoadedClip& TheClip();
 void SetTheClip(const std::filesystem::path& file);
 const std::filesystem::path& TheClipFile();
+// Where its samples lie.
+const qel::TrackIndex& Index();
 
 }  // namespace Moravel::Bench

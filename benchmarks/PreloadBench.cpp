@@ -1,17 +1,14 @@
 #include <benchmark/benchmark.h>
-#include <curl/curl.h>
 
 #include <algorithm>
-#include <fstream>
 #include <memory>
 #include <random>
-#include <stdexcept>
 #include <string>
 #include <vector>
 
+#include "BareCurl.h"
 #include "DelayProxy.h"
 #include "LoadedClip.h"
-#include "elements/storage/TrackIndex.h"
 
 namespace Moravel::Bench {
 
@@ -20,37 +17,16 @@ namespace {
 using namespace Moravel::Player;
 
 constexpr std::chrono::microseconds kOneWay(2500);
-constexpr int64_t kBulkRange = 4 << 20;
-
-class LocalFile : public qel::IFileBytes {
- public:
-  explicit LocalFile(const std::filesystem::path& path)
-      : size_(static_cast<int64_t>(std::filesystem::file_size(path))),
-        stream_(path, std::ios::binary) {}
-  int64_t Size() const override { return size_; }
-  void ReadAt(int64_t offset, std::span<uint8_t> bytes) override {
-    stream_.seekg(offset);
-    stream_.read(reinterpret_cast<char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
-  }
-
- private:
-  const int64_t size_;
-  std::ifstream stream_;
-};
-
-const qel::TrackIndex& Index() {
-  static const qel::TrackIndex index = [] {
-    LocalFile file(TheClipFile());
-    return qel::ReadTrackIndex(file);
-  }();
-  return index;
-}
 
 std::vector<int64_t> RandomNumbers() {
   std::vector<int64_t> numbers(1024);
   std::mt19937 random(1);
   std::uniform_int_distribution<int64_t> any(0, Index().Count() - 1);
-  std::generate(numbers.begin(), numbers.end(), [&] { return any(random); });
+  for (size_t i = 0; i < numbers.size(); ++i) {
+    do {  // three at the same distance would be a pattern
+      numbers[i] = any(random);
+    } while (i >= 2 && numbers[i] - numbers[i - 1] == numbers[i - 1] - numbers[i - 2]);
+  }
   return numbers;
 }
 
@@ -67,39 +43,6 @@ class CountingQueue : public CacheUpdateQueue {
   }
 
   int64_t bytes_ = 0;
-};
-
-// One connection of bare libcurl that copies each body into memory, as far as there is room.
-class BareCurl {
- public:
-  explicit BareCurl(uint16_t port) : curl_(curl_easy_init(), curl_easy_cleanup) {
-    const std::string url = "http://127.0.0.1:" + std::to_string(port) + "/tracks/1";
-    curl_easy_setopt(curl_.get(), CURLOPT_URL, url.c_str());
-    curl_easy_setopt(curl_.get(), CURLOPT_WRITEFUNCTION, Write);
-    curl_easy_setopt(curl_.get(), CURLOPT_WRITEDATA, this);
-    curl_easy_setopt(curl_.get(), CURLOPT_BUFFERSIZE, 512L * 1024);
-  }
-
-  void Read(int64_t offset, int64_t size) {
-    received_ = 0;
-    const std::string range = std::to_string(offset) + "-" + std::to_string(offset + size - 1);
-    curl_easy_setopt(curl_.get(), CURLOPT_RANGE, range.c_str());
-    if (curl_easy_perform(curl_.get()) != CURLE_OK || received_ != size)
-      throw std::runtime_error("bare libcurl failed");
-  }
-
- private:
-  static size_t Write(const char* data, size_t, size_t size, void* self) {
-    auto& [curl, body, received] = *static_cast<BareCurl*>(self);
-    const size_t room = body.size() - static_cast<size_t>(received) % body.size();
-    std::copy_n(data, std::min(size, room), body.end() - static_cast<ptrdiff_t>(room));
-    received += static_cast<int64_t>(size);
-    return size;
-  }
-
-  const std::unique_ptr<CURL, void (*)(CURL*)> curl_;
-  std::vector<char> body_ = std::vector<char>(kBulkRange);
-  int64_t received_ = 0;
 };
 
 void PreloadRandom(benchmark::State& state) {

@@ -53,7 +53,8 @@ class Suite:
         for _ in range(rounds):
             report = json.loads(subprocess.run(command, check=True, stdout=subprocess.PIPE,
                                                stderr=subprocess.DEVNULL).stdout)
-            self.rounds.append({run["run_name"].replace("/real_time", ""): run
+            endings = re.compile("/(real_time|iterations:1|manual_time)")
+            self.rounds.append({endings.sub("", run["run_name"]): run
                                 for run in report["benchmarks"]})
 
     def median(self, name, field):
@@ -359,6 +360,44 @@ def sequential_reading(programs, clip, rounds, seconds):
     ]
 
 
+def far_reading(programs, clip, rounds):
+    """Through a link of 50 MB/s and 5 or 40 ms: the orders of a player that does not play forward."""
+    suite = Suite(programs / "elements-bench", [clip], rounds, 0.01, "Along|Jog|Waste|Far")
+    speed = "samples_per_second"
+
+    def note(name):
+        return f"{suite.median(name, speed):.0f} samples/s"
+    rows = []
+    for trip in (5, 40):
+        forward, reverse = f"PreloadAlong/{trip}/1/1000", f"PreloadAlong/{trip}/-1/1000"
+        rows += [
+            Row(f"reverse preloads over {trip} ms", f"forward, {note(forward)}",
+                suite.ratio(reverse, forward, speed), ">=", 0.9, note=note(reverse)),
+            Row(f"reverse preloads over {trip} ms, requests", "a sample",
+                suite.median(reverse, "requests_per_sample"), "<=", 0.3, ""),
+        ]
+    for step, samples in ((2, 480), (4, 240), (8, 120)):
+        forward = f"PreloadAlong/40/1/{samples}"
+        for sign in (1, -1):
+            stepping = f"PreloadAlong/40/{sign * step}/{samples}"
+            rows.append(Row(f"every {sign * step}th sample over 40 ms",
+                            f"forward, {samples} samples", suite.ratio(stepping, forward, speed),
+                            ">=", 0.8, note=note(stepping)))
+    rows.append(Row("20 forward, 20 back, over 40 ms", "forward, 240 samples",
+                    suite.ratio("PreloadJog/40", "PreloadAlong/40/1/240", speed), ">=", 0.7,
+                    note=note("PreloadJog/40")))
+    for readers in (1, 4, 16):
+        ours, bare = f"PreloadRandomFar/{readers}", f"BareCurlRandomFar/{readers}"
+        rows.append(Row(f"random preloads over 40 ms, {readers} preloaders",
+                        "as many bare libcurl loops", suite.ratio(ours, bare, speed), ">=", 0.9,
+                        note=note(ours)))
+    wasted = max(suite.median(f"WasteOfAPattern/{step}/{samples}", "of_allowed")
+                 for step in (1, -1) for samples in (3, 10, 100, 500))
+    rows.append(Row("asked for beyond a pattern's end", "4 samples or a tenth of those used", wasted,
+                    "<=", 1.05, note="the worst of 8 patterns"))
+    return rows
+
+
 def opening(programs, source, clips):
     long = repeat_index(source, clips / "hundred-thousand.avi",
                         100_000 // CLIP_PICTURES)
@@ -408,6 +447,7 @@ def main():
         rows += random_reading(programs, clip, read_rounds, read_seconds)
     played = clips if smoke else [make_longer(clip) for clip in clips]
     rows += sequential_reading(programs, played[-1], read_rounds, read_seconds)
+    rows += far_reading(programs, played[0], 1 if smoke else 5)
     rows += opening(programs, clips[0], arguments.clips)
     rows += end_to_end(player, programs / "bare-player", played, play_rounds)
     rows += memory(player, clips[0], arguments.clips, 300 if smoke else 20_000)

@@ -15,7 +15,7 @@ namespace {
 using std::chrono::milliseconds;
 
 // Connections, and handles, that are kept without a transfer.
-constexpr size_t kMaxIdle = 16;
+constexpr size_t kMaxIdle = 24;
 constexpr long kReceiveBufferBytes = 512 << 10;
 constexpr milliseconds kLongestWait{50};
 

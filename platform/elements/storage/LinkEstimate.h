@@ -1,6 +1,5 @@
 #pragma once
 
-#include <algorithm>
 #include <chrono>
 #include <cstdint>
 
@@ -15,28 +14,30 @@ class LinkEstimate {
   void Answered(Duration latency) {
     latency_ = latency_ == Duration() ? latency : (7 * latency_ + latency) / 8;
   }
-  // Bytes that came in a row. Less than the link can do is no news: the fastest of the last ones
-  // counts.
+  // Bytes that came in a row. Sums of bytes and of time: what lay in a buffer already, and came in
+  // no time, weighs little.
   void Received(int64_t bytes, Duration duration) {
-    using Microseconds = std::chrono::microseconds;
-    const auto us = std::chrono::duration_cast<Microseconds>(duration).count();
-    if (bytes < kLeastBytes || us <= 0)
+    if (bytes < kLeastBytes)
       return;
-    bytesPerSecond_ = std::max(bytes * 1'000'000 / us, bytesPerSecond_ - bytesPerSecond_ / 8);
+    bytes_ = bytes_ - bytes_ / 8 + bytes;
+    duration_ = duration_ - duration_ / 8 + duration;
   }
 
   // Bytes that arrive in the time that a request costs when so many are under way side by side.
   int64_t BytesInsteadOfARequest(int requests) const {
-    using Microseconds = std::chrono::duration<double, std::micro>;
-    const double seconds = Microseconds(latency_).count() / 1e6;
-    return static_cast<int64_t>(static_cast<double>(bytesPerSecond_) * seconds / requests);
+    return duration_ <= Duration()
+               ? 0
+               : static_cast<int64_t>(static_cast<double>(bytes_) *
+                                      static_cast<double>(latency_.count()) /
+                                      static_cast<double>(duration_.count()) / requests);
   }
 
  private:
   static constexpr int64_t kLeastBytes = 64 << 10;
 
   Duration latency_{};
-  int64_t bytesPerSecond_ = 0;
+  int64_t bytes_ = 0;
+  Duration duration_{};
 };
 
 }  // namespace qel

@@ -14,7 +14,7 @@
 namespace qel {
 
 // That one reader has under way.
-constexpr int kMaxReadAheadTransfers = 16;
+constexpr int kMaxReadAheadTransfers = 24;
 
 // What one reader may have at most; it always may have the sample that is read.
 struct ReadAheadShare {
