@@ -10,7 +10,15 @@
 
 namespace Moravel::Player {
 
-// Turn one encoded sample, or one field of it, into a picture of width_ x height_ pixels.
+// Turn one encoded sample, or one field of it, into a picture.
+//
+// What to decode            decodeTopField_  isInterlace_
+// progressive frame         true             false
+// top field                 true             true
+// bottom field              false            true
+//
+// width_ and height_ choose a decoder of QELMultiResDecoder; the size of the picture is the one
+// that the decoder's element was configured for.
 class QEL_API DecodeOrder {
  public:
   virtual ~DecodeOrder() = default;
@@ -35,12 +43,12 @@ class QEL_API DecodeOrder {
     dur = out - tp;
   }
 
-  ISample* toDecode_ = nullptr;  // not owned
-  Time::TimePoint orderTp_;
-  CacheUpdateQueue* queue_ = nullptr;  // not owned
+  ISample* toDecode_ = nullptr;        // borrowed while the order runs: a QELSample as preloaded
+  Time::TimePoint orderTp_;            // of the frame, also when one of its fields is wanted
+  CacheUpdateQueue* queue_ = nullptr;  // the host's own; not used for decoding
   bool decodeTopField_ = false;        // the top field, or the frame of progressive material
   bool isInterlace_ = false;
-  SampleRate fieldSampleRate_;  // fields per second of interlaced material
+  SampleRate fieldSampleRate_;  // fields per second of interlaced material: twice the frames
   int32_t width_ = 0;
   int32_t height_ = 0;
 };

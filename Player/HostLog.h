@@ -1,7 +1,7 @@
 #pragma once
 
 #include "logging/ILogger.h"
-#include "qel/SourceFile.h"
+#include "qel/SourceLocation.h"
 #include "qel/Text.h"
 
 namespace Moravel::Player {
@@ -15,8 +15,8 @@ inline bool Takes(const orl::mv::logging::ILogger* logger, orl::mv::logging::ILo
 
 // Writes a line to a host logger (a pointer, may be null). The text is made only when the logger
 // takes the level.
-#define PLAYER_LOG(logger, level, streamed)                                  \
-  do {                                                                       \
-    if (::Moravel::Player::Takes((logger), (level)))                         \
-      (logger)->Log((level), QEL_TEXT(streamed), QEL_SOURCE_FILE, __LINE__); \
+#define PLAYER_LOG(logger, level, streamed)                                                   \
+  do {                                                                                        \
+    if (::Moravel::Player::Takes((logger), (level)))                                          \
+      (logger)->Log((level), QEL_TEXT(streamed), ::qel::ShortSourceFile(__FILE__), __LINE__); \
   } while (false)

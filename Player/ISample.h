@@ -12,8 +12,10 @@ namespace Moravel::Player {
 
 // A sample as the host sees it: a time, a duration and bytes under keys.
 //
-// The read operations may be called from several threads once the sample is published. Whoever
-// holds the pointer owns it; destroying a sample does not look at its protection counter.
+// A sample has one owner: who accepted the Output that carried it, or who called Decode. The owner
+// destroys it; orders only borrow it while they run. Destroying a sample does not look at its
+// protection counter. The read operations may be called from several threads once the sample is
+// published.
 class MORAVEL_PLAYER_API ISample {
  public:
   ISample() = default;

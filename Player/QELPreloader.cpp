@@ -147,8 +147,8 @@ void QELPreloader::SetExistingCacheUpdateQueues(ExistingCacheUpdateQueues* queue
 
 void QELPreloader::SetStorageSource(StorageId id, qel::MediaSourcePtr source,
                                     qel::SourceControlPtr control) {
-  QEL_CHECK_POINTER(source, "source");
-  QEL_CHECK_POINTER(control, "control");
+  qel::CheckPointer(source, "source");
+  qel::CheckPointer(control, "control");
   const std::lock_guard<std::mutex> lock(sourcesAccess_);
   sources_.try_emplace(std::move(id), std::move(source), std::move(control));
 }
@@ -165,7 +165,7 @@ void QELPreloader::InitSource(qel::MediaSourcePtr& source, qel::SourceControlPtr
                               const TrackId& trackId) {
   const auto prototype = qel::GetInitConfigPrototype(qel::ElementFactoryType_Source,
                                                      kSourceImplementation, kSourceType);
-  QEL_CHECK_POINTER(prototype, "GetInitConfigPrototype failed (StorageSource)");
+  qel::CheckPointer(prototype, "GetInitConfigPrototype failed (StorageSource)");
   const auto config = qel::CreateParametersCollectionInstance(prototype);
   config->SetParamUTF8String("tcp_address", trackId.StorageId().Address());
   config->SetParamUTF8String("unix_domain_socket", "");
@@ -175,8 +175,8 @@ void QELPreloader::InitSource(qel::MediaSourcePtr& source, qel::SourceControlPtr
   const auto [mediaSource, sourceControl, asynchronousControl] =
       qel::ImplementElement<qel::ElementFactoryType_Source>(kSourceImplementation, kSourceType,
                                                             qel::StepConstPtr());
-  QEL_CHECK_POINTER(mediaSource, "mediaSource");
-  QEL_CHECK_POINTER(sourceControl, "sourceControl");
+  qel::CheckPointer(mediaSource, "mediaSource");
+  qel::CheckPointer(sourceControl, "sourceControl");
   source = mediaSource;
   control = sourceControl;
   source->SetInitConfig(config);
@@ -189,7 +189,7 @@ void QELPreloader::RemoveTrackId(const TrackId& trackId) {
     return;
   const auto prototype = qel::GetUpdateConfigPrototype(qel::ElementFactoryType_Source,
                                                        kSourceImplementation, kSourceType);
-  QEL_CHECK_POINTER(prototype, "GetUpdateConfigPrototype failed (StorageSource)");
+  qel::CheckPointer(prototype, "GetUpdateConfigPrototype failed (StorageSource)");
   const auto config = qel::CreateParametersCollectionInstance(prototype);
   config->SetParamInt64("remove_track", trackId.Id());
   entry->second.second->UpdateConfig(config);

@@ -43,7 +43,7 @@ qel::SampleConstPtr FindSample(const qel::SampleContainerConstPtr& container,
     if (!sample || !sample->GetData())
       continue;
     const qel::ChannelInfoConstPtr channelInfo = sample->GetChannelInfo();
-    QEL_CHECK_POINTER(channelInfo, "channelInfo");
+    qel::CheckPointer(channelInfo, "channelInfo");
     const qel::ChannelsList channels = channelInfo->GetChannels();
     QEL_CHECK_CONDITION(channels.size() == 1,
                         "Encoded sample must have 1 channel. It has " << channels.size());
@@ -65,7 +65,7 @@ QELSampleDecoder::QELSampleDecoder()
 QELSampleDecoder::~QELSampleDecoder() = default;
 
 void QELSampleDecoder::SetDecoder(QELDecoder decoder) {
-  QEL_CHECK_POINTER(decoder.first, "decoder");
+  qel::CheckPointer(decoder.first, "decoder");
   ready_ = false;
   decoderElement_ = std::move(decoder);
   adapter_.Init(decoderElement_.first->GetDefinedInput(""));
@@ -76,23 +76,23 @@ void QELSampleDecoder::InitJPEGDecoder(qel::MediaSourcePtr sourceElement, QELDec
                                        qel::FourCC decoderOutput) {
   const auto decoderConfigProto = qel::GetInitConfigPrototype(qel::ElementFactoryType_VideoDecoder,
                                                               kDecoderImplementation, kDecoderType);
-  QEL_CHECK_POINTER(decoderConfigProto, "GetInitConfigPrototype failed (VideoDecoder)");
+  qel::CheckPointer(decoderConfigProto, "GetInitConfigPrototype failed (VideoDecoder)");
   const auto decoderConfig = qel::CreateParametersCollectionInstance(decoderConfigProto);
   decoderConfig->SetParamFourCC("OutputFourCC", decoderOutput);
 
-  QEL_CHECK_POINTER(sourceElement, "sourceElement");
+  qel::CheckPointer(sourceElement, "sourceElement");
   const auto demuxerDefinedOutput = sourceElement->GetDefinedOutput("");
-  QEL_CHECK_POINTER(demuxerDefinedOutput, "demuxerDefinedOutput");
+  qel::CheckPointer(demuxerDefinedOutput, "demuxerDefinedOutput");
   const qel::VideoInfoList videoInfoList = demuxerDefinedOutput->GetVideoInfoList();
   if (videoInfoList.empty())
     throw std::runtime_error("VideoInfoList is empty, cannot InitJPEGDecoder");
   const qel::VideoInfoConstPtr videoInfo = videoInfoList.front();
-  QEL_CHECK_POINTER(videoInfo, "videoInfo");
+  qel::CheckPointer(videoInfo, "videoInfo");
 
   const auto [decoderElement, decoderControl, asynchronousControl] =
       qel::ImplementElement<qel::ElementFactoryType_VideoDecoder>(
           kDecoderImplementation, kDecoderType, qel::StepConstPtr());
-  QEL_CHECK_POINTER(decoderElement, "decoderElement");
+  qel::CheckPointer(decoderElement, "decoderElement");
   decoderElement->SetInitConfig(decoderConfig);
   const auto videoInfoContainer = qel::CreateInfoContainer(videoInfo, qel::PackagingInfoConstPtr());
   decoderElement->DefineInput(videoInfoContainer, "");
@@ -118,8 +118,8 @@ ISample* QELSampleDecoder::Decode(const DecodeOrder& order) {
   qel::SampleContainerConstPtr containerToDecode =
       qel::CreateSampleContainer(chosen, qel::PackagingInfoConstPtr());
   const qel::MediaFilterPtr decoderElement = decoderElement_.first;
-  QEL_CHECK_POINTER(decoderElement, "decoderElement");
-  QEL_CHECK_CONDITION(ready_, "decoder is ready");
+  qel::CheckPointer(decoderElement, "decoderElement");
+  qel::CheckCondition(ready_, "decoder is ready");
   containerToDecode = adapter_.ConvertSampleContainer(containerToDecode);
 
   auto [decoded, unexpected] = Exchange(*decoderElement, containerToDecode);

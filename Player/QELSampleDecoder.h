@@ -32,23 +32,23 @@ class MORAVEL_PLAYER_API QELSampleDecoder : public ISampleDecoder {
    public:
     // `outputInfoContainer` holds exactly one info: the decoder's input stream.
     void Init(qel::InfoContainerConstPtr outputInfoContainer) {
-      QEL_CHECK_POINTER(outputInfoContainer, "outputInfoContainer");
+      qel::CheckPointer(outputInfoContainer, "outputInfoContainer");
       const qel::InfoList infoList = outputInfoContainer->GetInfoList();
-      QEL_CHECK_CONDITION(infoList.size() == 1, "infoList size must be 1");
-      QEL_CHECK_POINTER(infoList.front(), "info");
+      qel::CheckCondition(infoList.size() == 1, "infoList size must be 1");
+      qel::CheckPointer(infoList.front(), "info");
       _info = infoList.front();
     }
 
     // A new container of the same one sample, on the decoder's stream; the input is left alone.
     qel::SampleContainerConstPtr ConvertSampleContainer(
         qel::SampleContainerConstPtr inputSampleContainer) const {
-      QEL_CHECK_POINTER(inputSampleContainer, "sample container");
+      qel::CheckPointer(inputSampleContainer, "sample container");
       const qel::StreamIdToInfoMapPtr streamIdToInfoMap = qel::CreateStreamIdToInfoMap();
       const qel::SampleList inputSamples = inputSampleContainer->GetAllSamples();
-      QEL_CHECK_CONDITION(inputSamples.size() == 1, "inputSamples size must be 1");
-      QEL_CHECK_POINTER(_info, "_info");
+      qel::CheckCondition(inputSamples.size() == 1, "inputSamples size must be 1");
+      qel::CheckPointer(_info, "_info");
       for (const qel::SampleConstPtr& sample : inputSamples) {
-        QEL_CHECK_POINTER(sample, "sample");
+        qel::CheckPointer(sample, "sample");
         streamIdToInfoMap->AddInfo(sample->GetStreamId(), _info);
       }
       return qel::DuplicateSampleContainer(inputSampleContainer, streamIdToInfoMap);

@@ -41,6 +41,13 @@ test_player_as_ordinary_user() {
   return "$status"
 }
 
+# Unity files hold eight sources each, so that headers are read once for all of them.
+tidy() {
+  grep -o '"file": "[^"]*/\(Player\|platform\|apps\)/[^"]*"' build/dev/compile_commands.json |
+    cut -d'"' -f4 | xargs -P "$jobs" -n 1 clang-tidy-14 --quiet -p build/dev 2>build/tidy.log ||
+    { cat build/tidy.log >&2; return 1; }
+}
+
 check() {
   # The sanitizers of this compiler cannot cope with the wide address layout of newer kernels.
   if [[ -z ${PLAIN_LAYOUT:-} ]] && setarch -R true 2>/dev/null; then
@@ -51,6 +58,12 @@ check() {
   cd "$root"
   say "format"
   git -c safe.directory='*' ls-files -z '*.h' '*.cpp' | xargs -0 clang-format-14 --dry-run --Werror
+  say "reference of the public headers"
+  mkdir -p build
+  doxygen docs/Doxyfile
+  say "clang-tidy"
+  build dev
+  tidy
   say "share of the tests"
   check_share_of_tests
   export ASAN_OPTIONS=detect_leaks=1:halt_on_error=1:detect_stack_use_after_return=1

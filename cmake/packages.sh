@@ -11,7 +11,8 @@ for_test=("${base[@]}" "${muxer[@]}" libgtest-dev libgmock-dev)
 for_bench=("${base[@]}" "${muxer[@]}" libgtest-dev libgmock-dev libbenchmark-dev ffmpeg python3
   gstreamer1.0-tools gstreamer1.0-plugins-base gstreamer1.0-plugins-good)
 for_fuzz=("${base[@]}" "${muxer[@]}" clang-14 libclang-rt-14-dev)
-for_check=("${for_bench[@]}" "${for_fuzz[@]}" "${for_package[@]}" git clang-format-14 cloc)
+for_check=("${for_bench[@]}" "${for_fuzz[@]}" "${for_package[@]}" git clang-format-14 clang-tidy-14
+  doxygen cloc)
 
 as_root() { if ((EUID == 0)); then "$@"; else sudo "$@"; fi; }
 

@@ -24,6 +24,8 @@ class QEL_API ILogger {
 
   // Messages below this level are not wanted: do not even make their texts.
   virtual Level GetLevel() const = 0;
+  // One line, in UTF-8 and without its end. `file` and `line` are where it was written; the texts
+  // are valid during the call only.
   virtual void Log(Level level, const std::string& text, const char* file, size_t line) const = 0;
 };
 

@@ -7,7 +7,8 @@
 
 namespace orl::mv::logging {
 
-// Where the host's loggers come from. Thread-safe.
+// Where the host's loggers come from. Thread-safe. The library asks for "QELPreloader",
+// "QELSampleDecoder" and "QELMultiResDecoder".
 class QEL_API LoggingManager {
  public:
   // The logger of that name, made on first use.

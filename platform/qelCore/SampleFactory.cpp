@@ -21,7 +21,7 @@ class SampleBase : public Interface {
  public:
   SampleBase(InfoConstPtr info, ChannelInfoConstPtr channelInfo, BufferConstPtr data)
       : info_(std::move(info)), channelInfo_(std::move(channelInfo)), data_(std::move(data)) {
-    QEL_CHECK_POINTER(info_, "sample info");
+    CheckPointer(info_, "sample info");
   }
 
   const std::string& GetStreamId() const override { return info_->GetStreamId(); }
@@ -135,8 +135,8 @@ SampleContainerConstPtr CreateSampleContainer(SampleConstPtr sample, PackagingIn
 SampleContainerConstPtr DuplicateSampleContainer(SampleContainerConstPtr container,
                                                  StreamIdToInfoMapConstPtr map) {
   const auto own = std::dynamic_pointer_cast<const SampleContainer>(container);
-  QEL_CHECK_POINTER(own, "container to duplicate");
-  QEL_CHECK_POINTER(map, "streamIdToInfoMap");
+  CheckPointer(own, "container to duplicate");
+  CheckPointer(map, "streamIdToInfoMap");
   return own->Duplicate(*map);
 }
 

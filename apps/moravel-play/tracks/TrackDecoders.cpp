@@ -12,7 +12,7 @@ Player::QELDecoder MakeElement(const qel::MediaSourcePtr& source, qel::FourCC fo
   Player::QELSampleDecoder::InitJPEGDecoder(source, element, format);
   const auto config = qel::CreateParametersCollectionInstance(
       qel::GetUpdateConfigPrototype(qel::ElementFactoryType_VideoDecoder, "qel", "video.mjpeg"));
-  QEL_CHECK_POINTER(config, "GetUpdateConfigPrototype failed (VideoDecoder)");
+  qel::CheckPointer(config, "GetUpdateConfigPrototype failed (VideoDecoder)");
   config->SetParamInt64("output_width", size.width);
   config->SetParamInt64("output_height", size.height);
   element.second->UpdateConfig(config);

@@ -76,7 +76,7 @@ YuvPictureConstPtr SharedPictures::TakeOrWait(std::unique_lock<std::mutex>& lock
       decoded_.wait(lock);
       continue;
     }
-    const YuvPictureConstPtr picture = entry->picture;
+    YuvPictureConstPtr picture = entry->picture;
     std::erase(entry->expected, output);
     if (entry->expected.empty())
       entries_.erase(entry);
