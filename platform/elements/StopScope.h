@@ -14,9 +14,9 @@ namespace qel {
 //   const qel::StopScope scope(stop.get_token());
 //   preloader.Preload(order);
 //
-// A requested stop stays: later calls inside the scope throw at once. Nothing is lost with it; the
-// source serves the next call made outside of the scope, or in one of another stop. Scopes nest,
-// the innermost counts. A scope is destroyed by the thread that made it.
+// A requested stop stays: later calls inside the scope that need the server throw at once. Nothing
+// is lost with it; the source serves the next call made outside of the scope, or in one of another
+// stop. Scopes nest, the innermost counts. A scope is destroyed by the thread that made it.
 class StopScope {
  public:
   explicit StopScope(std::stop_token stop);

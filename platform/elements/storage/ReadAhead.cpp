@@ -14,6 +14,9 @@ constexpr int64_t kLeastBlockSamples = 3;
 // Bytes between neighbours that are read and thrown away rather than asked around: another
 // stream's.
 constexpr int64_t kNeighbourGap = int64_t{1} << 20;
+// Bytes under way that keep any link busy. More forward would lie waiting, and a server does not
+// wait for long.
+constexpr int64_t kBusyBytes = int64_t{8} << 20;
 
 }  // namespace
 
@@ -96,8 +99,13 @@ void ReadAhead::AskAhead(int64_t number, const ReadAheadShare& share) {
   }
   while (Transfers() < share.transfers) {
     int64_t wanted = pattern_.Ahead();
-    for (const auto& part : parts_)
+    int64_t bytesLeft = 0;
+    for (const auto& part : parts_) {
       wanted -= part->block.Left();
+      bytesLeft += part->block.BytesLeft();
+    }
+    if (step > 0 && bytesLeft > kBusyBytes)
+      return;
     if (!parts_.empty() && parts_.front()->block.Next() == number)
       ++wanted;
     next = SampleBlock::Stored(index_, parts_.empty() ? next : parts_.back()->block.End(), step);

@@ -74,6 +74,10 @@ int64_t SampleBlock::BytesWith(int64_t size) const {
   return step_ < 0 ? all : std::min(all, kMaxCompleteBytes + std::max(largest_, size));
 }
 
+int64_t SampleBlock::BytesLeft() const {
+  return Left() == 0 ? 0 : range_.End() - Place(index_, Next()).offset;
+}
+
 bool SampleBlock::HoldsNoMore() const {
   if (step_ < 0 || numbers_.size() == 1)
     return false;

@@ -52,6 +52,8 @@ class SampleBlock : public IRangeReceiver {
   // The sample that TakeSample gives next, while there is one.
   int64_t Next() const { return numbers_[next_]; }
   int64_t Left() const { return static_cast<int64_t>(numbers_.size() - next_); }
+  // Of the range, up to its end from the sample that TakeSample gives next; forward.
+  int64_t BytesLeft() const;
   // Where the series goes on behind the block.
   int64_t End() const { return numbers_.back() + step_; }
   // Of memory, that it may come to hold before it is read from, and while it is.

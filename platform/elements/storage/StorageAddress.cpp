@@ -7,6 +7,7 @@
 #include <new>
 #include <string_view>
 
+#include "elements/storage/Printable.h"
 #include "qel/WorkflowStepImplementation.h"
 
 namespace qel {
@@ -35,7 +36,7 @@ std::string HostOf(const std::string& address) {
   if (IsIpv6(address))
     return "[" + address + "]";
   throw QELRuntimeError(QEL_TEXT("\"tcp_address\" \""
-                                 << address
+                                 << Printable(address)
                                  << "\" is neither a host name nor an IP address (no scheme, "
                                     "user, port or path)"));
 }
@@ -45,8 +46,9 @@ void Set(CURLU* url, CURLUPart part, const std::string& value) {
   if (result == CURLUE_OUT_OF_MEMORY)
     throw std::bad_alloc();
   if (result != CURLUE_OK) {
-    throw QELRuntimeError(QEL_TEXT(
-        "\"" << value << "\" cannot be part of a storage address: " << curl_url_strerror(result)));
+    throw QELRuntimeError(
+        QEL_TEXT("\"" << Printable(value)
+                      << "\" cannot be part of a storage address: " << curl_url_strerror(result)));
   }
 }
 
@@ -58,7 +60,7 @@ StorageAddress::StorageAddress(std::string address, int64_t port, std::string un
     if (unixDomainSocket_.size() >= sizeof(sockaddr_un::sun_path) ||
         unixDomainSocket_.find('\0') != std::string::npos) {
       throw QELRuntimeError(QEL_TEXT("\"unix_domain_socket\" \""
-                                     << unixDomainSocket_ << "\" is no path of at most "
+                                     << Printable(unixDomainSocket_) << "\" is no path of at most "
                                      << sizeof(sockaddr_un::sun_path) - 1 << " bytes"));
     }
     host_ = "localhost";
