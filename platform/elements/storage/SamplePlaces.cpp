@@ -33,6 +33,12 @@ void SamplePlaces::Show(std::vector<ShownRange> ranges, int64_t count) {
   shownCount_ = count;
 }
 
+void SamplePlaces::Compact() {
+  firsts_.shrink_to_fit();
+  offsets_.shrink_to_fit();
+  sizes_.shrink_to_fit();
+}
+
 int64_t SamplePlaces::Stored(int64_t number) const {
   if (shown_.empty())
     return number;

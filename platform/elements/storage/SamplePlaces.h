@@ -29,6 +29,9 @@ class SamplePlaces {
   // Shows these ranges of the samples one after the other, `count` samples in all.
   void Show(std::vector<ShownRange> ranges, int64_t count);
 
+  // Gives up the memory that was kept for more samples.
+  void Compact();
+
   int64_t Count() const { return shown_.empty() ? count_ : shownCount_; }
   Place At(int64_t number) const;
   // Stored samples without bytes.

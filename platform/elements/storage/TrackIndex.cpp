@@ -14,6 +14,7 @@ TrackIndex::TrackIndex(ContainerTrack track)
       chunkHeaderBytes_(track.chunkHeaderBytes),
       streamNumber_(track.streamNumber),
       isFieldEach_(track.isFieldEach) {
+  places_.Compact();
   RatedTimes rated = SettleRate(track.times, track.timeUnits, track.timeUnitsPer);
   times_ = std::move(rated.times);
   facts_.timeRate = rated.timeRate;
