@@ -102,7 +102,15 @@ function setSample(number) {
   if (document.activeElement !== $("time"))
     $("time").value = label(number);
   $("number").textContent = `#${number} of ${track.samples}`;
-  history.replaceState(null, "", `#track=${track.number}&sample=${number}`);
+  remember();
+}
+
+// The address keeps the place; browsers refuse to have it changed too often.
+let remembered = 0;
+function remember() {
+  clearTimeout(remembered);
+  remembered = setTimeout(
+    () => history.replaceState(null, "", `#track=${track.number}&sample=${sample}`), 300);
 }
 
 function goTo(number) {
@@ -160,8 +168,10 @@ function toggle(wanted) {
 function endPlaying(last, failure) {
   const resumed = direction();
   tellPlaying(0);
-  if (!failure)
+  if (!failure) {
+    goTo(resumed > 0 ? track.samples - 1 : 0);  // steps may have gone past it
     return;
+  }
   tell(failure);
   const generation = shower.generation;
   setTimeout(() => {
@@ -303,7 +313,7 @@ async function tellFigures() {
     drawn = 0;
     $("latency").textContent = milliseconds(median(latencies));
     $("decode").textContent = milliseconds(now.decodeMs);
-    const hits = now.pictures === 0 ? 0 : Math.min(1, now.cacheHits / now.pictures);
+    const hits = now.orders === 0 ? 0 : now.cacheHits / now.orders;
     $("cache").textContent =
       `${megabytes(now.cacheBytes).toFixed(0)} of ${megabytes(now.cacheMaxBytes).toFixed(0)} MB, ${Math.round(hits * 100)} %`;
     before = {now, at};
