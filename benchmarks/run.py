@@ -398,6 +398,21 @@ def far_reading(programs, clip, rounds):
     return rows
 
 
+def scrubbing(programs, source, clips, rounds):
+    hour = repeat_index(source, clips / "one-hour.avi", 3600 // CLIP_SECONDS)
+    runs = [json.loads(subprocess.run([str(programs / "scrub-bench"), str(hour)], check=True,
+                                      stdout=subprocess.PIPE).stdout) for _ in range(rounds)]
+
+    def median(name):
+        return statistics.median(run[name] for run in runs)
+    one = "round trip, transfer, decode"
+    note = f"{median('one_ms'):.0f} ms, {median('stale'):.0f} stale of {median('shown') + median('stale'):.0f}"
+    return [Row("scrub over an hour, 40 ms, p50", one, median("p50"), "<=", 1.3, note=note),
+            Row("scrub over an hour, 40 ms, p99", one, median("p99"), "<=", 2.5, note=note),
+            Row("scrub back over what was seen", "decode alone", median("back"), "<=", 1.2,
+                note=f"{median('decode_ms'):.1f} ms")]
+
+
 def opening(programs, source, clips):
     long = repeat_index(source, clips / "hundred-thousand.avi",
                         100_000 // CLIP_PICTURES)
@@ -449,6 +464,7 @@ def main():
     rows += sequential_reading(programs, played[-1], read_rounds, read_seconds)
     rows += far_reading(programs, played[0], 1 if smoke else 5)
     rows += opening(programs, clips[0], arguments.clips)
+    rows += scrubbing(programs, clips[0], arguments.clips, 1 if smoke else 5)
     rows += end_to_end(player, programs / "bare-player", played, play_rounds)
     rows += memory(player, clips[0], arguments.clips, 300 if smoke else 20_000)
     print(table(rows))

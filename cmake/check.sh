@@ -79,6 +79,8 @@ check() {
   check_named_tests
   say "the player's tests as an ordinary user"
   test_player_as_ordinary_user
+  say "the page in a browser"
+  tests/view/view_test.py build/dev/apps/moravel-play/moravel-play
   fuzz 5
   say "packages, and hosts that are built with them"
   make_clip dev
