@@ -5,6 +5,7 @@
 
 #include "command/CommandPage.h"
 #include "command/ExitCode.h"
+#include "command/Host.h"
 #include "command/Options.h"
 #include "command/Problem.h"
 #include "playing/Play.h"
@@ -83,11 +84,15 @@ int Run(int argc, const char* const* argv) {
 }  // namespace
 
 int main(int argc, char** argv) {
+  OpenStandardDescriptors();
   try {
     return Run(argc, argv);
   } catch (const UsageError& error) {
     PrintProblem(error.what());
     return kExitUsage;
+  } catch (const std::bad_alloc&) {
+    PrintOutOfMemory();
+    return kExitUnreadable;
   } catch (const std::exception& error) {
     PrintProblem(error.what());
     return kExitUnreadable;

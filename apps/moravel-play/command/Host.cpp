@@ -1,6 +1,10 @@
 #include "command/Host.h"
 
+#include <fcntl.h>
+#include <unistd.h>
+
 #include <sys/resource.h>
+#include "command/ExitCode.h"
 
 #include "command/Interrupt.h"
 #include "elements/BuiltinElements.h"
@@ -22,6 +26,13 @@ void AllowManyFiles() {
 }
 
 }  // namespace
+
+void OpenStandardDescriptors() {
+  for (int descriptor = STDIN_FILENO; descriptor <= STDERR_FILENO; ++descriptor) {
+    if (::fcntl(descriptor, F_GETFD) < 0 && ::open("/dev/null", O_RDONLY) < 0)
+      ::_exit(kExitUnreadable);
+  }
+}
 
 void StartHost(orl::mv::logging::ILogger::Level logLevel) {
   CatchSignals();

@@ -14,6 +14,7 @@ namespace Moravel::Play {
 namespace {
 
 constexpr int64_t kMaxCount = 1'000'000'000'000;
+constexpr int64_t kMaxMemoryMib = 1 << 20;
 
 const std::map<std::string, Order> kOrders = {
     {"forward", Order::Forward}, {"reverse", Order::Reverse}, {"random", Order::Random}};
@@ -31,6 +32,7 @@ struct RawOptions {
   std::optional<qel::FourCC> format;
   std::string start;
   std::string duration;
+  int64_t memoryMib = 256;
 };
 
 // Largest first: the elements can then take the smaller ones from the same decode.
@@ -87,7 +89,7 @@ void DeclarePictures(CommandLine& line, Options& options, RawOptions& raw) {
                "Write raw video, - for standard output (one track, one size, I420)");
 }
 
-void DeclareHow(CommandLine& line, Options& options) {
+void DeclareHow(CommandLine& line, Options& options, RawOptions& raw) {
   CLI::App& app = line.App();
   line.Group("How");
   app.add_option("--jobs", options.jobs, "Decode workers, 1 to 256 (default: the cores)")
@@ -97,6 +99,16 @@ void DeclareHow(CommandLine& line, Options& options) {
                  "Samples of each track preloaded ahead, 1 to 4096 (16)")
       ->check(Within(1, 4096))
       ->type_name("N");
+  app.add_option("--memory", raw.memoryMib,
+                 "Mebibytes of samples that wait, of all tracks together (256)")
+      ->check(Within(int64_t(1), kMaxMemoryMib))
+      ->type_name("MIB");
+  app.add_option("--connections", options.connections,
+                 "Connections to each server, 1 to 64 (1); at random all serve one track")
+      ->check(Within(1, 64))
+      ->type_name("N");
+  app.add_flag("--realtime", options.realtime,
+               "At the tracks' own rate: counts pictures that are late, drops what is past");
   line.Group("Report");
   app.add_flag("--json", options.json, "Report as one JSON object on standard output");
   line.AddVerbosity(options.quiet, options.logLevel);
@@ -183,7 +195,7 @@ std::variant<Options, std::string> ParseOptions(int argc, const char* const* arg
   CommandLine line(kPlayText);
   DeclareWhat(line, options, raw);
   DeclarePictures(line, options, raw);
-  DeclareHow(line, options);
+  DeclareHow(line, options, raw);
   if (const auto text = line.Read(argc, argv))
     return *text;
   for (const std::string& text : raw.tracks)
@@ -194,6 +206,7 @@ std::variant<Options, std::string> ParseOptions(int argc, const char* const* arg
     options.start = ParseTimeArgument("--start", raw.start);
   if (!raw.duration.empty())
     options.duration = ParseTimeArgument("--duration", raw.duration);
+  options.waitingBytes = raw.memoryMib << 20;
   CheckTogether(options);
   CheckFiles(options);
   return options;

@@ -33,6 +33,9 @@ struct Options {
 
   int jobs = 1;
   int window = 16;
+  int64_t waitingBytes = int64_t{256} << 20;  // of samples, in all tracks
+  int connections = 1;                        // to each server
+  bool realtime = false;
 
   std::filesystem::path pngFolder;  // empty: none, like those below
   std::filesystem::path contactSheet;

@@ -3,6 +3,7 @@
 #include <unistd.h>
 
 #include <cstdio>
+#include <new>
 
 #include "command/Printable.h"
 
@@ -15,10 +16,16 @@ constexpr const char* kEraseLine = "\033[K";
 
 }  // namespace
 
-void PrintProblem(const std::string& text) {
+void PrintProblem(const std::string& text) try {
   const std::string line = "moravel-play: " + Printable(text) + '\n';
   static const bool terminal = ::isatty(STDERR_FILENO) == 1;
   std::fputs(terminal ? (kEraseLine + line).c_str() : line.c_str(), stderr);
+} catch (const std::bad_alloc&) {
+  PrintOutOfMemory();
+}
+
+void PrintOutOfMemory() {
+  std::fputs("moravel-play: out of memory\n", stderr);
 }
 
 }  // namespace Moravel::Play

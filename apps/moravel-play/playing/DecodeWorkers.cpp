@@ -5,7 +5,6 @@
 #include "Player/DecodeOrder.h"
 #include "Player/QELSample.h"
 #include "playing/FrameworkLines.h"
-#include "sinks/OutputFile.h"
 
 namespace Moravel::Play {
 
@@ -13,20 +12,24 @@ namespace {
 
 class Worker {
  public:
-  Worker(size_t number, WorkQueue& queue, const PictureSinks& sinks, Stopper& stopper)
-      : number_(number), queue_(queue), sinks_(sinks), stopper_(stopper) {}
+  Worker(size_t number, const Playback& playback) : number_(number), playback_(playback) {}
 
   void Run() {
-    while (const std::optional<Task> task = queue_.Pop(stopper_.Token())) {
-      const Track& track = task->track->facts;
-      for (int field = 0; field < track.picturesPerSample; ++field)
-        DecodeField(*task, field == 1);
-      task->track->cache.Release(track.TimeOf(track.sequence.SampleAt(task->position)));
-      ++task->track->statistics.samplesDone;
+    while (const std::optional<Task> task = playback_.queue.Pop(playback_.stopper.Token())) {
+      PlayingTrack& track = *task->job.track;
+      for (int i = 0; i < track.facts.picturesPerSample; ++i)
+        DecodeField(*task, track.facts.IsBottom(i));
+      track.cache.Release(track.facts.TimeOf(NumberOf(*task)));
+      playback_.schedule.Release(task->job);
+      ++track.statistics.samplesDone;
     }
   }
 
  private:
+  static int64_t NumberOf(const Task& task) {
+    return task.job.track->facts.sequence.SampleAt(task.job.position);
+  }
+
   struct Decoded {
     qel::VideoSampleConstPtr image;
     std::string failure;
@@ -35,13 +38,12 @@ class Worker {
   // The elements report damage once for each entropy decode, which sizes may share: it damages all
   // sizes of the picture.
   void DecodeField(const Task& task, bool bottom) {
-    const Track& track = task.track->facts;
+    const Track& track = task.job.track->facts;
     const CapturedWarnings warnings;
     std::string failure;
     for (size_t i = 0; i < track.sizes.size(); ++i) {
-      Picture picture = {
-          track,  track.sizes[i], task.position, track.sequence.SampleAt(task.position),
-          bottom, task.state,     nullptr};
+      Picture picture = {track,      track.sizes[i], task.job.position, NumberOf(task), bottom,
+                         task.state, nullptr};
       if (task.sample != nullptr) {
         Decoded decoded = Decode(task, picture);
         picture.image = std::move(decoded.image);
@@ -51,24 +53,32 @@ class Worker {
           picture.state = PictureState::Damaged;
         if (failure.empty())
           failure = decoded.failure;
-        SizeStatistics& statistics = task.track->statistics.sizes[i];
-        statistics.pictures += picture.image ? 1 : 0;
-        statistics.damaged += picture.state != PictureState::Fine ? 1 : 0;
+        Count(task, i, picture);
       }
       Write(picture);
     }
     TellLoss(task, bottom, failure, warnings.First());
   }
 
+  void Count(const Task& task, size_t size, const Picture& picture) {
+    TrackStatistics& statistics = task.job.track->statistics;
+    SizeStatistics& sizeStatistics = statistics.sizes[size];
+    sizeStatistics.pictures += picture.image ? 1 : 0;
+    sizeStatistics.damaged += picture.state != PictureState::Fine ? 1 : 0;
+    statistics.lastPicture = Clock::now();
+    if (size == 0 && !playback_.schedule.PictureIsInTime(*task.job.track, task.job.position))
+      ++statistics.late;
+  }
+
   static void TellLoss(const Task& task, bool bottom, const std::string& failure,
                        const std::string& warning) {
     if (failure.empty() && warning.empty())
       return;
-    const Track& track = task.track->facts;
+    const Track& track = task.job.track->facts;
     const auto state = failure.empty() ? PictureState::Damaged : PictureState::Undecodable;
-    task.track->statistics.losses.Tell(track, state, track.sequence.SampleAt(task.position),
-                                       track.interlaced ? bottom ? "bottom" : "top" : "",
-                                       failure.empty() ? ReasonOfDamage(warning) : failure);
+    task.job.track->statistics.losses.Tell(track, state, NumberOf(task),
+                                           track.interlaced ? bottom ? "bottom" : "top" : "",
+                                           failure.empty() ? ReasonOfDamage(warning) : failure);
   }
 
   // The element names a stream, which is the same for all pictures of a track.
@@ -82,16 +92,19 @@ class Worker {
     Player::DecodeOrder order;
     order.toDecode_ = task.sample;
     order.orderTp_ = picture.track.TimeOf(picture.sampleNumber);
-    order.queue_ = &task.track->cache;
+    order.queue_ = &task.job.track->cache;
     order.decodeTopField_ = !picture.bottom;
     order.isInterlace_ = picture.track.interlaced;
     order.fieldSampleRate_ = picture.track.FieldRate();
     order.width_ = picture.size.width;
     order.height_ = picture.size.height;
+    const Timed timed(playback_.workers.decoding, &task.job.track->statistics.decoding);
     try {
-      Player::ISampleDecoder& decoder = task.track->decodersOfWorker[number_].Dispatcher();
+      Player::ISampleDecoder& decoder = (*task.job.track->decoders)[number_].Dispatcher();
       const std::unique_ptr<Player::ISample> decoded(decoder.Decode(order));
       return {TakeImage(decoded.get()), decoded ? "" : "no picture came of it"};
+    } catch (const std::bad_alloc&) {
+      throw;
     } catch (const std::exception& error) {
       return {nullptr, error.what()};
     }
@@ -103,33 +116,19 @@ class Worker {
   }
 
   void Write(const Picture& picture) {
-    for (const auto& sink : sinks_) {
-      try {
-        sink->Write(picture);
-      } catch (const ClosedPipe&) {
-        stopper_.OutputClosed();
-      } catch (const std::exception& error) {
-        stopper_.OutputFailed(error.what());
-      }
-    }
+    const Timed timed(playback_.workers.writing);
+    ForEachSink(playback_.sinks, playback_.stopper,
+                [&](IPictureSink& sink) { sink.Write(picture); });
   }
 
   const size_t number_;
-  WorkQueue& queue_;
-  const PictureSinks& sinks_;
-  Stopper& stopper_;
+  const Playback& playback_;
 };
 
 }  // namespace
 
-DecodeWorkers::DecodeWorkers(int jobs, WorkQueue& queue, const PictureSinks& sinks,
-                             Stopper& stopper, std::function<void()> done) {
-  for (int number = 0; number < jobs; ++number) {
-    threads_.emplace_back([=, &queue, &sinks, &stopper] {
-      Worker(static_cast<size_t>(number), queue, sinks, stopper).Run();
-      done();
-    });
-  }
+void DecodeSamples(size_t worker, const Playback& playback) {
+  Worker(worker, playback).Run();
 }
 
 }  // namespace Moravel::Play

@@ -1,30 +1,14 @@
 #pragma once
 
-#include <functional>
-#include <memory>
-#include <thread>
-#include <vector>
-
-#include "playing/Stopper.h"
-#include "playing/WorkQueue.h"
-#include "sinks/Picture.h"
-#include "tracks/TrackSetup.h"
+#include "playing/Playback.h"
 
 namespace Moravel::Play {
 
-using PictureSinks = std::vector<std::unique_ptr<IPictureSink>>;
-
-// Threads that take samples from the queue, decode them in every size and field, and give the
-// pictures to the sinks. A worker decodes all sizes of a picture one after the other, so that the
-// decoder elements can share the work. Pictures that are damaged or fail are counted and told.
-class DecodeWorkers {
- public:
-  // `done` is called by each worker as its last act. All references outlive the workers.
-  DecodeWorkers(int jobs, WorkQueue& queue, const PictureSinks& sinks, Stopper& stopper,
-                std::function<void()> done);
-
- private:
-  std::vector<std::jthread> threads_;
-};
+// Takes samples from the queue, decodes them in every size and field, and gives the pictures to the
+// sinks, until no more come or the playback is stopped. All sizes of a picture are decoded one
+// after the other, so that the decoder elements can share the work. Pictures that are damaged or
+// fail are counted and told. Several workers, in threads of their own, share a playback; each has a
+// number.
+void DecodeSamples(size_t worker, const Playback& playback);
 
 }  // namespace Moravel::Play

@@ -1,30 +1,31 @@
 #include "playing/Play.h"
 
+#include <algorithm>
+#include <chrono>
 #include <condition_variable>
 #include <cstdio>
 #include <mutex>
+#include <system_error>
 #include <thread>
 
 #include "command/ExitCode.h"
 #include "command/Host.h"
 #include "command/Interrupt.h"
 #include "command/Problem.h"
-#include "host/LiveQueues.h"
+#include "playing/Connection.h"
 #include "playing/DecodeWorkers.h"
-#include "playing/PreloadLoop.h"
 #include "report/Progress.h"
 #include "report/Report.h"
 #include "sinks/ContactSheet.h"
-#include "sinks/OutputFile.h"
 #include "sinks/PngSink.h"
 #include "sinks/Y4mSink.h"
-#include "tracks/TrackSetup.h"
 
 namespace Moravel::Play {
 
 namespace {
 
 constexpr std::chrono::milliseconds kLookAround{50};  // for signals, and to draw the progress bar
+constexpr size_t kMaxTracksOfLane = 256;              // what one source keeps open
 
 PictureSinks MakeSinks(const Options& options) {
   PictureSinks sinks;
@@ -39,140 +40,188 @@ PictureSinks MakeSinks(const Options& options) {
   return sinks;
 }
 
-// The caches as the live queues of the preloaders, as long as the object.
-class Registration {
- public:
-  explicit Registration(Setup& setup) : setup_(setup) {
-    for (PlayingServer& server : setup_.servers) {
-      for (const auto& track : server.tracks)
-        queues_.Add(&track->cache);
-      server.preloader->SetExistingCacheUpdateQueues(&queues_);
+// The lanes of a server, so that no source opens more tracks than it keeps, and the connections of
+// each. In sequence a track stays at its connection, which reads ahead of it; at random its samples
+// come through any.
+std::vector<ConnectionPlan> PlanConnections(const NamedTracks& named, const Options& options) {
+  std::vector<ConnectionPlan> plans;
+  size_t lane = 0;
+  for (const auto& [id, tracks] : named.servers) {
+    const auto statistics = std::make_shared<ServerStatistics>();
+    for (size_t first = 0; first < tracks.size(); first += kMaxTracksOfLane, ++lane) {
+      const size_t count = std::min(kMaxTracksOfLane, tracks.size() - first);
+      const auto wanted = static_cast<size_t>(options.connections);
+      const size_t connections = options.order == Order::Random ? wanted : std::min(wanted, count);
+      std::vector<ConnectionPlan> ofLane(connections);
+      for (size_t i = 0; i < connections; ++i)
+        ofLane[i] = {lane, static_cast<int>(i), static_cast<int>(connections), {}, statistics};
+      for (size_t i = 0; i < count; ++i)
+        ofLane[i % connections].toOpen.push_back(tracks[first + i]);
+      plans.insert(plans.end(), ofLane.begin(), ofLane.end());
     }
   }
-  ~Registration() {
-    for (PlayingServer& server : setup_.servers)
-      server.preloader->SetExistingCacheUpdateQueues(nullptr);
-  }
-  Registration(const Registration&) = delete;
-  Registration& operator=(const Registration&) = delete;
+  return plans;
+}
 
- private:
-  Setup& setup_;
-  Player::LiveQueues queues_;
-};
+// A task of a thread, which ends the playback when it fails.
+template <typename Task>
+auto Guarded(Stopper& stopper, Task task) {
+  return [&stopper, task = std::move(task)]() noexcept {
+    try {
+      task();
+    } catch (...) {
+      stopper.Fail(std::current_exception());
+    }
+  };
+}
 
-// Counts the decode workers that have ended.
-class WorkersEnd {
+// The threads of a playback. When one cannot be made, the others end.
+class Threads {
  public:
-  explicit WorkersEnd(int workers) : left_(workers) {}
+  explicit Threads(Stopper& stopper) : stopper_(stopper) {}
+  ~Threads() { Join(); }
+  Threads(const Threads&) = delete;
+  Threads& operator=(const Threads&) = delete;
 
-  void Arrive() {
-    const std::lock_guard<std::mutex> lock(leftAccess_);
-    --left_;
-    arrived_.notify_one();
+  template <typename Task>
+  void Start(Task task) {
+    try {
+      threads_.emplace_back([this, guarded = Guarded(stopper_, std::move(task))] {
+        guarded();
+        const std::lock_guard<std::mutex> lock(endedAccess_);
+        ++ended_;
+        anEnd_.notify_one();
+      });
+    } catch (const std::system_error& error) {
+      throw std::runtime_error(std::string("cannot start a thread: ") + error.code().message());
+    }
   }
-
+  // Whether all have ended, or do within that time.
   bool WaitFor(std::chrono::milliseconds time) {
-    std::unique_lock<std::mutex> lock(leftAccess_);
-    return arrived_.wait_for(lock, time, [this] { return left_ == 0; });
+    std::unique_lock<std::mutex> lock(endedAccess_);
+    return anEnd_.wait_for(lock, time, [this] { return ended_ == threads_.size(); });
+  }
+  void Join() {
+    for (std::thread& thread : threads_) {
+      if (thread.joinable())
+        thread.join();
+    }
   }
 
  private:
-  std::mutex leftAccess_;  // guards left_
-  std::condition_variable arrived_;
-  int left_;
+  Stopper& stopper_;
+  std::mutex endedAccess_;  // guards ended_
+  std::condition_variable anEnd_;
+  size_t ended_ = 0;
+  std::vector<std::thread> threads_;  // the last: they use all of the above
 };
 
-// Runs all threads to their end; this one looks after the user meanwhile.
-void RunThreads(const Options& options, Setup& setup, const PictureSinks& sinks, Stopper& stopper) {
-  const Registration registration(setup);
-  WorkQueue queue(setup.servers.size());
-  WorkersEnd end(options.jobs);
-  Progress progress(setup.tracks, !options.quiet);
-  std::vector<std::jthread> preloaders;
-  for (PlayingServer& server : setup.servers) {
-    preloaders.emplace_back(
-        [&server, &queue, token = stopper.Token()] { PreloadLoop(server, queue).Run(token); });
+void StartThreads(Threads& threads, std::vector<ConnectionPlan> plans, const Playback& playback) {
+  for (const ConnectionPlan& plan : plans) {
+    if (!plan.toOpen.empty())
+      playback.schedule.AddOpener(plan.lane);
   }
-  const DecodeWorkers workers(options.jobs, queue, sinks, stopper, [&end] { end.Arrive(); });
-  while (!end.WaitFor(kLookAround)) {
-    if (Interrupted())
-      stopper.Interrupt();
-    progress.Draw();
+  for (ConnectionPlan& plan : plans) {
+    threads.Start([&playback, plan = std::move(plan)] {
+      Connection(plan, playback).Run(playback.stopper.Token());
+      playback.queue.ProducerDone();
+    });
+  }
+  for (int worker = 0; worker < playback.options.jobs; ++worker) {
+    threads.Start([&playback, worker] { DecodeSamples(static_cast<size_t>(worker), playback); });
   }
 }
 
-void FinishSinks(const PictureSinks& sinks, Stopper& stopper) {
-  for (const auto& sink : sinks) {
-    try {
-      sink->Finish();
-    } catch (const ClosedPipe&) {
-      stopper.OutputClosed();
-    } catch (const std::exception& error) {
-      stopper.OutputFailed(error.what());
+// Runs all threads to their end; this one looks after the user meanwhile.
+void RunThreads(std::vector<ConnectionPlan> plans, const Playback& playback) {
+  Stopper& stopper = playback.stopper;
+  Progress progress(playback.tracks, !playback.options.quiet);
+  Threads threads(stopper);
+  try {
+    StartThreads(threads, std::move(plans), playback);
+    while (!threads.WaitFor(kLookAround)) {
+      if (Interrupted())
+        stopper.Interrupt();
+      progress.Draw();
     }
+  } catch (...) {
+    stopper.Fail(std::current_exception());
   }
+  threads.Join();
 }
 
 bool LostPictures(const std::vector<PlayingTrack*>& tracks) {
-  for (const PlayingTrack* track : tracks) {
-    if (track->statistics.missing != 0)
-      return true;
-    for (const SizeStatistics& size : track->statistics.sizes) {
-      if (size.damaged != 0)
-        return true;
-    }
-  }
-  return false;
+  return std::any_of(tracks.begin(), tracks.end(), [](const PlayingTrack* track) {
+    const TrackStatistics& statistics = track->statistics;
+    return statistics.missing != 0 || statistics.dropped != 0 || statistics.late != 0 ||
+           std::any_of(statistics.sizes.begin(), statistics.sizes.end(),
+                       [](const SizeStatistics& size) { return size.damaged != 0; });
+  });
 }
 
 bool HadErrors(const std::vector<PlayingTrack*>& tracks) {
-  for (const PlayingTrack* track : tracks) {
-    if (track->statistics.errors != 0)
-      return true;
-  }
-  return false;
+  return std::any_of(tracks.begin(), tracks.end(),
+                     [](const PlayingTrack* track) { return track->statistics.errors != 0; });
 }
 
-int FindExitCode(const Setup& setup, const Stopper& stopper) {
+int FindExitCode(const TrackList& list, const Stopper& stopper) {
+  const std::vector<PlayingTrack*> tracks = list.Open();
   if (stopper.Interrupted())
     return kExitInterrupted;
   if (stopper.OutputFailure())
     return kExitUnwritable;
-  if (!setup.failed.empty() || HadErrors(setup.tracks))
+  if (list.HasUnreadable() || HadErrors(tracks))
     return kExitUnreadable;
-  return LostPictures(setup.tracks) ? kExitPicturesLost : kExitFine;
+  if (list.HasWrongUsage())
+    return kExitUsage;
+  return LostPictures(tracks) ? kExitPicturesLost : kExitFine;
 }
 
+// People have read why nothing was played.
 void WriteReport(const Options& options, const Outcome& outcome) {
   if (options.json)
-    std::fputs(ToJson(outcome).c_str(), stdout);
-  if (!options.quiet && !outcome.tracks.empty()) {
-    const bool standardOutputIsTaken = options.json || options.WritesPicturesToStandardOutput();
-    std::fputs(ToTable(outcome).c_str(), standardOutputIsTaken ? stderr : stdout);
-  }
-  std::fflush(stdout);  // nobody minds a reader that has gone
+    WriteToStandardOutput(ToJson(outcome));
+  const bool nothingPlayed =
+      std::all_of(outcome.tracks.begin(), outcome.tracks.end(),
+                  [](const PlayingTrack* track) { return track->statistics.samplesDone == 0; });
+  if (options.quiet || nothingPlayed)
+    return;
+  const bool standardOutputIsTaken = options.json || options.WritesPicturesToStandardOutput();
+  if (standardOutputIsTaken)
+    std::fputs(ToTable(outcome).c_str(), stderr);
+  else
+    WriteToStandardOutput(ToTable(outcome));
 }
 
-int PlayOpened(const Options& options, Setup& setup) {
+int PlayTracks(const Options& options) {
   Stopper stopper;
+  NamedTracks named = NameTracks(options.tracks);
+  TrackList tracks(options.tracks.size());
+  for (auto& [index, track] : named.failed)
+    tracks.AddFailed(index, std::move(track), false);
+  std::vector<ConnectionPlan> plans = PlanConnections(named, options);
+
+  DecoderPool decoders(options.jobs, options.format);
+  OrderSchedule schedule({options.window, options.waitingBytes, options.realtime},
+                         plans.empty() ? 0 : plans.back().lane + 1);
+  WorkQueue queue(plans.size());
+  WorkerStatistics workers;
   const Clock::time_point start = Clock::now();
   {
     const PictureSinks sinks = MakeSinks(options);
-    for (const auto& sink : sinks) {
-      for (const PlayingTrack* track : setup.tracks)
-        sink->Begin(track->facts);
-    }
-    RunThreads(options, setup, sinks, stopper);
-    FinishSinks(sinks, stopper);
+    RunThreads(std::move(plans),
+               {options, tracks, decoders, schedule, queue, sinks, workers, stopper});
+    stopper.RethrowFailure();
+    ForEachSink(sinks, stopper, [](IPictureSink& sink) { sink.Finish(); });
   }
   const double seconds = std::chrono::duration<double>(Clock::now() - start).count();
   if (const auto failure = stopper.OutputFailure())
     PrintProblem(*failure);
-  for (const PlayingTrack* track : setup.tracks)
+  for (const PlayingTrack* track : tracks.Open())
     track->statistics.losses.TellRest(track->facts);
-  const int exitCode = FindExitCode(setup, stopper);
-  WriteReport(options, {setup.tracks, setup.failed, seconds, stopper.Interrupted(), exitCode});
+  const int exitCode = FindExitCode(tracks, stopper);
+  WriteReport(options, {tracks.Open(), tracks.Failed(), workers, options, seconds,
+                        stopper.Interrupted(), exitCode});
   return exitCode;
 }
 
@@ -180,18 +229,7 @@ int PlayOpened(const Options& options, Setup& setup) {
 
 int Play(const Options& options) {
   try {
-    Setup setup = OpenTracks(options);
-    for (const FailedTrack& track : setup.failed)
-      PrintProblem(track.name + ": " + track.reason);
-    if (!setup.servers.empty())
-      return PlayOpened(options, setup);
-    const int exitCode = Interrupted() ? kExitInterrupted : kExitUnreadable;
-    if (options.json)
-      WriteReport(options, {{}, setup.failed, 0, Interrupted(), exitCode});
-    return exitCode;
-  } catch (const UsageError& error) {
-    PrintProblem(error.what());
-    return kExitUsage;
+    return PlayTracks(options);
   } catch (const OutputError& error) {
     PrintProblem(error.what());
     return kExitUnwritable;
@@ -203,7 +241,7 @@ int Play(const Options& options) {
 int RunPlay(int argc, const char* const* argv) {
   const auto parsed = ParseOptions(argc, argv);
   if (const auto* const text = std::get_if<std::string>(&parsed)) {
-    std::fputs(text->c_str(), stdout);
+    WriteToStandardOutput(*text);
     return kExitFine;
   }
   const Options& options = std::get<Options>(parsed);

@@ -2,14 +2,6 @@
 
 namespace Moravel::Play {
 
-bool SampleCache::WaitForRoom(std::stop_token stop) {
-  std::unique_lock<std::mutex> lock(samplesAccess_);
-  if (!room_.wait(lock, stop, [this] { return placesTaken_ < window_; }))
-    return false;
-  ++placesTaken_;
-  return true;
-}
-
 void SampleCache::Push(const Player::Output& output) {
   if (output.sample_ == nullptr)
     return;
@@ -29,16 +21,12 @@ Player::ISample* SampleCache::Protect(const Time::TimePoint& time) {
 
 void SampleCache::Release(const Time::TimePoint& time) {
   std::unique_ptr<Player::ISample> released;  // its memory is given back without the lock
-  {
-    const std::lock_guard<std::mutex> lock(samplesAccess_);
-    const auto entry = samples_.find(time);
-    if (entry != samples_.end() && entry->second->Unprotect(1) == 0) {
-      released = std::move(entry->second);
-      samples_.erase(entry);
-    }
-    --placesTaken_;
+  const std::lock_guard<std::mutex> lock(samplesAccess_);
+  const auto entry = samples_.find(time);
+  if (entry != samples_.end() && entry->second->Unprotect(1) == 0) {
+    released = std::move(entry->second);
+    samples_.erase(entry);
   }
-  room_.notify_one();
 }
 
 }  // namespace Moravel::Play

@@ -5,6 +5,7 @@
 #include <chrono>
 #include <cstdint>
 #include <deque>
+#include <mutex>
 #include <optional>
 
 #include "playing/Losses.h"
@@ -39,22 +40,70 @@ struct SizeStatistics {
   std::atomic<int64_t> damaged = 0;   // shown or not
 };
 
+// Adds up the time that something takes. Any thread may add and read.
+class TimeSum {
+ public:
+  void Add(Clock::duration time) { sum_ += time.count(); }
+  double Seconds() const { return std::chrono::duration<double>(Clock::duration(sum_)).count(); }
+
+ private:
+  std::atomic<Clock::duration::rep> sum_ = 0;
+};
+
+// Adds the time that it lives.
+class Timed {
+ public:
+  explicit Timed(TimeSum& sum, TimeSum* other = nullptr) : sum_(sum), other_(other) {}
+  ~Timed() {
+    const Clock::duration time = Clock::now() - start_;
+    sum_.Add(time);
+    if (other_ != nullptr)
+      other_->Add(time);
+  }
+  Timed(const Timed&) = delete;
+  Timed& operator=(const Timed&) = delete;
+
+ private:
+  TimeSum& sum_;
+  TimeSum* const other_;
+  const Clock::time_point start_ = Clock::now();
+};
+
+// Where the connections to one server spent their time.
+struct ServerStatistics {
+  TimeSum asking;   // opening tracks and waiting for samples
+  TimeSum waiting;  // for room, as enough samples were there
+  TimeSum pausing;  // after failures
+};
+
+// Where the decode workers spent their time; the rest they waited for samples.
+struct WorkerStatistics {
+  TimeSum decoding;
+  TimeSum writing;
+};
+
 // What became of one track. The counters may be read at any time, the rest when the threads that
 // write it have ended.
 struct TrackStatistics {
   explicit TrackStatistics(size_t sizeCount) : sizes(sizeCount) {}
 
-  // Written by the preload thread.
+  // Written by the threads that preload; those from the latency on under the lock.
   std::atomic<int64_t> preloaded = 0;
   std::atomic<int64_t> missing = 0;  // nothing at that time, or never asked for after failures
   std::atomic<int64_t> errors = 0;   // orders that failed
+  std::atomic<int64_t> dropped = 0;  // not ordered, as their time had passed
   std::atomic<int64_t> bytes = 0;
+  TimeSum asking;  // from orders to answers
+  std::mutex ordersAccess;
   LatencyHistogram latency;
   std::optional<Clock::time_point> firstOrder;
   Clock::time_point lastAnswer;
 
   // Written by the decode workers.
   std::atomic<int64_t> samplesDone = 0;
+  std::atomic<int64_t> late = 0;  // pictures that came after their time
+  TimeSum decoding;
+  std::atomic<Clock::time_point> lastPicture = Clock::time_point();
   std::deque<SizeStatistics> sizes;  // as the track's sizes
 
   Losses losses;

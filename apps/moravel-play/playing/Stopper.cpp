@@ -19,6 +19,21 @@ void Stopper::OutputFailed(const std::string& reason) {
   stop_.request_stop();
 }
 
+void Stopper::Fail(std::exception_ptr error) noexcept {
+  {
+    const std::lock_guard<std::mutex> lock(reasonAccess_);
+    if (!failure_)
+      failure_ = std::move(error);
+  }
+  stop_.request_stop();
+}
+
+void Stopper::RethrowFailure() const {
+  const std::lock_guard<std::mutex> lock(reasonAccess_);
+  if (failure_)
+    std::rethrow_exception(failure_);
+}
+
 bool Stopper::Interrupted() const {
   const std::lock_guard<std::mutex> lock(reasonAccess_);
   return interrupted_;

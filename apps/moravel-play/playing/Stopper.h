@@ -1,5 +1,6 @@
 #pragma once
 
+#include <exception>
 #include <mutex>
 #include <optional>
 #include <stop_token>
@@ -18,15 +19,20 @@ class Stopper {
   void OutputClosed() { stop_.request_stop(); }
   // A picture could not be written; the first reason is kept.
   void OutputFailed(const std::string& reason);
+  // The player cannot go on. Allocates nothing.
+  void Fail(std::exception_ptr error) noexcept;
 
   bool Interrupted() const;
   std::optional<std::string> OutputFailure() const;
+  // Throws what Fail was given first, if anything.
+  void RethrowFailure() const;
 
  private:
   std::stop_source stop_;
   mutable std::mutex reasonAccess_;  // guards all below
   bool interrupted_ = false;
   std::optional<std::string> outputFailure_;
+  std::exception_ptr failure_;
 };
 
 }  // namespace Moravel::Play

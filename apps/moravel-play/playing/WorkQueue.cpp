@@ -5,9 +5,15 @@ namespace Moravel::Play {
 void WorkQueue::Push(const Task& task) {
   {
     const std::lock_guard<std::mutex> lock(tasksAccess_);
-    tasks_.push_back(task);
+    Coming& coming = coming_[task.job.track];
+    coming.early.emplace(task.job.position, task);
+    while (!coming.early.empty() && coming.early.begin()->first == coming.next) {
+      tasks_.push_back(coming.early.begin()->second);
+      coming.early.erase(coming.early.begin());
+      ++coming.next;
+    }
   }
-  changed_.notify_one();
+  changed_.notify_all();
 }
 
 void WorkQueue::ProducerDone() {

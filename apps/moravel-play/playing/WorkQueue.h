@@ -1,33 +1,34 @@
 #pragma once
 
 #include <condition_variable>
-#include <cstdint>
 #include <deque>
+#include <map>
 #include <mutex>
 #include <optional>
 #include <stop_token>
 
 #include "Player/ISample.h"
+#include "playing/OrderSchedule.h"
 #include "sinks/Picture.h"
 
 namespace Moravel::Play {
 
-struct PlayingTrack;
-
 // One sample to decode, in all sizes and fields.
 struct Task {
-  PlayingTrack* track = nullptr;
-  int64_t position = 0;                     // in the track's play sequence
+  Job job;
   Player::ISample* sample = nullptr;        // protected in the track's cache; null: there is none
-  PictureState state = PictureState::Fine;  // Missing or Unreadable without a sample
+  PictureState state = PictureState::Fine;  // others: there is no sample
 };
 
-// From the preload threads to the decode workers, first in, first out. It holds no more than the
-// windows of the tracks do: each task has its place in one.
+// From the connections to the decode workers. The tasks of a track are taken in the order of its
+// play sequence, whichever connection was faster; whoever writes pictures in that order then never
+// waits for one that no worker has begun. It holds no more than the windows of the tracks do: each
+// task has its place in one.
 class WorkQueue {
  public:
   explicit WorkQueue(size_t producers) : producers_(producers) {}
 
+  // All positions of a track are pushed, once each, up to the last one that is pushed.
   void Push(const Task& task);
   // The producer pushes no more.
   void ProducerDone();
@@ -35,9 +36,15 @@ class WorkQueue {
   std::optional<Task> Pop(std::stop_token stop);
 
  private:
+  struct Coming {
+    int64_t next = 0;               // position
+    std::map<int64_t, Task> early;  // by position
+  };
+
   std::mutex tasksAccess_;  // guards all below
   std::condition_variable_any changed_;
   std::deque<Task> tasks_;
+  std::map<const PlayingTrack*, Coming> coming_;
   size_t producers_;
 };
 

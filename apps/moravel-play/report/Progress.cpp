@@ -4,7 +4,6 @@
 
 #include <algorithm>
 #include <cstdio>
-#include <utility>
 
 namespace Moravel::Play {
 
@@ -14,8 +13,8 @@ constexpr int kBarWidth = 30;
 
 }  // namespace
 
-Progress::Progress(std::vector<PlayingTrack*> tracks, bool wanted)
-    : tracks_(std::move(tracks)), shown_(wanted && ::isatty(STDERR_FILENO) == 1) {}
+Progress::Progress(const TrackList& tracks, bool wanted)
+    : tracks_(tracks), shown_(wanted && ::isatty(STDERR_FILENO) == 1) {}
 
 Progress::~Progress() {
   if (shown_)
@@ -29,7 +28,7 @@ void Progress::Draw() {
   int64_t done = 0;
   int64_t all = 0;
   int64_t bytes = 0;
-  for (const PlayingTrack* track : tracks_) {
+  for (const PlayingTrack* track : tracks_.Open()) {
     done += track->statistics.samplesDone;
     all += track->facts.sequence.Count();
     bytes += track->statistics.bytes;

@@ -1,15 +1,13 @@
 #pragma once
 
-#include <vector>
-
-#include "tracks/TrackSetup.h"
+#include "playing/TrackList.h"
 
 namespace Moravel::Play {
 
 // A bar in the last line of the terminal. Used by one thread.
 class Progress {
  public:
-  Progress(std::vector<PlayingTrack*> tracks, bool wanted);
+  Progress(const TrackList& tracks, bool wanted);
   // Takes the bar away.
   ~Progress();
   Progress(const Progress&) = delete;
@@ -18,7 +16,7 @@ class Progress {
   void Draw();
 
  private:
-  const std::vector<PlayingTrack*> tracks_;
+  const TrackList& tracks_;
   const bool shown_;
   const Clock::time_point start_ = Clock::now();
 };

@@ -3,14 +3,17 @@
 #include <string>
 #include <vector>
 
-#include "tracks/TrackSetup.h"
+#include "command/Options.h"
+#include "playing/TrackList.h"
 
 namespace Moravel::Play {
 
 // The outcome of a playback, to be told when all its threads have ended.
 struct Outcome {
   std::vector<PlayingTrack*> tracks;
-  const std::vector<FailedTrack>& failed;
+  std::vector<FailedTrack> failed;
+  const WorkerStatistics& workers;
+  const Options& options;
   double seconds = 0;
   bool interrupted = false;
   int exitCode = 0;

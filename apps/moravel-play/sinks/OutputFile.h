@@ -1,9 +1,11 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 #include <filesystem>
 #include <span>
 #include <stdexcept>
+#include <string_view>
 
 namespace Moravel::Play {
 
@@ -20,7 +22,8 @@ class ClosedPipe : public std::runtime_error {
 };
 
 // A file being written from its beginning, or standard output ("-"). Used by one thread at a time.
-// Errors are OutputError and ClosedPipe.
+// Errors are OutputError and ClosedPipe. Waiting for the reader of a pipe ends soon after an
+// interrupt (command/Interrupt.h), with ClosedPipe.
 class OutputFile {
  public:
   // What is done with a file of that name: it gets other contents, or gives its name to a new file,
@@ -38,9 +41,14 @@ class OutputFile {
 
  private:
   [[noreturn]] void Fail() const;
+  void AwaitReader() const;
 
   const std::filesystem::path path_;
   int descriptor_;
+  size_t mostAtOnce_ = SIZE_MAX;  // what a write takes without waiting, once there is room
 };
+
+// All of it, at once. Nobody minds a reader that has gone.
+void WriteToStandardOutput(std::string_view text);
 
 }  // namespace Moravel::Play

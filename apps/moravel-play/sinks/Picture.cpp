@@ -14,6 +14,8 @@ const char* NameOf(PictureState state) {
       return "missing";
     case PictureState::Unreadable:
       return "unreadable";
+    case PictureState::Late:
+      return "late";
   }
   return "fine";
 }

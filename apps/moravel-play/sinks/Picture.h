@@ -15,6 +15,7 @@ enum class PictureState {
   Undecodable,  // was read, but no picture came of it
   Missing,      // the track holds nothing at that time
   Unreadable,   // the server did not give it
+  Late,         // its time had passed before it could be asked for
 };
 
 // "damaged" and so on, as reports say it.
@@ -31,7 +32,8 @@ struct Picture {
   qel::VideoSampleConstPtr image;  // shared, never changed; empty as the state says
 
   // Among all pictures of its track and size, from 0.
-  int64_t PlayIndex() const { return position * track.picturesPerSample + (bottom ? 1 : 0); }
+  int64_t PlayIndex() const { return position * track.picturesPerSample + IndexInSample(); }
+  int IndexInSample() const { return bottom == track.IsBottom(0) ? 0 : 1; }
 };
 
 // "", or which field it is.

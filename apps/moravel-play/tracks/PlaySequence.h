@@ -18,6 +18,7 @@ class PlaySequence {
   int64_t SampleAt(int64_t position) const;
   // Whether samples follow each other up or down.
   bool IsConsecutive() const { return order_ != Order::Random; }
+  bool IsReverse() const { return order_ == Order::Reverse; }
 
  private:
   uint64_t Shuffle(uint64_t position) const;

@@ -1,13 +1,16 @@
 #pragma once
 
+#include <chrono>
 #include <cstdint>
 #include <exception>
+#include <memory>
 #include <string>
 #include <vector>
 
 #include "Player/SampleRate.h"
 #include "Player/TrackId.h"
 #include "command/Options.h"
+#include "elements/storage/TrackIndex.h"
 #include "tracks/PlaySequence.h"
 
 namespace Moravel::Play {
@@ -20,8 +23,11 @@ struct Track {
 
   Size ownSize;  // of a frame, or of a field of interlaced material
   bool interlaced = false;
+  bool bottomFirst = false;  // the bottom field is the earlier one
   int64_t sampleCount = 0;
-  Player::SampleRate sampleRate;
+  Player::SampleRate sampleRate;  // nominal, where the rate varies
+  // Where its samples are and when they are shown; empty when nobody knows more than the above.
+  std::shared_ptr<const qel::TrackIndex> stored;
 
   PlaySequence sequence;
   int picturesPerSample = 1;  // 2 where both fields are shown
@@ -33,15 +39,27 @@ struct Track {
   Player::SampleRate PictureRate() const {
     return picturesPerSample == 2 ? FieldRate() : sampleRate;
   }
+  // The pictures of a sample in the order in which they are played: whether the bottom field is.
+  bool IsBottom(int picture) const {
+    return picturesPerSample == 2 && (picture == 1) != (bottomFirst != sequence.IsReverse());
+  }
   // The shape in which the pictures are meant to be seen, whatever their size: a field shows every
   // second row of the frame.
   Size DisplayShape() const { return {ownSize.width, ownSize.height * (interlaced ? 2 : 1)}; }
 
-  Time::TimePoint TimeOf(int64_t sampleNumber) const {
-    return Time::TimePoint().FromRatio(static_cast<uint64_t>(sampleNumber),
-                                       static_cast<uint64_t>(sampleRate.Denominator()),
-                                       static_cast<uint64_t>(sampleRate.Numerator()));
-  }
+  // Samples do not all last equally long.
+  bool IsVariableRate() const;
+  // The rate of an order for a sample: its times are whole numbers of periods of that rate.
+  Player::SampleRate OrderRate() const;
+  // When a sample begins. Behind the end, samples go on at the nominal rate.
+  Time::TimePoint TimeOf(int64_t sampleNumber) const;
+  // The sample that is shown at a time.
+  int64_t SampleAt(const Time::TimePoint& time) const;
+
+  // The bytes that a sample holds in memory, as far as it is known.
+  int64_t BytesOf(int64_t sampleNumber) const;
+  // When the sample of a position is to be shown, after the one at position 0.
+  std::chrono::nanoseconds PlayTime(int64_t position) const;
 };
 
 // "25 fps", "29.97 fps".

@@ -31,4 +31,17 @@ TrackDecoders::TrackDecoders(const qel::MediaSourcePtr& source, qel::FourCC form
   }
 }
 
+std::shared_ptr<DecodersOfWorkers> DecoderPool::For(const Track& track,
+                                                    const qel::MediaSourcePtr& source) {
+  const std::lock_guard<std::mutex> lock(decodersAccess_);
+  auto& decoders = decoders_[{track.ownSize.width, track.ownSize.height, track.interlaced}];
+  if (!decoders) {
+    auto made = std::make_shared<DecodersOfWorkers>();
+    for (int worker = 0; worker < workers_; ++worker)
+      made->emplace_back(source, format_, track.sizes);
+    decoders = made;
+  }
+  return decoders;
+}
+
 }  // namespace Moravel::Play

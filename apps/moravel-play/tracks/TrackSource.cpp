@@ -3,6 +3,7 @@
 #include <stdexcept>
 
 #include "Player/QELPreloader.h"
+#include "elements/storage/TrackInfo.h"
 #include "qel/WorkflowStepImplementation.h"
 
 namespace Moravel::Play {
@@ -39,6 +40,10 @@ Track DescribeTrack(const NamedTrack& named, const qel::InfoContainerConstPtr& o
   track.interlaced = infos.size() == 2;
   track.sampleCount = info.GetSampleCount();
   track.sampleRate = Player::SampleRate(rate._numerator, rate._denominator);
+  if (const auto stored = std::dynamic_pointer_cast<const qel::TrackInfo>(infos.front()))
+    track.stored = stored->Index();
+  track.bottomFirst =
+      track.stored && track.stored->Facts().fieldOrder == qel::FieldOrder::BottomFirst;
   return track;
 }
 
