@@ -414,7 +414,7 @@ TEST_F(Run, FinishesItsReportAtTheFirstInterrupt) {
   run.Signal(SIGINT);
   run.Read();
   EXPECT_EQ(run.Wait(), kInterrupted);
-  EXPECT_THAT(run.Errors(), HasSubstr("preloaded"));
+  EXPECT_THAT(run.Errors(), HasSubstr("interrupted after"));
 }
 
 TEST_F(Run, StopsAtOnceAtTheSecondInterrupt) {

@@ -36,7 +36,7 @@ bool OrderBook::Entry::IsSequence() const {
 }
 
 OrderBook::Entry& OrderBook::Enter(const Track& track, int64_t sample, int32_t priority) {
-  const Player::PreloadOrder order(track.TimeOf(sample), track.sampleRate, nullptr, track.id);
+  const Player::PreloadOrder order(track.TimeOf(sample), track.OrderRate(), nullptr, track.id);
   Entry& entry = entries_.try_emplace({track.index, sample}, order).first->second;
   entry.order.SetPriority(std::max(entry.order.Priority(), priority));
   return entry;

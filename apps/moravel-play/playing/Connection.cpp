@@ -7,6 +7,7 @@
 #include "Player/QELSample.h"
 #include "command/Problem.h"
 #include "elements/StopScope.h"
+#include "elements/storage/FileFault.h"
 #include "tracks/TrackSetup.h"
 
 namespace Moravel::Play {
@@ -50,6 +51,14 @@ std::string ReasonOfMissing(const Track& track, int64_t sample) {
   return "the track holds no picture there";
 }
 
+void TellProblems(const Track& track) {
+  std::string all;
+  for (const std::string& problem : track.problems)
+    all += (all.empty() ? "" : "; ") + problem;
+  if (!all.empty())
+    PrintProblem(track.name + ": " + all);
+}
+
 }  // namespace
 
 Connection::Connection(ConnectionPlan plan, const Playback& playback)
@@ -85,6 +94,7 @@ void Connection::Open(const NamedTrack& named) {
         ChooseSamples(DescribeTrack(named, source_.Media()->GetDefinedOutput("")),
                       playback_.options),
         plan_.statistics);
+    TellProblems(track->facts);
     track->decoders = playback_.decoders.For(track->facts, source_.Media());
     PlayingTrack& added = playback_.tracks.Add(std::move(track));
     ForEachSink(playback_.sinks, playback_.stopper,
@@ -156,6 +166,8 @@ Connection::Answer Connection::Order(PlayingTrack& track, int64_t position) {
       answer.failure = Failure::Lasting;
   } catch (const std::bad_alloc&) {
     throw;
+  } catch (const qel::FileFaultError& error) {
+    answer = {Failure::OfTheFile, ReasonOf(error, track.facts.id)};
   } catch (const std::exception& error) {
     answer = {Failure::Passing, ReasonOf(error, track.facts.id)};
   }

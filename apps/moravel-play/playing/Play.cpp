@@ -153,7 +153,8 @@ void RunThreads(std::vector<ConnectionPlan> plans, const Playback& playback) {
 bool LostPictures(const std::vector<PlayingTrack*>& tracks) {
   return std::any_of(tracks.begin(), tracks.end(), [](const PlayingTrack* track) {
     const TrackStatistics& statistics = track->statistics;
-    return statistics.missing != 0 || statistics.dropped != 0 || statistics.late != 0 ||
+    return !track->facts.problems.empty() || statistics.missing != 0 || statistics.dropped != 0 ||
+           statistics.late != 0 ||
            std::any_of(statistics.sizes.begin(), statistics.sizes.end(),
                        [](const SizeStatistics& size) { return size.damaged != 0; });
   });

@@ -1,5 +1,6 @@
 #include "report/Progress.h"
 
+#include <sys/ioctl.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -9,7 +10,13 @@ namespace Moravel::Play {
 
 namespace {
 
-constexpr int kBarWidth = 30;
+constexpr int kMostBarWidth = 30;
+constexpr int kLeastBarWidth = 5;
+
+int TerminalWidth() {
+  winsize size = {};
+  return ::ioctl(STDERR_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col != 0 ? size.ws_col : 80;
+}
 
 }  // namespace
 
@@ -21,7 +28,8 @@ Progress::~Progress() {
     std::fputs("\r\033[K", stderr);
 }
 
-// The cursor is left at the beginning of the line: other lines go over the bar.
+// The cursor is left at the beginning of the line: other lines go over the bar. The last column
+// stays empty, as a terminal may go to its next line after it.
 void Progress::Draw() {
   if (!shown_)
     return;
@@ -36,12 +44,20 @@ void Progress::Draw() {
   const double seconds =
       std::max(1e-3, std::chrono::duration<double>(Clock::now() - start_).count());
   const double share = static_cast<double>(done) / static_cast<double>(std::max<int64_t>(all, 1));
-  const auto filled = static_cast<int>(share * kBarWidth);
-  std::string bar(static_cast<size_t>(kBarWidth), '.');
-  std::fill_n(bar.begin(), filled, '#');
-  std::fprintf(stderr, "\033[K[%s] %3.0f %%  %lld of %lld samples  %.0f/s  %.1f MB/s\r",
-               bar.c_str(), share * 100, static_cast<long long>(done), static_cast<long long>(all),
-               static_cast<double>(done) / seconds, static_cast<double>(bytes) / 1e6 / seconds);
+  char numbers[128];
+  const int length = std::snprintf(
+      numbers, sizeof numbers, "%3.0f %%  %lld of %lld samples  %.0f/s  %.1f MB/s", share * 100,
+      static_cast<long long>(done), static_cast<long long>(all),
+      static_cast<double>(done) / seconds, static_cast<double>(bytes) / 1e6 / seconds);
+  const int room = TerminalWidth() - 1;
+  const int barWidth = std::min(kMostBarWidth, room - length - 3);
+  std::string bar;
+  if (barWidth >= kLeastBarWidth) {
+    bar = std::string(static_cast<size_t>(barWidth), '.');
+    std::fill_n(bar.begin(), static_cast<int>(share * barWidth), '#');
+    bar = "[" + bar + "] ";
+  }
+  std::fprintf(stderr, "\033[K%.*s\r", room, (bar + numbers).c_str());
 }
 
 }  // namespace Moravel::Play

@@ -4,36 +4,100 @@
 #include <cstdio>
 #include <nlohmann/json.hpp>
 
+#include "command/Printable.h"
+#include "report/DisplayText.h"
+#include "report/Verdict.h"
+#include "tracks/TrackTimes.h"
+
 namespace Moravel::Play {
 
 namespace {
 
+using Json = nlohmann::ordered_json;
+
+constexpr int kSchemaVersion = 2;  // of the JSON report; docs/report.md
 constexpr double kMedian = 0.5;
 constexpr double kTail = 0.99;
+constexpr int kNameWidth = 24;  // leaves a line within 80 columns
 
-double PerSecond(int64_t count, double seconds) {
-  return seconds > 0 ? static_cast<double>(count) / seconds : 0;
+double Ratio(double value, double by) {
+  return by > 0 ? value / by : 0;
 }
 
-double MegabytesPerSecond(const TrackStatistics& statistics) {
-  return PerSecond(statistics.bytes, statistics.PreloadSeconds()) / 1e6;
+double MegabytesPerSecond(const TrackStatistics& statistics, double seconds) {
+  return Ratio(static_cast<double>(statistics.bytes) / 1e6, seconds);
+}
+
+double LinkRate(const TrackStatistics& statistics) {
+  return MegabytesPerSecond(statistics, statistics.asking.Seconds());
+}
+
+Verdict Judge(const PlayingTrack& track, const Outcome& outcome) {
+  return Judge(track, outcome.workers, outcome.options.jobs, outcome.seconds,
+               outcome.options.realtime);
 }
 
 template <typename... Values>
 std::string Line(const char* format, Values... values) {
-  const int length = std::snprintf(nullptr, 0, format, values...);
-  std::string text(static_cast<size_t>(length) + 1, '\0');  // a name may be as long as a path
-  std::snprintf(text.data(), text.size(), format, values...);
-  text.back() = '\n';
-  return text;
+  char text[256];
+  std::snprintf(text, sizeof text, format, values...);
+  return std::string(text) + "\n";
 }
 
 long long Wide(int64_t value) {
   return value;
 }
 
-nlohmann::ordered_json SizesToJson(const PlayingTrack& track, double seconds) {
-  auto sizes = nlohmann::ordered_json::array();
+std::string Name(const PlayingTrack& track, int width) {
+  return FitToWidth(Printable(track.facts.name), width);
+}
+
+int NameWidth(const Outcome& outcome) {
+  int width = 5;
+  for (const PlayingTrack* track : outcome.tracks)
+    width = std::clamp(DisplayWidth(Printable(track->facts.name)), width, kNameWidth);
+  return width;
+}
+
+std::string FetchingTable(const Outcome& outcome, int nameWidth) {
+  std::string table =
+      FitToWidth("track", nameWidth) + Line(" %9s %7s %6s %8s %7s %8s", "preloaded", "missing",
+                                            "errors", "link MB/s", "p50 ms", "p99 ms");
+  for (const PlayingTrack* track : outcome.tracks) {
+    const TrackStatistics& statistics = track->statistics;
+    table += Name(*track, nameWidth) + Line(" %9lld %7lld %6lld %9.1f %7.1f %8.1f",
+                                            Wide(statistics.preloaded), Wide(statistics.missing),
+                                            Wide(statistics.errors), LinkRate(statistics),
+                                            statistics.latency.PercentileMilliseconds(kMedian),
+                                            statistics.latency.PercentileMilliseconds(kTail));
+  }
+  return table;
+}
+
+std::string PicturesTable(const Outcome& outcome, int nameWidth) {
+  const bool realtime = outcome.options.realtime;
+  std::string table =
+      FitToWidth("track", nameWidth) + Line(" %11s %9s %8s %11s%s", "size", "pictures", "damaged",
+                                            "pictures/s", realtime ? "   late  dropped" : "");
+  for (const PlayingTrack* track : outcome.tracks) {
+    const double seconds = Judge(*track, outcome).seconds;
+    const TrackStatistics& statistics = track->statistics;
+    for (size_t i = 0; i < track->facts.sizes.size(); ++i) {
+      const SizeStatistics& size = statistics.sizes[i];
+      const std::string late =
+          realtime ? Line(" %6lld %8lld", Wide(statistics.late), Wide(statistics.dropped)) : "\n";
+      std::string line = Line(" %11s %9lld %8lld %11.1f", track->facts.sizes[i].ToString().c_str(),
+                              Wide(size.pictures), Wide(size.damaged),
+                              Ratio(static_cast<double>(size.pictures), seconds));
+      line.pop_back();
+      table += Name(*track, nameWidth) + line + late;
+    }
+  }
+  return table;
+}
+
+Json SizesToJson(const PlayingTrack& track, double seconds) {
+  auto sizes = Json::array();
   for (size_t i = 0; i < track.facts.sizes.size(); ++i) {
     const SizeStatistics& statistics = track.statistics.sizes[i];
     const int64_t pictures = statistics.pictures;
@@ -41,86 +105,100 @@ nlohmann::ordered_json SizesToJson(const PlayingTrack& track, double seconds) {
                      {"height", track.facts.sizes[i].height},
                      {"pictures", pictures},
                      {"damaged", statistics.damaged.load()},
-                     {"pictures_per_second", PerSecond(pictures, seconds)}});
+                     {"pictures_per_second", Ratio(static_cast<double>(pictures), seconds)}});
   }
   return sizes;
 }
 
-nlohmann::ordered_json LossesToJson(const Losses& losses) {
-  auto list = nlohmann::ordered_json::array();
-  for (const auto& [state, ranges] : losses.Ranges()) {
-    for (const auto& [first, last] : ranges.List())
-      list.push_back({{"what", NameOf(state)}, {"first", first}, {"last", last}});
+Json LossesToJson(const PlayingTrack& track) {
+  auto list = Json::array();
+  for (const auto& [state, ranges] : track.statistics.losses.Ranges()) {
+    for (const auto& [first, last] : ranges.List()) {
+      list.push_back({{"what", NameOf(state)},
+                      {"first", first},
+                      {"last", last},
+                      {"first_time", ToTimeCode(track.facts, first)},
+                      {"last_time", ToTimeCode(track.facts, last)}});
+    }
     if (ranges.LeftOut() != 0)
       list.push_back({{"what", NameOf(state)}, {"unlisted", ranges.LeftOut()}});
   }
   return list;
 }
 
-nlohmann::ordered_json TrackToJson(const PlayingTrack& track, double seconds) {
+Json VerdictToJson(const Verdict& verdict) {
+  return {{"plays", verdict.plays},
+          {"speed", verdict.speed},
+          {"limit", NameOf(verdict.limit)},
+          {"limit_share", verdict.limitShare},
+          {"text", verdict.text}};
+}
+
+Json TrackToJson(const PlayingTrack& track, const Outcome& outcome) {
   const Track& facts = track.facts;
   const TrackStatistics& statistics = track.statistics;
+  const Verdict verdict = Judge(track, outcome);
   return {{"track", facts.name},
           {"width", facts.ownSize.width},
           {"height", facts.ownSize.height},
           {"interlaced", facts.interlaced},
           {"rate", {facts.sampleRate.Numerator(), facts.sampleRate.Denominator()}},
+          {"variable_rate", facts.IsVariableRate()},
           {"samples", facts.sampleCount},
+          {"problems", facts.problems},
+          {"seconds", verdict.seconds},
           {"preloaded", statistics.preloaded.load()},
           {"missing", statistics.missing.load()},
           {"errors", statistics.errors.load()},
+          {"late", statistics.late.load()},
+          {"dropped", statistics.dropped.load()},
           {"bytes", statistics.bytes.load()},
-          {"megabytes_per_second", MegabytesPerSecond(statistics)},
+          {"megabytes_per_second", MegabytesPerSecond(statistics, verdict.seconds)},
+          {"asking_seconds", statistics.asking.Seconds()},
+          {"link_megabytes_per_second", LinkRate(statistics)},
+          {"decoding_seconds", statistics.decoding.Seconds()},
           {"latency_ms",
            {{"p50", statistics.latency.PercentileMilliseconds(kMedian)},
             {"p99", statistics.latency.PercentileMilliseconds(kTail)}}},
-          {"sizes", SizesToJson(track, seconds)},
-          {"losses", LossesToJson(statistics.losses)}};
+          {"sizes", SizesToJson(track, verdict.seconds)},
+          {"losses", LossesToJson(track)},
+          {"verdict", VerdictToJson(verdict)}};
 }
 
 }  // namespace
 
 std::string ToTable(const Outcome& outcome) {
+  const int nameWidth = NameWidth(outcome);
   std::string table;
-  int nameWidth = 5;
-  for (const PlayingTrack* track : outcome.tracks)
-    nameWidth = std::clamp(static_cast<int>(track->facts.name.size()), nameWidth, 60);
-
-  table += Line("%-*s %10s %9s %8s %9s %9s %9s", nameWidth, "track", "preloaded", "missing",
-                "errors", "MB/s", "p50 ms", "p99 ms");
+  if (outcome.interrupted)
+    table += Line("interrupted after %.1f seconds\n", outcome.seconds);
+  table += FetchingTable(outcome, nameWidth) + "\n" + PicturesTable(outcome, nameWidth) + "\n";
   for (const PlayingTrack* track : outcome.tracks) {
-    const TrackStatistics& statistics = track->statistics;
-    table +=
-        Line("%-*s %10lld %9lld %8lld %9.1f %9.3f %9.3f", nameWidth, track->facts.name.c_str(),
-             Wide(statistics.preloaded), Wide(statistics.missing), Wide(statistics.errors),
-             MegabytesPerSecond(statistics), statistics.latency.PercentileMilliseconds(kMedian),
-             statistics.latency.PercentileMilliseconds(kTail));
-  }
-  table += Line("\n%-*s %12s %9s %9s %12s", nameWidth, "track", "size", "pictures", "damaged",
-                "pictures/s");
-  for (const PlayingTrack* track : outcome.tracks) {
-    for (size_t i = 0; i < track->facts.sizes.size(); ++i) {
-      const SizeStatistics& statistics = track->statistics.sizes[i];
-      table += Line("%-*s %12s %9lld %9lld %12.1f", nameWidth, track->facts.name.c_str(),
-                    track->facts.sizes[i].ToString().c_str(), Wide(statistics.pictures),
-                    Wide(statistics.damaged), PerSecond(statistics.pictures, outcome.seconds));
-    }
+    const std::string name = Printable(track->facts.name);
+    const std::string text = Judge(*track, outcome).text;
+    const bool fits = DisplayWidth(name) + 2 + DisplayWidth(text) <= 80;
+    table += name + (fits ? ": " : ":\n  ") + text + "\n";
   }
   return table;
 }
 
 std::string ToJson(const Outcome& outcome) {
-  nlohmann::ordered_json json = {{"exit_code", outcome.exitCode},
-                                 {"interrupted", outcome.interrupted},
-                                 {"seconds", outcome.seconds}};
-  json["tracks"] = nlohmann::ordered_json::array();
+  Json json = {{"schema", kSchemaVersion},
+               {"exit_code", outcome.exitCode},
+               {"interrupted", outcome.interrupted},
+               {"seconds", outcome.seconds},
+               {"workers",
+                {{"count", outcome.options.jobs},
+                 {"decoding_seconds", outcome.workers.decoding.Seconds()},
+                 {"writing_seconds", outcome.workers.writing.Seconds()}}}};
+  json["tracks"] = Json::array();
   for (const PlayingTrack* track : outcome.tracks)
-    json["tracks"].push_back(TrackToJson(*track, outcome.seconds));
-  json["failed_tracks"] = nlohmann::ordered_json::array();
+    json["tracks"].push_back(TrackToJson(*track, outcome));
+  json["failed_tracks"] = Json::array();
   for (const FailedTrack& track : outcome.failed)
     json["failed_tracks"].push_back({{"track", track.name}, {"reason", track.reason}});
   // Names may hold any bytes.
-  return json.dump(2, ' ', false, nlohmann::ordered_json::error_handler_t::replace) + "\n";
+  return json.dump(2, ' ', false, Json::error_handler_t::replace) + "\n";
 }
 
 }  // namespace Moravel::Play

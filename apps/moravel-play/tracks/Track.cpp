@@ -53,9 +53,9 @@ int64_t Track::BytesOf(int64_t sampleNumber) const {
   return stored && sampleNumber < stored->Count() ? stored->At(sampleNumber).size : 0;
 }
 
-std::chrono::nanoseconds Track::PlayTime(int64_t position) const {
+std::chrono::microseconds Track::PlayTime(int64_t position) const {
   const auto seconds = [](const Time::TimePoint& from, const Time::TimePoint& to) {
-    return std::chrono::nanoseconds((to - from).SampleNumber({1'000'000'000, 1}));
+    return std::chrono::microseconds((to - from).SampleNumber({1'000'000, 1}));
   };
   const int64_t first = sequence.SampleAt(0);
   if (position < 0 || !sequence.IsConsecutive()) {

@@ -28,6 +28,7 @@ struct Track {
   Player::SampleRate sampleRate;  // nominal, where the rate varies
   // Where its samples are and when they are shown; empty when nobody knows more than the above.
   std::shared_ptr<const qel::TrackIndex> stored;
+  std::vector<std::string> problems;  // what the file lacks or holds wrong, a line each
 
   PlaySequence sequence;
   int picturesPerSample = 1;  // 2 where both fields are shown
@@ -59,7 +60,7 @@ struct Track {
   // The bytes that a sample holds in memory, as far as it is known.
   int64_t BytesOf(int64_t sampleNumber) const;
   // When the sample of a position is to be shown, after the one at position 0.
-  std::chrono::nanoseconds PlayTime(int64_t position) const;
+  std::chrono::microseconds PlayTime(int64_t position) const;
 };
 
 // "25 fps", "29.97 fps".

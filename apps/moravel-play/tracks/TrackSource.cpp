@@ -42,6 +42,8 @@ Track DescribeTrack(const NamedTrack& named, const qel::InfoContainerConstPtr& o
   track.sampleRate = Player::SampleRate(rate._numerator, rate._denominator);
   if (const auto stored = std::dynamic_pointer_cast<const qel::TrackInfo>(infos.front()))
     track.stored = stored->Index();
+  if (track.stored)
+    track.problems = track.stored->Facts().problems;
   track.bottomFirst =
       track.stored && track.stored->Facts().fieldOrder == qel::FieldOrder::BottomFirst;
   return track;

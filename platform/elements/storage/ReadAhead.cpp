@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <utility>
 
+#include "elements/storage/FileFault.h"
 #include "qel/WorkflowStepImplementation.h"
 
 namespace qel {
@@ -54,15 +55,15 @@ SampleBytes ReadAhead::ReadStored(int64_t number, const ReadAheadShare& share) {
 void ReadAhead::CheckPlace(int64_t number) const {
   const TrackIndex::Sample sample = index_.At(number);
   if (sample.size > MaxSampleBytes(index_)) {
-    throw QELRuntimeError(QEL_TEXT("sample " << number << " of " << sample.size
-                                             << " bytes is larger than the "
-                                             << MaxSampleBytes(index_) << " that are read"));
+    throw FileFaultError(QEL_TEXT("sample " << number << " of " << sample.size
+                                            << " bytes is larger than the "
+                                            << MaxSampleBytes(index_) << " that are read"));
   }
   const int64_t header = index_.ChunkHeaderBytes();
   if (sample.offset < header || sample.offset > file_.Size() - sample.size) {
-    throw QELRuntimeError(QEL_TEXT("the file is truncated: sample " << number << " ends at byte "
-                                                                    << sample.offset + sample.size
-                                                                    << " of " << file_.Size()));
+    throw FileFaultError(QEL_TEXT("the file is truncated: sample " << number << " ends at byte "
+                                                                   << sample.offset + sample.size
+                                                                   << " of " << file_.Size()));
   }
 }
 

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstring>
 
+#include "elements/storage/FileFault.h"
 #include "qel/WorkflowStepImplementation.h"
 
 namespace qel {
@@ -126,8 +127,8 @@ void SampleBlock::CheckChunkHeader(const uint8_t* header, int64_t size) const {
                           uint32_t{header[6]} << 16 | uint32_t{header[7]} << 24;
   if (isStream && length == size)
     return;
-  throw QELRuntimeError(QEL_TEXT("the index does not match the file: no video chunk of "
-                                 << size << " bytes at byte " << Place(index_, Next()).offset));
+  throw FileFaultError(QEL_TEXT("the index does not match the file: no video chunk of "
+                                << size << " bytes at byte " << Place(index_, Next()).offset));
 }
 
 SampleBytes SampleBlock::TakeSample() {

@@ -2,6 +2,7 @@
 
 #include <utility>
 
+#include "elements/storage/FileFault.h"
 #include "elements/storage/Printable.h"
 #include "qel/WorkflowStepImplementation.h"
 
@@ -22,6 +23,8 @@ auto StorageTrack::Named(Function function) {
     return function();
   } catch (const FileChangedError& error) {
     throw FileChangedError(name_ + ": " + Printable(error.what()));
+  } catch (const FileFaultError& error) {
+    throw FileFaultError(name_ + ": " + Printable(error.what()));
   } catch (const QELRuntimeError& error) {
     throw QELRuntimeError(name_ + ": " + Printable(error.what()));
   }

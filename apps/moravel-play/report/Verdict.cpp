@@ -1,0 +1,120 @@
+#include "report/Verdict.h"
+
+#include <algorithm>
+#include <cstdio>
+
+namespace Moravel::Play {
+
+namespace {
+
+std::string Rounded(double value, int digits) {
+  char text[32];
+  std::snprintf(text, sizeof text, "%.*f", digits, value);
+  return text;
+}
+
+std::string Share(double share) {
+  return Rounded(100 * std::clamp(share, 0.0, 1.0), 0) + " %";
+}
+
+double OwnSeconds(const TrackStatistics& statistics) {
+  if (!statistics.firstOrder)
+    return 0;
+  const Clock::time_point end = std::max(statistics.lastAnswer, statistics.lastPicture.load());
+  return std::chrono::duration<double>(end - *statistics.firstOrder).count();
+}
+
+void FindLimit(const PlayingTrack& track, const WorkerStatistics& workers, int jobs, double seconds,
+               Verdict& verdict) {
+  const ServerStatistics& server = *track.server;
+  const double asking = server.asking.Seconds() + server.pausing.Seconds();
+  const double connected = std::max(1e-9, asking + server.waiting.Seconds());
+  const double ofWorkers = std::max(1e-9, seconds * jobs);
+  const double decoding = workers.decoding.Seconds() / ofWorkers;
+  const double writing = workers.writing.Seconds() / ofWorkers;
+  if (asking / connected >= std::max(decoding, writing)) {
+    verdict.limit = Verdict::Limit::Server;
+    verdict.limitShare = asking / connected;
+  } else {
+    verdict.limit = decoding >= writing ? Verdict::Limit::Decoding : Verdict::Limit::Writing;
+    verdict.limitShare = std::max(decoding, writing);
+  }
+}
+
+std::string LimitText(const Verdict& verdict, int jobs) {
+  const std::string share = Share(verdict.limitShare);
+  const std::string workers = jobs == 1 ? "one worker" : std::to_string(jobs) + " workers";
+  switch (verdict.limit) {
+    case Verdict::Limit::Server:
+      return "the server is the limit (" + share + " of the time waiting for it)";
+    case Verdict::Limit::Decoding:
+      return "decoding is the limit (" + share + " of the time of " + workers + ")";
+    case Verdict::Limit::Writing:
+      return "writing is the limit (" + share + " of the time of " + workers + ")";
+    case Verdict::Limit::None:
+      break;
+  }
+  return "";
+}
+
+std::string RealtimeText(const TrackStatistics& statistics) {
+  const int64_t lost = statistics.late + statistics.dropped;
+  if (lost == 0)
+    return "all pictures on time";
+  return std::to_string(lost) + " pictures late, " + std::to_string(statistics.dropped) +
+         " of them dropped";
+}
+
+}  // namespace
+
+Verdict Judge(const PlayingTrack& track, const WorkerStatistics& workers, int jobs, double seconds,
+              bool realtime) {
+  const TrackStatistics& statistics = track.statistics;
+  const auto& rate = track.facts.sampleRate;
+  const double needed =
+      static_cast<double>(rate.Numerator()) / static_cast<double>(rate.Denominator());
+  const std::string rateText = ToRateText(rate);
+
+  Verdict verdict;
+  verdict.seconds = OwnSeconds(statistics);
+  const int64_t done = statistics.samplesDone - statistics.dropped;
+  if (verdict.seconds > 0)
+    verdict.samplesPerSecond = static_cast<double>(done) / verdict.seconds;
+  const bool isPaced = realtime && statistics.late + statistics.dropped == 0;
+  if (done < 2 || verdict.seconds <= 0) {
+    verdict.text = "too little was played to tell how fast";
+    return verdict;
+  }
+  verdict.speed = verdict.samplesPerSecond / needed;
+  verdict.plays = isPaced || (!realtime && verdict.speed >= 1);
+  if (!verdict.plays)
+    FindLimit(track, workers, jobs, seconds, verdict);
+  if (realtime) {
+    verdict.text = (verdict.plays ? "plays at " : "does not play at ") + rateText + ": " +
+                   RealtimeText(statistics);
+  } else if (verdict.plays) {
+    verdict.text =
+        "plays at " + rateText + " with " + Rounded(verdict.speed, 1) + " times the speed needed";
+  } else {
+    verdict.text = "too slow: " + Rounded(verdict.samplesPerSecond, 1) + " of " + rateText;
+  }
+  if (!verdict.plays)
+    verdict.text += "; " + LimitText(verdict, jobs);
+  return verdict;
+}
+
+const char* NameOf(Verdict::Limit limit) {
+  switch (limit) {
+    case Verdict::Limit::Server:
+      return "server";
+    case Verdict::Limit::Decoding:
+      return "decoding";
+    case Verdict::Limit::Writing:
+      return "writing";
+    case Verdict::Limit::None:
+      break;
+  }
+  return "none";
+}
+
+}  // namespace Moravel::Play

@@ -1,0 +1,28 @@
+#pragma once
+
+#include <string>
+
+#include "playing/PlayingTrack.h"
+
+namespace Moravel::Play {
+
+// Whether a track can be played in the time that its pictures last, beside all that played with it.
+struct Verdict {
+  enum class Limit { None, Server, Decoding, Writing };
+
+  double seconds = 0;           // of the track alone: from its first order to its last picture
+  double samplesPerSecond = 0;  // in that time
+  double speed = 0;             // as a multiple of the track's rate; 0: too little to tell
+  bool plays = false;
+  Limit limit = Limit::None;  // of those that do not play
+  double limitShare = 0;      // of the time, 0 to 1
+  std::string text;           // one line
+};
+
+Verdict Judge(const PlayingTrack& track, const WorkerStatistics& workers, int jobs, double seconds,
+              bool realtime);
+
+// "server" and so on.
+const char* NameOf(Verdict::Limit limit);
+
+}  // namespace Moravel::Play
