@@ -185,7 +185,7 @@ void WriteReport(const Options& options, const Outcome& outcome) {
   const bool nothingPlayed =
       std::all_of(outcome.tracks.begin(), outcome.tracks.end(),
                   [](const PlayingTrack* track) { return track->statistics.samplesDone == 0; });
-  if (options.quiet || nothingPlayed)
+  if (options.quiet || (nothingPlayed && !outcome.interrupted))
     return;
   const bool standardOutputIsTaken = options.json || options.WritesPicturesToStandardOutput();
   if (standardOutputIsTaken)

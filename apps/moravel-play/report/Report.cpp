@@ -171,7 +171,9 @@ std::string ToTable(const Outcome& outcome) {
   const int nameWidth = NameWidth(outcome);
   std::string table;
   if (outcome.interrupted)
-    table += Line("interrupted after %.1f seconds\n", outcome.seconds);
+    table += Line("interrupted after %.1f seconds", outcome.seconds);
+  if (outcome.tracks.empty())
+    return table;
   table += FetchingTable(outcome, nameWidth) + "\n" + PicturesTable(outcome, nameWidth) + "\n";
   for (const PlayingTrack* track : outcome.tracks) {
     const std::string name = Printable(track->facts.name);
