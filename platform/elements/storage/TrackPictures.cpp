@@ -133,8 +133,8 @@ class PictureLooks {
   }
 
   void TakeFields(const Look& look, bool isHalf) {
-    if (TakeTwoFields(look))
-      return;
+    if (TakeTwoFields(look) || (!isHalf && !IsMarked(look.picture)))
+      return;  // or a whole frame, whatever the header says
     const bool isEven = look.number % 2 == 0;
     const int64_t other = look.number + (isEven ? 1 : -1);
     const auto next = other < track_.places.Count() ? ReadHead(other) : std::nullopt;
