@@ -301,6 +301,10 @@ TEST_F(Run, CountsWhatIsMissingAndDamaged) {
   EXPECT_THAT(errors_, AllOf(HasSubstr("sample 3 (00:00:00:03) undecodable"),
                              HasSubstr("sample 6 (00:00:00:06) damaged")));
 
+  // Preloaded, missing, errors; pictures, damaged.
+  EXPECT_THAT(Play({file, "--count", "14"}, 1),
+              AllOf(ContainsRegex(" 10 +4 +0 "), ContainsRegex(" 64x48 +9 +2 ")));
+
   // All are listed, and no more than some told.
   json = PlayJson({file, "--count", "70"}, 1);
   std::string losses;
