@@ -4,6 +4,7 @@
 
 #include "command/Options.h"
 #include "command/Printable.h"
+#include "host/LiveQueues.h"
 #include "playing/Losses.h"
 #include "playing/Statistics.h"
 #include "tracks/PlaySequence.h"
@@ -66,6 +67,20 @@ TEST(SampleRanges, JoinWhatTouches) {
   EXPECT_EQ(ranges.List(), (std::vector<SampleRanges::Range>{{1, 1}, {3, 3}, {5, 20}}));
   ranges.Add(0, 30);
   EXPECT_EQ(ranges.List(), (std::vector<SampleRanges::Range>{{0, 30}}));
+}
+
+TEST(LiveQueues, PushToTheLivingAlone) {
+  struct Queue : Player::CacheUpdateQueue {
+    void Push(const Player::Output&) override { ++pushes; }
+    int pushes = 0;
+  } queue;
+  Player::LiveQueues queues;
+  for (const bool lives : {false, true, false}) {
+    lives ? queues.Add(&queue) : queues.Remove(&queue);
+    EXPECT_EQ(queues.Exists(&queue), lives);
+    EXPECT_EQ(queues.PushIfExists(&queue, {}), lives);
+  }
+  EXPECT_EQ(queue.pushes, 1);
 }
 
 TEST(LatencyHistogram, KeepsPercentilesWithinAFewPercent) {

@@ -175,15 +175,20 @@ TEST_F(StorageServerTest, AnswersOnLoopbackToNamesOfTheMachineAlone) {
 
 TEST_F(StorageServerTest, TellsThatDescriptorsAreUsedUp) {
   const Descriptor socket = ConnectClient(server_->Port());
+  std::string answer, error;
   {
-    const DescriptorLimit limit(0);
-    EXPECT_THAT(Ask(socket, Get()), HasSubstr("HTTP/1.1 503"));
+    const DescriptorLimit limit(0);  // the sanitizer's checks of matchers need some as well
+    answer = Ask(socket, Get());
   }
+  EXPECT_THAT(answer, HasSubstr("HTTP/1.1 503"));
   EXPECT_THAT(Ask(server_->Port(), Get()), StartsWith("HTTP/1.1 200"));
-  const DescriptorLimit limit(64);
-  EXPECT_THAT([this] { server_->AddTrack(file_); },
-              testing::ThrowsMessage<std::runtime_error>(
-                  AllOf(HasSubstr(file_.string()), HasSubstr("may have 64 descriptors"))));
+  try {
+    const DescriptorLimit limit(64);
+    server_->AddTrack(file_);
+  } catch (const std::runtime_error& refused) {
+    error = refused.what();
+  }
+  EXPECT_THAT(error, AllOf(HasSubstr(file_.string()), HasSubstr("may have 64 descriptors")));
 }
 
 // With the first answer to a track, a connection is one of a client, which is not cut for others.
