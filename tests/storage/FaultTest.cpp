@@ -121,8 +121,8 @@ INSTANTIATE_TEST_SUITE_P(
     All, Faults,
     ::testing::Values(
         FaultCase{"Refused", {}, "connect", true},
-        FaultCase{"StallsBeforeTheHeader", {.stall = {{Part::Header, 0}}}, "nothing for 150 ms"},
-        FaultCase{"StallsInTheBody", {.stall = {{Part::Body, 100}}}, "nothing for 150 ms"},
+        FaultCase{"StallsBeforeTheHeader", {.stall = {{Part::Header, 0}}}, "nothing for 400 ms"},
+        FaultCase{"StallsInTheBody", {.stall = {{Part::Body, 100}}}, "nothing for 400 ms"},
         FaultCase{"CutsBeforeTheHeader", {.cut = {{Part::Header, 0}}}, ""},
         FaultCase{"CutsTheHeader", {.cut = {{Part::Header, 20}}}, ""},
         FaultCase{"CutsTheBody", {.cut = {{Part::Body, 100}}}, "after 100 of"},
@@ -155,7 +155,7 @@ INSTANTIATE_TEST_SUITE_P(
 TEST_P(Faults, AreAnsweredInTimeAndTheNextOrderIsServed) {
   const FaultCase& fault = GetParam();
   const auto isTheError = AllOf(HasSubstr("track 127.0.0.1:"), HasSubstr(fault.error));
-  Host host(server.Port(), fault.fault.stall ? 150 : 5000);
+  Host host(server.Port(), fault.fault.stall ? 400 : 5000);
   const auto expectException = [&](const Answer& answer) {
     EXPECT_EQ(answer.result, std::nullopt);
     EXPECT_THAT(answer.error, isTheError);
