@@ -32,8 +32,9 @@ class Ratio {
 //
 // For every rate u/d that is accepted and every n whose time is in range,
 // FromRatio(n, d, u).SampleNumber({u, d}) is n. Refused with qel::QELRuntimeError are a rate or a
-// unit with a part that is zero or negative, or whose period is shorter than a tick, and a result
-// out of range: times reach 414 years to either side of zero.
+// unit with a part that is zero or negative, a rate of more samples a second than there are ticks
+// (two of them had one time), and a result out of range: times reach 414 years to either side of
+// zero.
 class QEL_API TimePoint {
  public:
   static constexpr int64_t kTicksPerSecond = 705'600'000;
@@ -41,8 +42,8 @@ class QEL_API TimePoint {
   TimePoint() = default;
 
   // Sets the time to `count` units of a/b seconds each, rounded up to a tick (so that it lies
-  // within the period of its own sample), and returns *this. A count of 2^63 and above stands for
-  // the negative number of the same bits.
+  // within the period of its own sample), and returns *this. A unit may be shorter than a tick. A
+  // count of 2^63 and above stands for the negative number of the same bits.
   TimePoint& FromRatio(uint64_t count, uint64_t a, uint64_t b);
 
   // The number of the sample of `rate` in whose period the time lies (the first sample is 0).

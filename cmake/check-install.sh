@@ -15,8 +15,9 @@ trap '[[ -z $server ]] || kill "$server"; rm -rf "$work"' EXIT
 
 fail() { echo "check-install.sh: $*" >&2; exit 1; }
 
-# The README's code block of a language.
-readme_block() { awk -v open="^\`\`\`$1\$" '/^```$/ {on = 0} on; $0 ~ open {on = 1}' "$root/README.md"; }
+# block FILE LANGUAGE: the code blocks of that language.
+block() { awk -v open="^\`\`\`$2\$" '/^```$/ {on = 0} on; $0 ~ open {on = 1}' "$root/$1"; }
+readme_block() { block README.md "$1"; }
 
 # install_packages FOLDER NAME...: what the packages put on a machine.
 install_packages() {
@@ -106,6 +107,27 @@ with_pkg_config() {
   try_examples "$folder"
 }
 
+# The code blocks of the documents: README's lines for CMake, and embedding.md's for a picture's size.
+try_documents() {
+  mkdir "$work/documents"
+  {
+    echo 'cmake_minimum_required(VERSION 3.25)
+project(Documents LANGUAGES CXX)
+add_executable(host host.cpp)'
+    readme_block cmake
+  } >"$work/documents/CMakeLists.txt"
+  {
+    echo '#include "Player/QELSample.h"
+using namespace Moravel;
+void Show(const Player::ISample* picture, uint64_t& size) {'
+    block docs/embedding.md cpp
+    echo '}
+int main() {}'
+  } >"$work/documents/host.cpp"
+  cmake -S "$work/documents" -B "$work/documents/build" -G Ninja -DCMAKE_PREFIX_PATH="$1" >/dev/null
+  ninja --quiet -C "$work/documents/build" || fail "the documents' code does not compile"
+}
+
 # A host with elements of its own needs the library's and the platform's packages only.
 try_library_alone() {
   mkdir "$work/alone"
@@ -149,6 +171,7 @@ install_packages "$work/all" "$platform" libmoravelplatform-dev "$so" libmoravel
 "$work/all/usr/bin/moravel-play" --version
 start_nginx
 with_cmake cmake "$work/all/usr"
+try_documents "$work/all/usr"
 with_pkg_config pkg-config "$work/all/usr"
 said=$("$work/cmake/host" 127.0.0.1 "$port" 8 2>&1) || fail "host: $said"
 [[ $(grep -c "top field 640x180, .* 172800 bytes" <<<"$said") == 8 &&

@@ -24,13 +24,9 @@ int64_t Narrow(Wide value, const char* what) {
   return static_cast<int64_t>(value);
 }
 
-// A period of a/b seconds: whole parts, and not shorter than a tick, or two numbers had one time.
-void CheckPeriod(const char* what, int64_t a, int64_t b) {
+void CheckParts(const char* what, int64_t a, int64_t b) {
   if (a <= 0 || b <= 0)
-    QEL_RAISE(what << a << "/" << b << " s: both parts must be positive");
-  if (Wide(a) * TimePoint::kTicksPerSecond < b)
-    QEL_RAISE(what << a << "/" << b << " s is shorter than a tick of 1/"
-                   << TimePoint::kTicksPerSecond << " s");
+    QEL_RAISE(what << a << "/" << b << ": both parts must be positive");
 }
 
 // What is printed of a time: its sign, whole seconds and microseconds, all in whole numbers.
@@ -54,7 +50,7 @@ TimePoint& TimePoint::FromRatio(uint64_t count, uint64_t a, uint64_t b) {
   const auto units = static_cast<int64_t>(count);
   const auto numerator = static_cast<int64_t>(a);
   const auto denominator = static_cast<int64_t>(b);
-  CheckPeriod("time unit ", numerator, denominator);
+  CheckParts("time unit ", numerator, denominator);
   Wide product = 0;
   if (__builtin_mul_overflow(Wide(units) * numerator, Wide(kTicksPerSecond), &product))
     QEL_RAISE("time is out of range");
@@ -63,7 +59,11 @@ TimePoint& TimePoint::FromRatio(uint64_t count, uint64_t a, uint64_t b) {
 }
 
 int64_t TimePoint::SampleNumber(const Ratio& rate) const {
-  CheckPeriod("sample period ", rate.Denominator(), rate.Numerator());
+  CheckParts("sample rate ", rate.Numerator(), rate.Denominator());
+  if (rate.Numerator() > Wide(rate.Denominator()) * kTicksPerSecond) {
+    QEL_RAISE("sample rate " << rate.Numerator() << "/" << rate.Denominator() << ": more than "
+                             << kTicksPerSecond << " a second");
+  }
   return Narrow(
       FloorDivide(Wide(ticks_) * rate.Numerator(), Wide(rate.Denominator()) * kTicksPerSecond),
       "sample number");
