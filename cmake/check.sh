@@ -41,9 +41,10 @@ test_player_as_ordinary_user() {
   return "$status"
 }
 
-# Unity files hold eight sources each, so that headers are read once for all of them.
+# The library and the platform's core and host, which all else is built on. Unity files hold eight
+# sources each, so that headers are read once for all of them.
 tidy() {
-  grep -o '"file": "[^"]*/\(Player\|platform\|apps\)/[^"]*"' build/dev/compile_commands.json |
+  grep -o '"file": "[^"]*/\(Player\|platform\)/CMakeFiles/[^"]*"' build/dev/compile_commands.json |
     cut -d'"' -f4 | xargs -P "$jobs" -n 1 clang-tidy-14 --quiet -p build/dev 2>build/tidy.log ||
     { cat build/tidy.log >&2; return 1; }
 }
