@@ -86,7 +86,7 @@ void QELSampleDecoder::InitJPEGDecoder(qel::MediaSourcePtr sourceElement, QELDec
   const qel::VideoInfoList videoInfoList = demuxerDefinedOutput->GetVideoInfoList();
   if (videoInfoList.empty())
     throw std::runtime_error("VideoInfoList is empty, cannot InitJPEGDecoder");
-  const qel::VideoInfoConstPtr videoInfo = videoInfoList.front();
+  const qel::VideoInfoConstPtr& videoInfo = videoInfoList.front();
   qel::CheckPointer(videoInfo, "videoInfo");
 
   const auto [decoderElement, decoderControl, asynchronousControl] =
