@@ -406,9 +406,11 @@ def scrubbing(programs, source, clips, rounds):
     def median(name):
         return statistics.median(run[name] for run in runs)
     one = "round trip, transfer, decode"
-    note = f"{median('one_ms'):.0f} ms, {median('stale'):.0f} stale of {median('shown') + median('stale'):.0f}"
+    orders = median("shown") + median("stale")
+    note = f"{median('one_ms'):.0f} ms; {median('stale'):.0f} of {orders:.0f} orders became stale"
     return [Row("scrub over an hour, 40 ms, p50", one, median("p50"), "<=", 1.3, note=note),
-            Row("scrub over an hour, 40 ms, p99", one, median("p99"), "<=", 2.5, note=note),
+            Row("scrub over an hour, 40 ms, p99", one, median("p99"), "<=", 2.5,
+                limit=median("bare_p99"), note=note),
             Row("scrub back over what was seen", "decode alone", median("back"), "<=", 1.2,
                 note=f"{median('decode_ms'):.1f} ms")]
 

@@ -64,9 +64,8 @@ void OrderBook::AddAhead(const LiveOrder& order, const Track& track, int64_t sam
 }
 
 void OrderBook::AddNearby(const Track& track, int64_t sample) {
-  const bool isKnown = entries_.contains({track.index, sample});
-  Entry& entry = Enter(track, sample, kNearbyPriority);
-  entry.isNearby = !isKnown;
+  if (!Holds({track.index, sample}))
+    Enter(track, sample, kNearbyPriority).isNearby = true;
 }
 
 bool OrderBook::IsStale(const LiveOrder& order) const {
