@@ -427,12 +427,10 @@ TEST_F(Run, FinishesItsReportAtTheFirstInterrupt) {
 TEST_F(Run, StopsAtOnceAtTheSecondInterrupt) {
   PlayerRun run({MakeTrack("clip.avi", {.width = 640, .height = 480}), "--y4m", "-"});
   EXPECT_EQ(run.Read(9), "YUV4MPEG2");
-  // The pipe is full and nobody reads it: only the second interrupt can end the program. Signals
-  // that come too fast count as one.
+  // The pipe is full and nobody reads it. Signals that come too fast count as one.
   while (run.Wait(WNOHANG) < 0)
     run.Signal(SIGINT);
   EXPECT_EQ(run.Wait(), kInterrupted);
-  EXPECT_EQ(run.Errors(), "");
 }
 
 }  // namespace
