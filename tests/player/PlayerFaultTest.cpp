@@ -1,0 +1,128 @@
+#include <gmock/gmock.h>
+
+#include <filesystem>
+#include <nlohmann/json.hpp>
+
+#include "PlayerRun.h"
+#include "elements/BuiltinElements.h"
+#include "playing/OrderSchedule.h"
+#include "support/ClipMaker.h"
+#include "support/FaultyServer.h"
+#include "tracks/TrackSource.h"
+
+// What surrounds the player fails: its servers, its readers, its resources.
+namespace Moravel::Test {
+namespace {
+
+using ::testing::AllOf;
+using ::testing::HasSubstr;
+using ::testing::StartsWith;
+
+class PlayerFaults : public ::testing::Test {
+ protected:
+  std::string MakeTrack(const std::string& name, ClipSpec spec = {}) {
+    spec.file = folder_ / name;
+    MakeClip(spec);
+    return spec.file.string();
+  }
+
+  // The program under a shell that prepares what it runs in.
+  static std::string UnderShell(const std::string& prepare, const std::string& arguments,
+                                int exitCode) {
+    const std::string program =
+        std::filesystem::read_symlink("/proc/self/exe").parent_path() / MORAVEL_PLAY_PROGRAM;
+    const std::string command = "exec 2>&1; " + prepare + " " + program + arguments;
+    FILE* const shell = ::popen(("bash -c '" + command + "'").c_str(), "r");
+    std::string output;
+    char part[4096];
+    while (const size_t length = std::fread(part, 1, sizeof part, shell))
+      output.append(part, length);
+    EXPECT_EQ(WEXITSTATUS(::pclose(shell)), exitCode) << command << "\n" << output;
+    return output;
+  }
+
+  TempFolder folder_;
+};
+
+TEST_F(PlayerFaults, ASlowServerHoldsUpNobodyAndAnInterruptEndsIt) {
+  FaultyServer slow;
+  slow.SetTrack(1, MakeTrack("clip.avi"));
+  slow.SetFaults([](uint64_t) { return Fault{.stall = Fault::Point{Fault::Part::Header, 0}}; });
+  const std::string track = "127.0.0.1:" + std::to_string(slow.Port()) + ":T1";
+  PlayerRun run({track, folder_ / "clip.avi", "--png", folder_ / "png", "--quiet"});
+  while (!std::filesystem::exists(folder_ / "png/track2-64x48-000009.png") && run.Wait(WNOHANG) < 0)
+    ::usleep(10'000);
+  EXPECT_EQ(run.Wait(WNOHANG), -1);  // the slow one is still being opened
+  run.Signal(SIGINT);
+  EXPECT_EQ(run.Wait(), 130);
+}
+
+TEST_F(PlayerFaults, AnInterruptEndsTheWaitForAReader) {
+  const std::string clip = MakeTrack("clip.avi", {.width = 640, .height = 480});
+  PlayerRun run({clip, "--y4m", "-", "--quiet"});
+  EXPECT_EQ(run.Read(9), "YUV4MPEG2");  // more than a pipe holds is still to come
+  run.Signal(SIGTERM);
+  EXPECT_EQ(run.Wait(), 130);
+}
+
+TEST_F(PlayerFaults, AReportThatCannotBeWrittenIsAnError) {
+  const std::string clip = " " + MakeTrack("clip.avi");
+  for (const char* output :
+       {" > /dev/full", " --json > /dev/full", " >&-", " --json --quiet >&-"}) {
+    EXPECT_THAT(UnderShell("", clip + output, 4),
+                AllOf(StartsWith("moravel-play: standard output: "), HasSubstr("written")));
+  }
+}
+
+TEST_F(PlayerFaults, WantOfThreadsIsOneLine) {
+  const std::string clip = " " + MakeTrack("clip.avi") + " --quiet";
+  // Stacks of a quarter of the memory that there is: some threads can be made, not all.
+  EXPECT_THAT(UnderShell("ulimit -v 2000000 -s 400000;", clip + " --jobs 8", 3),
+              HasSubstr("thread"));
+}
+
+// Neither does it say anything of the server, which would be given up after ten failures in a row.
+TEST_F(PlayerFaults, AFaultOfTheFileIsNotWaitedFor) {
+  const std::string file = MakeTrack(
+      "clip.mov",
+      {.container = Container::Mov, .pictures = 40, .padding = 1000, .headerFirst = true});
+  std::filesystem::resize_file(file, std::filesystem::file_size(file) / 2);
+  PlayerRun run({file, "--json", "--quiet"});
+  const auto track = nlohmann::json::parse(run.Read())["tracks"][0];
+  EXPECT_EQ(run.Wait(), 3);
+  EXPECT_GT(track["errors"], 12);
+  EXPECT_EQ(track["missing"], 0);
+  EXPECT_EQ(track["preloaded"].get<int>() + track["errors"].get<int>(), 40);
+  EXPECT_THAT(run.Errors(), HasSubstr("unreadable: the file is truncated"));
+}
+
+TEST_F(PlayerFaults, OrdersAreHeldBackByWindowAndMemory) {
+  qel::RegisterBuiltinElements();
+  Player::StorageServer server{Player::StorageServer::Options()};
+  server.AddTrack(1, MakeTrack("clip.avi"));
+  const Play::NamedTrack named = {1, "clip", {{"127.0.0.1", server.Port()}, 1}};
+  Play::TrackSource source;
+  source.Select(named.id);
+  Play::Track facts = Play::DescribeTrack(named, source.Media()->GetDefinedOutput(""));
+  facts.sequence = Play::PlaySequence(0, 10, Play::Order::Forward);
+  const int64_t three = facts.BytesOf(0) + facts.BytesOf(1) + facts.BytesOf(2);
+  const std::pair<int64_t, size_t> cases[] = {{1, 1}, {three, 3}, {three - 1, 2}, {1 << 30, 4}};
+  for (const auto& [bytes, orders] : cases) {
+    Play::PlayingTrack track(facts, nullptr);
+    Play::OrderSchedule schedule({.waitingBytes = bytes}, 1);
+    schedule.Add(0, std::nullopt, 4, track);
+    const auto next = [&] {
+      return schedule.Next(0, 0, Play::OrderSchedule::Patience::DoNotWait, {});
+    };
+    std::vector<Play::Job> jobs;
+    while (const auto job = next())
+      jobs.push_back(*job);
+    ASSERT_EQ(jobs.size(), orders) << bytes;
+    for (const Play::Job& job : jobs)
+      schedule.Release(job);
+    EXPECT_TRUE(next());
+  }
+}
+
+}  // namespace
+}  // namespace Moravel::Test
