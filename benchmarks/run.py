@@ -437,6 +437,19 @@ def table(rows):
     return "\n".join(lines)
 
 
+def writing(player, programs, clip, rounds, seconds):
+    """What a contact sheet adds to playing, and what a PNG file costs beside libpng alone."""
+    with tempfile.TemporaryDirectory() as folder:
+        play = [str(player), "--quiet", "--log-level", "none", str(clip)]
+        times = race({"without": play, "sheet": play + ["--contact-sheet", f"{folder}/sheet.png"]},
+                     rounds)
+    png = Suite(programs / "png-bench", [clip], rounds, seconds)
+    return [Row(f"contact sheet, {clip.stem}", "playing without", ratio(times, "sheet", "without"),
+                "<=", 1.1),
+            Row(f"PNG file, CPU, {clip.stem}", "libpng at the same level",
+                png.ratio("png/moravel", "png/libpng", "cpu_time"), "<=", 1.1)]
+
+
 def main():
     parser = argparse.ArgumentParser(description=__doc__)
     parser.add_argument("build", type=Path, help="folder of the optimised build")
@@ -468,6 +481,7 @@ def main():
     rows += opening(programs, clips[0], arguments.clips)
     rows += scrubbing(programs, clips[0], arguments.clips, 1 if smoke else 5)
     rows += end_to_end(player, programs / "bare-player", played, play_rounds)
+    rows += writing(player, programs, played[0], play_rounds, decode_seconds)
     rows += memory(player, clips[0], arguments.clips, 300 if smoke else 20_000)
     print(table(rows))
     if arguments.json:

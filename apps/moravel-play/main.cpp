@@ -24,6 +24,7 @@ struct Command {
 
   // Asks the command for a part of a page instead of running it.
   void Print(const char* option) const {
+    std::fflush(stdout);  // commands may write past it
     const char* const arguments[] = {text.name, option};
     run(2, arguments);
   }

@@ -4,6 +4,7 @@
 #include <spdlog/spdlog.h>
 
 #include <atomic>
+#include <cstdlib>
 #include <map>
 #include <mutex>
 #include <string>
@@ -37,11 +38,18 @@ spdlog::level::level_enum ToSpdlog(ILogger::Level level) {
   return spdlog::level::off;
 }
 
+// Users who want none say so to all programs in this way (no-color.org).
+spdlog::color_mode Colours() {
+  const char* const noColour = std::getenv("NO_COLOR");
+  const bool isWanted = noColour == nullptr || *noColour == '\0';
+  return isWanted ? spdlog::color_mode::automatic : spdlog::color_mode::never;
+}
+
 // Lines go to standard error: standard output is for pictures.
 class Logger : public ILogger {
  public:
   explicit Logger(const std::string& name)
-      : logger_(name, std::make_shared<spdlog::sinks::stderr_color_sink_mt>()) {
+      : logger_(name, std::make_shared<spdlog::sinks::stderr_color_sink_mt>(Colours())) {
     logger_.set_level(spdlog::level::trace);
     logger_.set_pattern("%Y-%m-%d %H:%M:%S.%e %^%l%$ [%n] %v (%g:%#)");
   }

@@ -255,7 +255,57 @@ TEST_F(Run, ShowsTheFieldsOfInterlacedTracks) {
     Play({clip, "--fields", "--png", folder_ / "png"});
     EXPECT_EQ(Png(folder_ / "png/track1-64x24-000003-top.png").Number(), 6);
     EXPECT_EQ(Png(folder_ / "png/track1-64x24-000003-bottom.png").Number(), 7);
+    Play({clip, "--frames", "--count", "4", "--png", folder_ / "png"});
+    const Png frame(folder_ / "png/track1-64x48-000003.png");
+    EXPECT_EQ(frame.height, 48);
+    EXPECT_EQ(ReadPictureNumber(frame.luma.data(), 128, 64, 24), 6);
+    EXPECT_EQ(ReadPictureNumber(frame.luma.data() + 64, 128, 64, 24), 7);
+    const std::string video = Play({clip, "--frames", "--count", "2", "--y4m", "-", "--quiet"});
+    EXPECT_THAT(video, StartsWith("YUV4MPEG2 W64 H48 F25:1 Ip A1:1 "));
+    EXPECT_EQ(video.size(), video.find('\n') + 1 + 2 * (6 + 64 * 48 * 3 / 2));
   }
+}
+
+TEST_F(Run, TellsOfItselfInOneOrderForAllReaders) {
+  EXPECT_THAT(Play({"--help"}),
+              AllOf(StartsWith("Usage: moravel-play [COMMAND]"), HasSubstr("\nExit codes:\n")));
+  EXPECT_THAT(Play({"--man-page"}), AllOf(StartsWith(".TH MORAVEL"), HasSubstr("\\-\\-jpeg")));
+  const std::string script = folder_ / "completion";
+  WriteFile(script, Play({"--bash-completion"}));
+  EXPECT_EQ(std::system(("bash -n " + script).c_str()), 0);
+}
+
+TEST_F(Run, WritesSamplesAsTheyAreStored) {
+  const std::string clip = MakeTrack("clip.avi"), folder = folder_ / "jpeg";
+  const auto text = [](const std::vector<uint8_t>& bytes) {
+    return std::string(bytes.begin(), bytes.end());
+  };
+  const auto json = PlayJson({clip, "--jpeg", folder}, 0);
+  EXPECT_EQ(json["tracks"][0]["sizes"].size(), 0u);
+  EXPECT_EQ(ReadFile<std::string>(folder + "/track1-000004.jpg"), text(clip_.samples[4]));
+
+  // Without its Huffman tables, which it gets back.
+  std::string bytes = ReadFile<std::string>(clip);
+  const std::string sample = text(clip_.samples[4]);
+  std::string tables, bare = sample;
+  for (size_t at; (at = bare.find("\xff\xc4")) != std::string::npos;) {
+    const size_t length = 2 + size_t(uint8_t(bare[at + 2])) * 256 + uint8_t(bare[at + 3]);
+    tables += bare.substr(at, length);
+    bare.erase(at, length);
+  }
+  bare.append(sample.size() - bare.size(), '\0');
+  bytes.replace(bytes.find(sample), sample.size(), bare);
+  std::ofstream(clip, std::ios::binary) << bytes;
+  Play({clip, "--jpeg", folder, "--start=#4", "--count", "1"});
+  const size_t scan = bare.find("\xff\xda");
+  EXPECT_EQ(ReadFile<std::string>(folder + "/track1-000004.jpg"),
+            bare.substr(0, scan) + tables + bare.substr(scan));
+
+  const std::string fields = MakeTrack("fields.avi", {.interlaced = true, .bottomFirst = true});
+  Play({fields, "--jpeg", folder});
+  EXPECT_EQ(ReadFile<std::string>(folder + "/track1-000002-bottom.jpg") +
+                ReadFile<std::string>(folder + "/track1-000002-top.jpg"),
+            text(clip_.samples[2]));
 }
 
 TEST_F(Run, ShowsTheSamePictureInEveryFormat) {

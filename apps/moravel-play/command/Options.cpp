@@ -68,8 +68,11 @@ void DeclareWhat(CommandLine& line, Options& options, RawOptions& raw) {
       ->type_name("TIME");
   line.AddChoice("--order", options.order, kOrders, "ORDER",
                  "forward, reverse or random (forward)");
-  app.add_flag("--fields", options.fields,
-               "Both fields of interlaced material (default: the top field)");
+  auto* const fields =
+      app.add_flag("--fields", options.fields,
+                   "Both fields of interlaced material, each a picture (default: the top field)");
+  app.add_flag("--frames", options.frames, "Both fields, woven into frames of the full height")
+      ->excludes(fields);
 }
 
 void DeclarePictures(CommandLine& line, Options& options, RawOptions& raw) {
@@ -84,6 +87,9 @@ void DeclarePictures(CommandLine& line, Options& options, RawOptions& raw) {
       "Pixel format: I420, YV12, I422, YV16, YUYV, YVYU, UYVY, Y800, BGR3, RGB3, BGRA or "
       "RGBA (I420; BGRA for --png, which keeps all colour)");
   line.AddPath("--png", options.pngFolder, "DIR", "Write each picture into this folder");
+  line.AddPath("--jpeg", options.jpegFolder, "DIR",
+               "Write each sample into this folder as it is stored, fields one by one; nothing is "
+               "decoded unless other options ask for it");
   line.AddPath("--contact-sheet", options.contactSheet, "FILE", "Write an overview as a PNG file");
   line.AddPath("--y4m", options.y4mFile, "FILE",
                "Write raw video, - for standard output (one track, one size, I420)");
@@ -123,6 +129,11 @@ qel::FourCC ChooseFormat(const RawOptions& raw, const Options& options) {
 }
 
 void CheckTogether(const Options& options) {
+  for (const Size& size : options.sizes) {
+    if (options.frames && size.height % 2 != 0)
+      throw UsageError("--frames weaves two fields: --size " + size.ToString() +
+                       " needs an even height");
+  }
   if (options.y4mFile.empty())
     return;
   if (options.format != qel::FourCC_I420)
@@ -154,6 +165,8 @@ void CheckFiles(const Options& options) {
     files.push_back(output.second);
   if (!options.pngFolder.empty())
     CheckOutputFolder("--png", options.pngFolder, ".png", files);
+  if (!options.jpegFolder.empty())
+    CheckOutputFolder("--jpeg", options.jpegFolder, ".jpg", files);
 }
 
 }  // namespace
@@ -180,6 +193,8 @@ const CommandText kPlayText = {
       "shows pictures of two files, shrunk, on one sheet"},
      {"moravel-play --start 1:00 --duration 10 --order random 10.0.0.5:8080:T7",
       "plays ten seconds of a server's track 7 in random order"},
+     {"moravel-play --start -2s --jpeg pictures clip.mov",
+      "writes the pictures of the last two seconds as they are stored"},
      {"moravel-play --size 960x540 --y4m - clip.avi | ffplay -", "shows it on a screen"}},
     {{0, "all pictures are there"},
      {1, "some pictures are missing or damaged"},

@@ -30,6 +30,7 @@ struct Options {
   std::optional<TimeArgument> duration;
   Order order = Order::Forward;
   bool fields = false;  // both fields of interlaced material, else the top field only
+  bool frames = false;  // or both, as one frame
 
   int jobs = 1;
   int window = 16;
@@ -38,12 +39,17 @@ struct Options {
   bool realtime = false;
 
   std::filesystem::path pngFolder;  // empty: none, like those below
+  std::filesystem::path jpegFolder;
   std::filesystem::path contactSheet;
   std::filesystem::path y4mFile;  // "-": standard output
   bool json = false;
   bool quiet = false;
   orl::mv::logging::ILogger::Level logLevel = orl::mv::logging::ILogger::Level_Warning;
 
+  // Samples may be wanted as they are stored, and nothing else.
+  bool DecodesPictures() const {
+    return jpegFolder.empty() || !(pngFolder.empty() && contactSheet.empty() && y4mFile.empty());
+  }
   bool WritesPicturesToStandardOutput() const { return y4mFile == "-"; }
   bool ReportsToStandardOutput() const {
     return json || (!quiet && !WritesPicturesToStandardOutput());

@@ -5,6 +5,7 @@
 #include "Player/DecodeOrder.h"
 #include "Player/QELSample.h"
 #include "playing/FrameworkLines.h"
+#include "sinks/WovenFrame.h"
 
 namespace Moravel::Play {
 
@@ -17,6 +18,7 @@ class Worker {
   void Run() {
     while (const std::optional<Task> task = playback_.queue.Pop(playback_.stopper.Token())) {
       PlayingTrack& track = *task->job.track;
+      WriteStored(*task);
       for (int i = 0; i < track.facts.picturesPerSample; ++i)
         DecodeField(*task, track.facts.IsBottom(i));
       track.cache.Release(track.facts.TimeOf(NumberOf(*task)));
@@ -45,11 +47,11 @@ class Worker {
       Picture picture = {track,      track.sizes[i], task.job.position, NumberOf(task), bottom,
                          task.state, nullptr};
       if (task.sample != nullptr) {
-        Decoded decoded = Decode(task, picture);
+        Decoded decoded = track.weaves ? DecodeFrame(task, picture) : Decode(task, picture);
         picture.image = std::move(decoded.image);
         if (!picture.image)
           picture.state = PictureState::Undecodable;
-        else if (!warnings.First().empty())
+        else if (!warnings.First().empty() || !decoded.failure.empty())
           picture.state = PictureState::Damaged;
         if (failure.empty())
           failure = decoded.failure;
@@ -76,9 +78,10 @@ class Worker {
       return;
     const Track& track = task.job.track->facts;
     const auto state = failure.empty() ? PictureState::Damaged : PictureState::Undecodable;
-    task.job.track->statistics.losses.Tell(track, state, NumberOf(task),
-                                           track.interlaced ? bottom ? "bottom" : "top" : "",
-                                           failure.empty() ? ReasonOfDamage(warning) : failure);
+    task.job.track->statistics.losses.Tell(
+        track, state, NumberOf(task),
+        track.interlaced && !track.weaves ? bottom ? "bottom" : "top" : "",
+        failure.empty() ? ReasonOfDamage(warning) : failure);
   }
 
   // The element names a stream, which is the same for all pictures of a track.
@@ -86,6 +89,16 @@ class Worker {
     constexpr std::string_view kDamaged = "is damaged: ";
     const size_t at = warning.find(kDamaged);
     return at == std::string::npos ? warning : warning.substr(at + kDamaged.size());
+  }
+
+  // Of a field that fails, the other one's rows stand in; that is a damaged frame.
+  Decoded DecodeFrame(const Task& task, Picture picture) {
+    picture.bottom = false;
+    const Decoded top = Decode(task, picture);
+    picture.bottom = true;
+    const Decoded bottom = Decode(task, picture);
+    return {WeaveFields(top.image, bottom.image),
+            top.failure.empty() ? bottom.failure : top.failure};
   }
 
   Decoded Decode(const Task& task, const Picture& picture) {
@@ -96,8 +109,9 @@ class Worker {
     order.decodeTopField_ = !picture.bottom;
     order.isInterlace_ = picture.track.interlaced;
     order.fieldSampleRate_ = picture.track.FieldRate();
-    order.width_ = picture.size.width;
-    order.height_ = picture.size.height;
+    const Size size = picture.track.DecodedSize(picture.size);
+    order.width_ = size.width;
+    order.height_ = size.height;
     const Timed timed(playback_.workers.decoding, &task.job.track->statistics.decoding);
     try {
       Player::ISampleDecoder& decoder = (*task.job.track->decoders)[number_].Dispatcher();
@@ -113,6 +127,16 @@ class Worker {
   static qel::VideoSampleConstPtr TakeImage(const Player::ISample* decoded) {
     const auto* const sample = dynamic_cast<const Player::QELSample*>(decoded);
     return sample == nullptr ? nullptr : sample->GetContainer()->GetVideoSampleList({}, {}).front();
+  }
+
+  void WriteStored(const Task& task) {
+    const auto* const sample = dynamic_cast<const Player::QELSample*>(task.sample);
+    if (sample == nullptr)
+      return;
+    const Timed timed(playback_.workers.writing);
+    const StoredSample stored = {task.job.track->facts, NumberOf(task), sample->GetContainer()};
+    ForEachSink(playback_.sinks, playback_.stopper,
+                [&](IPictureSink& sink) { sink.WriteStored(stored); });
   }
 
   void Write(const Picture& picture) {

@@ -17,6 +17,7 @@
 #include "report/Progress.h"
 #include "report/Report.h"
 #include "sinks/ContactSheet.h"
+#include "sinks/JpegSink.h"
 #include "sinks/PngSink.h"
 #include "sinks/Y4mSink.h"
 
@@ -31,6 +32,8 @@ PictureSinks MakeSinks(const Options& options) {
   PictureSinks sinks;
   if (!options.pngFolder.empty())
     sinks.push_back(std::make_unique<PngSink>(options.pngFolder));
+  if (!options.jpegFolder.empty())
+    sinks.push_back(std::make_unique<JpegSink>(options.jpegFolder));
   if (!options.contactSheet.empty()) {
     const size_t sections = options.tracks.size() * std::max<size_t>(1, options.sizes.size());
     sinks.push_back(std::make_unique<ContactSheet>(options.contactSheet, sections));

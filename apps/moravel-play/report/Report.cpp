@@ -174,7 +174,9 @@ std::string ToTable(const Outcome& outcome) {
     table += Line("interrupted after %.1f seconds", outcome.seconds);
   if (outcome.tracks.empty())
     return table;
-  table += FetchingTable(outcome, nameWidth) + "\n" + PicturesTable(outcome, nameWidth) + "\n";
+  table += FetchingTable(outcome, nameWidth) + "\n";
+  if (outcome.options.DecodesPictures())
+    table += PicturesTable(outcome, nameWidth) + "\n";
   for (const PlayingTrack* track : outcome.tracks) {
     const std::string name = Printable(track->facts.name);
     const std::string text = Judge(*track, outcome).text;

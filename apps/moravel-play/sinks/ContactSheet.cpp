@@ -21,8 +21,9 @@ constexpr int kMaxThumbnailHeight = 640;
 
 const char* const kDot = "  \u00b7  ";
 
-Size ThumbnailSize(const Size& shape) {
-  const int64_t height = int64_t(kThumbnailWidth) * shape.height / shape.width;
+Size ThumbnailSize(const Track& track) {
+  const auto [shapeWidth, shapeHeight] = track.DisplayShape();
+  const int64_t height = kThumbnailWidth * shapeHeight / shapeWidth;
   return {kThumbnailWidth, static_cast<int>(std::clamp<int64_t>(height, 1, kMaxThumbnailHeight))};
 }
 
@@ -91,7 +92,7 @@ void ContactSheet::AddSection(const Track& track, Size size) {
   const int samples = static_cast<int>(
       std::min<int64_t>(CellsOfSection() / track.picturesPerSample, track.sequence.Count()));
   const int cells = samples * track.picturesPerSample;
-  const Size thumbnail = ThumbnailSize(track.DisplayShape());
+  const Size thumbnail = ThumbnailSize(track);
   if (height_ + SheetSectionHeight(thumbnail, cells) > kMaxSheetHeight) {
     ++sectionsLeftOut_;
     return;

@@ -36,22 +36,30 @@ struct Picture {
   int IndexInSample() const { return bottom == track.IsBottom(0) ? 0 : 1; }
 };
 
-// "", or which field it is.
+// "" of a frame, or which field it is.
 inline const char* FieldName(const Picture& picture) {
-  if (!picture.track.interlaced)
+  if (!picture.track.interlaced || picture.track.weaves)
     return "";
   return picture.bottom ? "bottom" : "top";
 }
 
+// One sample of the playback as it came from its server: compressed.
+struct StoredSample {
+  const Track& track;
+  int64_t sampleNumber;  // in the track
+  qel::SampleContainerConstPtr container;
+};
+
 // Writes pictures somewhere. Each track begins once, before its first picture and maybe while
 // others play; tracks outlive the sink. Write may be called from several threads at once, with
-// pictures in almost any order; Finish once, after the last of them. What cannot be written is an
-// OutputError, or ClosedPipe.
+// pictures in almost any order; Finish once, after the last of them. WriteStored comes before the
+// pictures of the sample. What cannot be written is an OutputError, or ClosedPipe.
 class IPictureSink {
  public:
   virtual ~IPictureSink() = default;
 
   virtual void Begin(const Track& track) = 0;
+  virtual void WriteStored(const StoredSample&) {}
   virtual void Write(const Picture& picture) = 0;
   virtual void Finish() = 0;
 };

@@ -1,12 +1,9 @@
 #include "sinks/PngSink.h"
 
-#include <unistd.h>
-
-#include <cstdio>
 #include <memory>
-#include <system_error>
 
 #include "sinks/OutputFile.h"
+#include "sinks/OutputFolder.h"
 #include "sinks/PixelConversion.h"
 #include "sinks/PngFile.h"
 #include "sinks/TrackLabel.h"
@@ -18,22 +15,15 @@ namespace {
 constexpr int kBgrxBytes = 4;
 
 std::string FileName(const Picture& picture) {
-  char number[32];
-  std::snprintf(number, sizeof number, "%06lld", static_cast<long long>(picture.sampleNumber));
   const std::string field = FieldName(picture);
-  return FileLabel(picture.track) + "-" + picture.size.ToString() + "-" + number +
-         (field.empty() ? "" : "-" + field) + ".png";
+  return FileLabel(picture.track) + "-" + picture.size.ToString() + "-" +
+         SixDigits(picture.sampleNumber) + (field.empty() ? "" : "-" + field) + ".png";
 }
 
 }  // namespace
 
 PngSink::PngSink(const std::filesystem::path& folder) : folder_(folder) {
-  std::error_code error;
-  std::filesystem::create_directories(folder_, error);
-  if (!error && ::access(folder_.c_str(), W_OK | X_OK) != 0)
-    error = std::error_code(errno, std::generic_category());
-  if (error)
-    throw OutputError(folder_.string() + ": is no folder to write to: " + error.message());
+  MakeOutputFolder(folder_);
 }
 
 void PngSink::Write(const Picture& picture) {

@@ -24,11 +24,11 @@ std::string ReducedRatio(int64_t a, int64_t b) {
 // Each field is a picture of its own here: the stream itself is progressive ("Ip").
 std::string Header(const Track& track) {
   const Size size = track.sizes.front();
-  const Size shape = track.DisplayShape();
+  const auto [shapeWidth, shapeHeight] = track.DisplayShape();
   const Player::SampleRate rate = track.PictureRate();
   return "YUV4MPEG2 W" + std::to_string(size.width) + " H" + std::to_string(size.height) + " F" +
          ReducedRatio(rate.Numerator(), rate.Denominator()) + " Ip A" +
-         ReducedRatio(int64_t(shape.width) * size.height, int64_t(shape.height) * size.width) +
+         ReducedRatio(shapeWidth * size.height, shapeHeight * size.width) +
          " C420jpeg XCOLORRANGE=FULL\n";
 }
 
@@ -43,6 +43,10 @@ std::vector<uint8_t> GreyPicture(Size size) {
 void Y4mSink::Begin(const Track& track) {
   file_.emplace(path_);
   size_ = track.sizes.front();
+  if (track.IsVariableRate()) {
+    PrintProblem(track.name + ": the pictures last unequally long; --y4m shows all for the mean, " +
+                 ToRateText(track.PictureRate()));
+  }
   file_->Write(Bytes(Header(track)));
 }
 

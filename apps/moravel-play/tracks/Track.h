@@ -5,6 +5,7 @@
 #include <exception>
 #include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "Player/SampleRate.h"
@@ -32,7 +33,19 @@ struct Track {
 
   PlaySequence sequence;
   int picturesPerSample = 1;  // 2 where both fields are shown
-  std::vector<Size> sizes;    // largest first
+  bool weaves = false;        // the fields of a sample make one picture
+  std::vector<Size> sizes;    // of the pictures, largest first; none: nothing is decoded
+
+  // Of what is decoded for a picture: of one field, where two are woven.
+  Size DecodedSize(const Size& size) const {
+    return {size.width, weaves ? size.height / 2 : size.height};
+  }
+  std::vector<Size> DecodedSizes() const {
+    std::vector<Size> decoded;
+    for (const Size& size : sizes)
+      decoded.push_back(DecodedSize(size));
+    return decoded;
+  }
 
   Player::SampleRate FieldRate() const {
     return {sampleRate.Numerator() * 2, sampleRate.Denominator()};
@@ -44,9 +57,15 @@ struct Track {
   bool IsBottom(int picture) const {
     return picturesPerSample == 2 && (picture == 1) != (bottomFirst != sequence.IsReverse());
   }
-  // The shape in which the pictures are meant to be seen, whatever their size: a field shows every
-  // second row of the frame.
-  Size DisplayShape() const { return {ownSize.width, ownSize.height * (interlaced ? 2 : 1)}; }
+  // A field shows every second row of the frame.
+  Size FrameSize() const { return {ownSize.width, ownSize.height * (interlaced ? 2 : 1)}; }
+  // The shape in which the pictures are meant to be seen, whatever their size, as width to height:
+  // pixels need not be squares.
+  std::pair<int64_t, int64_t> DisplayShape() const {
+    const int64_t aspectWidth = stored ? stored->Facts().pixelAspectWidth : 1;
+    const int64_t aspectHeight = stored ? stored->Facts().pixelAspectHeight : 1;
+    return {FrameSize().width * aspectWidth, FrameSize().height * aspectHeight};
+  }
 
   // Samples do not all last equally long.
   bool IsVariableRate() const;

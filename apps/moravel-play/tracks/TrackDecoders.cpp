@@ -38,7 +38,7 @@ std::shared_ptr<DecodersOfWorkers> DecoderPool::For(const Track& track,
   if (!decoders) {
     auto made = std::make_shared<DecodersOfWorkers>();
     for (int worker = 0; worker < workers_; ++worker)
-      made->emplace_back(source, format_, track.sizes);
+      made->emplace_back(source, format_, track.DecodedSizes());
     decoders = made;
   }
   return decoders;

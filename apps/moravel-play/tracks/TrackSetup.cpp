@@ -7,6 +7,14 @@ namespace Moravel::Play {
 
 namespace {
 
+std::vector<Size> ChooseSizes(const Options& options, const Track& track) {
+  if (!options.DecodesPictures())
+    return {};
+  if (!options.sizes.empty())
+    return options.sizes;
+  return {track.weaves ? track.FrameSize() : track.ownSize};
+}
+
 // From the first sample that is asked for to the end, where neither count nor duration is given.
 int64_t CountSamples(const Options& options, const Track& track, int64_t first) {
   if (options.count)
@@ -24,7 +32,8 @@ int64_t CountSamples(const Options& options, const Track& track, int64_t first) 
 
 Track ChooseSamples(Track track, const Options& options) {
   track.picturesPerSample = track.interlaced && options.fields ? 2 : 1;
-  track.sizes = options.sizes.empty() ? std::vector<Size>{track.ownSize} : options.sizes;
+  track.weaves = track.interlaced && options.frames;
+  track.sizes = ChooseSizes(options, track);
   const int64_t first = SampleOf(options.start, track);
   track.sequence = PlaySequence(first, CountSamples(options, track, first), options.order);
   track.TimeOf(first + track.sequence.Count());  // refuses times that nobody can count

@@ -61,7 +61,7 @@ HttpAnswer ToAnswer(const json& value) {
 }
 
 json ToJson(const Track& track, const LiveEngine::Marks& marks) {
-  const Size shape = track.DisplayShape();
+  const Size shape = track.FrameSize();
   return {{"number", track.index},
           {"name", track.name},
           {"width", shape.width},

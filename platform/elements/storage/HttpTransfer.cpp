@@ -6,6 +6,7 @@
 #include <new>
 #include <stop_token>
 #include <string>
+#include <system_error>
 #include <utility>
 
 #include "elements/StopScope.h"
@@ -32,14 +33,17 @@ int Status(const CurlEasy& easy) {
   return static_cast<int>(status);
 }
 
+// Empty when it has none.
+std::string Part(CURLU* url, CURLUPart part) {
+  char* text = nullptr;
+  curl_url_get(url, part, &text, CURLU_DEFAULT_PORT);
+  const std::unique_ptr<char, decltype(&curl_free)> owner(text, &curl_free);
+  return text == nullptr ? "" : text;
+}
+
 bool HaveSame(CURLUPart part, CURLU* a, CURLU* b) {
-  const auto get = [part](CURLU* url) {
-    char* text = nullptr;
-    curl_url_get(url, part, &text, CURLU_DEFAULT_PORT);
-    return std::unique_ptr<char, decltype(&curl_free)>(text, &curl_free);
-  };
-  const auto ofA = get(a), ofB = get(b);
-  return ofA && ofB && ::strcasecmp(ofA.get(), ofB.get()) == 0;
+  const std::string ofA = Part(a, part), ofB = Part(b, part);
+  return !ofA.empty() && ::strcasecmp(ofA.c_str(), ofB.c_str()) == 0;
 }
 
 }  // namespace
@@ -55,6 +59,7 @@ HttpTransfer::HttpTransfer(HttpClient& client, CURLU* url, const ByteRange& rang
   SetOption(easy_, CURLOPT_CURLU, url_);
   SetOption(easy_, CURLOPT_RANGE, range_.Text().c_str());
   SetOption(easy_, CURLOPT_ERRORBUFFER, curlError_);
+  SetOption(easy_, CURLOPT_USERAGENT, "moravel/" MORAVEL_VERSION);
   SetOption(easy_, CURLOPT_HEADERFUNCTION, &HttpTransfer::OnHeader);
   SetOption(easy_, CURLOPT_HEADERDATA, this);
   SetOption(easy_, CURLOPT_WRITEFUNCTION, &HttpTransfer::OnBody);
@@ -153,12 +158,26 @@ void HttpTransfer::CheckRate(Duration now) {
   windowStartReceived_ = received_;
 }
 
-void HttpTransfer::CheckComplete() const {
-  if (result_ != CURLE_OK) {
-    throw QELRuntimeError(
-        QEL_TEXT((curlError_[0] == '\0' ? curl_easy_strerror(result_) : curlError_)
-                 << " (after " << received_ << " of the " << range_.size << " bytes asked for)"));
+// What kept the library from an answer, in words that say what to look at.
+std::string HttpTransfer::FailureText() const {
+  long error = 0;
+  curl_easy_getinfo(easy_.get(), CURLINFO_OS_ERRNO, &error);
+  if (result_ == CURLE_COULDNT_CONNECT && error != 0) {
+    const auto host = Part(url_, CURLUPART_HOST), port = Part(url_, CURLUPART_PORT);
+    return QEL_TEXT("cannot connect to "
+                    << host << ':' << port << ": "
+                    << std::generic_category().message(static_cast<int>(error)));
   }
+  const std::string text = curlError_[0] == '\0' ? curl_easy_strerror(result_) : curlError_;
+  if (received_ == 0)
+    return text;
+  return QEL_TEXT(text << " (after " << received_ << " of the " << range_.size
+                       << " bytes asked for)");
+}
+
+void HttpTransfer::CheckComplete() const {
+  if (result_ != CURLE_OK)
+    throw QELRuntimeError(FailureText());
   const int64_t expected = std::min(range_.size, version_.size - range_.offset);
   if (received_ != expected) {
     throw QELRuntimeError(

@@ -64,6 +64,7 @@ class HttpTransfer : private IHttpTransfer {
   void CheckTime(Duration until);
   void CheckRate(Duration now);
   void CheckComplete() const;
+  std::string FailureText() const;
   void MeasureAnswer();
   void MeasureBody();
   void CheckRedirect() const;
