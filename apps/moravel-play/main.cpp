@@ -9,6 +9,8 @@
 #include "command/Options.h"
 #include "command/Problem.h"
 #include "playing/Play.h"
+#include "probe/Probe.h"
+#include "probe/ProbeOptions.h"
 #include "serve/Serve.h"
 #include "serve/ServeOptions.h"
 #include "view/View.h"
@@ -29,7 +31,8 @@ struct Command {
     run(2, arguments);
   }
 };
-const Command kCommands[] = {{kPlayText, &RunPlay}, {kServeText, &RunServe}, {kViewText, &RunView}};
+const Command kCommands[] = {
+    {kPlayText, &RunPlay}, {kProbeText, &RunProbe}, {kServeText, &RunServe}, {kViewText, &RunView}};
 const Command& kDefaultCommand = kCommands[0];
 
 const Command* FindCommand(std::string_view name) {

@@ -73,7 +73,7 @@ std::string ToText(const Tracks& tracks, const ServeOptions& options, uint16_t p
 }
 
 // False, told, when nobody can read it.
-bool Print(const std::string& text) {
+bool PrintTracks(const std::string& text) {
   std::fputs(text.c_str(), stdout);
   if (std::fflush(stdout) == 0)
     return true;
@@ -91,7 +91,7 @@ int Serve(const ServeOptions& options) {
   const Tracks tracks = Add(wanted, running);
   if (tracks.empty())
     return kExitUnreadable;
-  if (!options.quiet && !Print(ToText(tracks, options, running.Port())))
+  if (!options.quiet && !PrintTracks(ToText(tracks, options, running.Port())))
     return kExitUnwritable;
   while (!Interrupted())
     ::poll(nullptr, 0, kLookForInterruptMilliseconds);

@@ -112,6 +112,25 @@ void JpegPicture::ReadHeader() {
     throw QELRuntimeError("JPEG picture is neither YCbCr nor grey, motion JPEG is one of them");
 }
 
+const char* JpegPicture::SamplingName() const {
+  switch (subsampling_) {
+    case TJSAMP_444:
+      return "4:4:4";
+    case TJSAMP_422:
+      return "4:2:2";
+    case TJSAMP_420:
+      return "4:2:0";
+    case TJSAMP_440:
+      return "4:4:0";
+    case TJSAMP_411:
+      return "4:1:1";
+    case TJSAMP_GRAY:
+      return "gray";
+    default:
+      return "";
+  }
+}
+
 YuvPictureConstPtr JpegPicture::Decode(Size size, Planes planes) {
   const bool grey = planes == Planes::Luma || subsampling_ == TJSAMP_GRAY;
   const int subsampling = grey ? TJSAMP_GRAY : subsampling_;

@@ -39,6 +39,8 @@ class JpegPicture {
   explicit JpegPicture(std::span<const uint8_t> encoded);
 
   Size CodedSize() const { return size_; }
+  // How much chroma it has: "4:2:2"; "gray" for none, empty for an unusual kind.
+  const char* SamplingName() const;
 
   // Decodes the picture at `size`, one of DecodeSize. The planes lie one after the other in the
   // order asked for; the planes of chroma that was not asked for or is not there are neutral.
