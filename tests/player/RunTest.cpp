@@ -237,6 +237,34 @@ TEST_F(Run, WritesRawVideoInTheOrderOfPlay) {
   EXPECT_THAT(random, ::testing::UnorderedElementsAreArray(Range(0, 40)));
 }
 
+TEST_F(Run, PlaysEachSampleOfAVariableRateOnce) {
+  std::string file;
+  for (const auto& [name, container] :
+       {std::pair("clip.avi", Container::Avi), std::pair("clip.mov", Container::Mov)}) {
+    file = MakeTrack(name, {.container = container, .pictures = 20, .variableRate = true});
+    for (const char* order : {"forward", "reverse", "random"})
+      EXPECT_THAT(PlayY4m({file, "--order", order}, 64, 48).numbers,
+                  ::testing::UnorderedElementsAreArray(Range(0, 20)))
+          << name << " " << order;
+  }
+  // One begins when the next one does: behind the type, version and count of the durations' table
+  // stand pairs of a count and a duration.
+  auto bytes = ReadFile(file);
+  const std::string type = "stts";
+  const auto table = std::search(bytes.begin(), bytes.end(), type.begin(), type.end());
+  const int shortest = table[15];
+  std::fill_n(table + 24, 4, uint8_t{0});
+  WriteFile(file, bytes);
+  for (const char* order : {"forward", "reverse", "random"}) {
+    const auto json = PlayJson({file, "--order", order}, 1);
+    EXPECT_EQ(json["tracks"][0]["preloaded"], 19) << order;
+    EXPECT_EQ(json["tracks"][0]["sizes"][0]["pictures"], 19) << order;
+    EXPECT_EQ(json["tracks"][0]["losses"][0]["first"], shortest) << order;
+    EXPECT_EQ(Lines(errors_), 1) << errors_;
+    EXPECT_THAT(errors_, HasSubstr("missing: the track shows it for no time"));
+  }
+}
+
 TEST_F(Run, ShowsTheFieldsOfInterlacedTracks) {
   for (const bool bottomFirst : {false, true}) {
     const std::string clip =

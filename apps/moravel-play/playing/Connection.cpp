@@ -46,6 +46,8 @@ void AddUnplayed(PlayingTrack& track, int64_t position) {
 }
 
 std::string ReasonOfMissing(const Track& track, int64_t sample) {
+  if (track.LastsNoTime(sample))
+    return "the track shows it for no time";
   if (sample >= track.sampleCount)
     return "the track has " + std::to_string(track.sampleCount) + " samples";
   return "the track holds no picture there";
@@ -123,10 +125,11 @@ void Connection::Preload(const Job& job, std::stop_token stop) {
   PlayingTrack& track = *job.track;
   TrackStatistics& statistics = track.statistics;
   const int64_t number = track.facts.sequence.SampleAt(job.position);
-  const Answer answer = job.isLate ? Answer() : Order(track, job.position);
+  const bool isOrdered = !job.isLate && !track.facts.LastsNoTime(number);
+  const Answer answer = isOrdered ? Order(track, job.position) : Answer();
   if (stop.stop_requested() && answer.failure != Answer::Failure::None)
     return;
-  Task task = {job, track.cache.Protect(track.facts.TimeOf(number))};
+  Task task = {job, isOrdered ? track.cache.Protect(track.facts.TimeOf(number)) : nullptr};
   if (task.sample != nullptr) {
     ++statistics.preloaded;
     statistics.bytes += CompressedBytes(*task.sample);
@@ -147,7 +150,7 @@ void Connection::Preload(const Job& job, std::stop_token stop) {
   playback_.queue.Push(task);
   if (answer.failure != Answer::Failure::None) {
     CountFailure(track, answer.failure, stop);
-  } else if (!job.isLate) {
+  } else if (isOrdered) {
     failuresInARow_ = 0;
     failuresOfTrack_.erase(&track);
   }

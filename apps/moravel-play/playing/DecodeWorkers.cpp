@@ -21,7 +21,8 @@ class Worker {
       WriteStored(*task);
       for (int i = 0; i < track.facts.picturesPerSample; ++i)
         DecodeField(*task, track.facts.IsBottom(i));
-      track.cache.Release(track.facts.TimeOf(NumberOf(*task)));
+      if (task->sample != nullptr)
+        track.cache.Release(track.facts.TimeOf(NumberOf(*task)));
       playback_.schedule.Release(task->job);
       ++track.statistics.samplesDone;
     }

@@ -44,7 +44,7 @@ void Y4mSink::Begin(const Track& track) {
   file_.emplace(path_);
   size_ = track.sizes.front();
   if (track.IsVariableRate()) {
-    PrintProblem(track.name + ": the pictures last unequally long; --y4m shows all for the mean, " +
+    PrintProblem(track.name + ": the pictures last unequally long; --y4m shows all at " +
                  ToRateText(track.PictureRate()));
   }
   file_->Write(Bytes(Header(track)));

@@ -73,6 +73,11 @@ struct Track {
   Player::SampleRate OrderRate() const;
   // When a sample begins. Behind the end, samples go on at the nominal rate.
   Time::TimePoint TimeOf(int64_t sampleNumber) const;
+  // Whether no time is this sample's alone, as the next one begins at the same: nothing can ask for
+  // it.
+  bool LastsNoTime(int64_t sampleNumber) const {
+    return TimeOf(sampleNumber) == TimeOf(sampleNumber + 1);
+  }
   // The sample that is shown at a time.
   int64_t SampleAt(const Time::TimePoint& time) const;
 
