@@ -7,6 +7,7 @@
 #include "host/LiveQueues.h"
 #include "playing/Losses.h"
 #include "playing/Statistics.h"
+#include "report/Verdict.h"
 #include "tracks/PlaySequence.h"
 #include "tracks/TrackTimes.h"
 
@@ -100,6 +101,44 @@ Track TrackOf(const Player::SampleRate& rate, int64_t samples) {
   track.sampleRate = rate;
   track.sampleCount = samples;
   return track;
+}
+
+TEST(Verdict, NamesWhatHeldTheTrackUp) {
+  using std::chrono::seconds;
+  const struct {
+    int samples, asking, decoding, writing;  // seconds of two connections and two workers in 10
+    bool realtime;
+    int late, dropped;
+    const char* text;
+  } cases[] = {
+      {1, 0, 0, 0, false, 0, 0, "too little was played to tell how fast"},
+      {500, 20, 1, 1, false, 0, 0, "plays at 25 fps with 2.0 times the speed needed"},
+      {88, 19, 2, 1, false, 0, 0,
+       "too slow: 8.8 of 25 fps; the server is the limit (95 % of the time waiting for it)"},
+      {88, 2, 18, 1, false, 0, 0,
+       "too slow: 8.8 of 25 fps; decoding is the limit (90 % of the time of 2 workers)"},
+      {88, 2, 4, 15, false, 0, 0,
+       "too slow: 8.8 of 25 fps; writing is the limit (75 % of the time of 2 workers)"},
+      {250, 2, 4, 3, true, 0, 0, "plays at 25 fps: all pictures on time"},
+      {250, 2, 18, 0, true, 3, 4,
+       "does not play at 25 fps: 7 pictures late, 4 of them dropped; "
+       "decoding is the limit (90 % of the time of 2 workers)"},
+  };
+  for (const auto& test : cases) {
+    const auto server = std::make_shared<ServerStatistics>();
+    server->connections = 2;
+    server->asking.Add(seconds(test.asking));
+    WorkerStatistics workers;
+    workers.decoding.Add(seconds(test.decoding));
+    workers.writing.Add(seconds(test.writing));
+    PlayingTrack track(TrackOf({25, 1}, 1000), server);
+    track.statistics.firstOrder = Clock::time_point();
+    track.statistics.lastPicture = Clock::time_point() + seconds(10);
+    track.statistics.samplesDone = test.samples;
+    track.statistics.late = test.late;
+    track.statistics.dropped = test.dropped;
+    EXPECT_EQ(Judge(track, workers, 2, 10, test.realtime).text, test.text);
+  }
 }
 
 TEST(TimeArgument, NamesASampleAndALength) {

@@ -55,6 +55,7 @@ std::vector<ConnectionPlan> PlanConnections(const NamedTracks& named, const Opti
       const size_t count = std::min(kMaxTracksOfLane, tracks.size() - first);
       const auto wanted = static_cast<size_t>(options.connections);
       const size_t connections = options.order == Order::Random ? wanted : std::min(wanted, count);
+      statistics->connections += static_cast<int>(connections);
       std::vector<ConnectionPlan> ofLane(connections);
       for (size_t i = 0; i < connections; ++i)
         ofLane[i] = {lane, static_cast<int>(i), static_cast<int>(connections), {}, statistics};

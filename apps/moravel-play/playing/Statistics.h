@@ -71,6 +71,7 @@ class Timed {
 
 // Where the connections to one server spent their time.
 struct ServerStatistics {
+  std::atomic<int> connections = 0;
   TimeSum asking;   // opening tracks and waiting for samples
   TimeSum waiting;  // for room, as enough samples were there
   TimeSum pausing;  // after failures

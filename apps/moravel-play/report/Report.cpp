@@ -179,8 +179,11 @@ std::string ToTable(const Outcome& outcome) {
     table += PicturesTable(outcome, nameWidth) + "\n";
   for (const PlayingTrack* track : outcome.tracks) {
     const std::string name = Printable(track->facts.name);
-    const std::string text = Judge(*track, outcome).text;
+    std::string text = Judge(*track, outcome).text;
     const bool fits = DisplayWidth(name) + 2 + DisplayWidth(text) <= 80;
+    const size_t limit = text.find("; ");
+    if (DisplayWidth(text) > 78 && limit != std::string::npos)
+      text.replace(limit, 2, ";\n  ");
     table += name + (fits ? ": " : ":\n  ") + text + "\n";
   }
   return table;

@@ -28,13 +28,14 @@ void FindLimit(const PlayingTrack& track, const WorkerStatistics& workers, int j
                Verdict& verdict) {
   const ServerStatistics& server = *track.server;
   const double asking = server.asking.Seconds() + server.pausing.Seconds();
-  const double connected = std::max(1e-9, asking + server.waiting.Seconds());
+  // Of all the time: a connection that has brought its last sample holds up nobody.
+  const double ofConnections = asking / std::max(1e-9, seconds * server.connections);
   const double ofWorkers = std::max(1e-9, seconds * jobs);
   const double decoding = workers.decoding.Seconds() / ofWorkers;
   const double writing = workers.writing.Seconds() / ofWorkers;
-  if (asking / connected >= std::max(decoding, writing)) {
+  if (ofConnections >= std::max(decoding, writing)) {
     verdict.limit = Verdict::Limit::Server;
-    verdict.limitShare = asking / connected;
+    verdict.limitShare = ofConnections;
   } else {
     verdict.limit = decoding >= writing ? Verdict::Limit::Decoding : Verdict::Limit::Writing;
     verdict.limitShare = std::max(decoding, writing);
@@ -61,8 +62,10 @@ std::string RealtimeText(const TrackStatistics& statistics) {
   const int64_t lost = statistics.late + statistics.dropped;
   if (lost == 0)
     return "all pictures on time";
-  return std::to_string(lost) + " pictures late, " + std::to_string(statistics.dropped) +
-         " of them dropped";
+  const std::string late = std::to_string(lost) + (lost == 1 ? " picture late" : " pictures late");
+  return statistics.dropped == 0
+             ? late
+             : late + ", " + std::to_string(statistics.dropped) + " of them dropped";
 }
 
 }  // namespace
