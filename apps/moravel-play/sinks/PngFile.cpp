@@ -6,6 +6,7 @@
 #include <cstdlib>
 #include <memory>
 #include <string>
+#include <vector>
 
 namespace Moravel::Play {
 
@@ -29,18 +30,15 @@ void CheckPng(int result, const char* what) {
 
 }  // namespace
 
-// The Paeth filter alone, and of the compression only runs and Huffman codes: files of the size
-// that the libraries' defaults make, in a third of their time or less.
+// The "up" filter alone, and of the compression only runs and Huffman codes: files of the size that
+// the libraries' defaults make, in a quarter of their time. Row by row, so that each is filtered
+// and compressed while it is in the processor's cache.
 void WritePng(OutputFile& file, const uint8_t* bgrx, int stride, Size size) {
-  const size_t bytes = size_t(size.width) * size_t(size.height) * kRgbBytes;
-  const auto rgb = std::make_unique_for_overwrite<uint8_t[]>(bytes);
-  libyuv::ARGBToRAW(bgrx, stride, rgb.get(), size.width * kRgbBytes, size.width, size.height);
-
   const std::unique_ptr<spng_ctx, FreeEncoder> encoder(spng_ctx_new(SPNG_CTX_ENCODER));
   if (!encoder)
     throw std::bad_alloc();
   spng_set_option(encoder.get(), SPNG_ENCODE_TO_BUFFER, 1);
-  spng_set_option(encoder.get(), SPNG_FILTER_CHOICE, SPNG_FILTER_CHOICE_PAETH);
+  spng_set_option(encoder.get(), SPNG_FILTER_CHOICE, SPNG_FILTER_CHOICE_UP);
   spng_set_option(encoder.get(), SPNG_IMG_COMPRESSION_STRATEGY, kRunLengths);
   spng_ihdr header = {};
   header.width = static_cast<uint32_t>(size.width);
@@ -48,8 +46,15 @@ void WritePng(OutputFile& file, const uint8_t* bgrx, int stride, Size size) {
   header.bit_depth = 8;
   header.color_type = SPNG_COLOR_TYPE_TRUECOLOR;
   CheckPng(spng_set_ihdr(encoder.get(), &header), "its size");
-  CheckPng(spng_encode_image(encoder.get(), rgb.get(), bytes, SPNG_FMT_PNG, SPNG_ENCODE_FINALIZE),
-           "its pixels");
+  CheckPng(spng_encode_image(encoder.get(), nullptr, 0, SPNG_FMT_PNG,
+                             SPNG_ENCODE_PROGRESSIVE | SPNG_ENCODE_FINALIZE),
+           "its beginning");
+  std::vector<uint8_t> row(size_t(size.width) * kRgbBytes);
+  for (int y = 0; y < size.height; ++y, bgrx += stride) {
+    libyuv::ARGBToRAW(bgrx, stride, row.data(), 0, size.width, 1);
+    const int result = spng_encode_row(encoder.get(), row.data(), row.size());
+    CheckPng(result == SPNG_EOI ? 0 : result, "its pixels");
+  }
   size_t length = 0;
   int result = 0;
   const std::unique_ptr<void, FreeBytes> png(spng_get_png_buffer(encoder.get(), &length, &result));
