@@ -115,6 +115,8 @@ TEST(Verdict, NamesWhatHeldTheTrackUp) {
       {500, 20, 1, 1, false, 0, 0, "plays at 25 fps with 2.0 times the speed needed"},
       {88, 19, 2, 1, false, 0, 0,
        "too slow: 8.8 of 25 fps; the server is the limit (95 % of the time waiting for it)"},
+      {249, 19, 2, 1, false, 0, 0,
+       "too slow: 24.9 of 25 fps; the server is the limit (95 % of the time waiting for it)"},
       {88, 2, 18, 1, false, 0, 0,
        "too slow: 8.8 of 25 fps; decoding is the limit (90 % of the time of 2 workers)"},
       {88, 2, 4, 15, false, 0, 0,
@@ -133,8 +135,10 @@ TEST(Verdict, NamesWhatHeldTheTrackUp) {
     workers.writing.Add(seconds(test.writing));
     PlayingTrack track(TrackOf({25, 1}, 1000), server);
     track.statistics.firstOrder = Clock::time_point();
-    track.statistics.lastPicture = Clock::time_point() + seconds(10);
+    track.statistics.lastDone = Clock::time_point() + seconds(10);
     track.statistics.samplesDone = test.samples;
+    track.statistics.playTicks =
+        Time::TimePoint::kTicksPerSecond / 25 * (test.samples - test.dropped);
     track.statistics.late = test.late;
     track.statistics.dropped = test.dropped;
     EXPECT_EQ(Judge(track, workers, 2, 10, test.realtime).text, test.text);

@@ -71,8 +71,8 @@ TEST_F(Probe, TellsWhatATrackIs) {
        ", interlaced\n  fields        bottom first"},
       {"v.mov",
        {.container = Container::Mov, .pictures = 9, .variableRate = true},
-       {{"variable_rate", true}, {"samples", 9}, {"seconds", 12.0 / 25}},
-       "  duration      0:00:00.480\n"}};
+       {{"variable_rate", true}, {"average_rate", {75, 4}}, {"samples", 9}, {"seconds", 12.0 / 25}},
+       "  rate          variable, 18.75 fps on average (nominal 25/1)\n"}};
   std::vector<std::string> files;
   for (const auto& row : rows) {
     const Clip clip = Make(row.name, row.spec);

@@ -23,12 +23,20 @@ class Worker {
         DecodeField(*task, track.facts.IsBottom(i));
       if (task->sample != nullptr)
         track.cache.Release(track.facts.TimeOf(NumberOf(*task)));
+      CountDone(*task);
       playback_.schedule.Release(task->job);
-      ++track.statistics.samplesDone;
     }
   }
 
  private:
+  static void CountDone(const Task& task) {
+    TrackStatistics& statistics = task.job.track->statistics;
+    ++statistics.samplesDone;
+    if (!task.job.isLate)
+      statistics.playTicks += task.job.track->facts.TicksOf(NumberOf(task));
+    statistics.lastDone = Clock::now();
+  }
+
   static int64_t NumberOf(const Task& task) {
     return task.job.track->facts.sequence.SampleAt(task.job.position);
   }
@@ -68,7 +76,6 @@ class Worker {
     SizeStatistics& sizeStatistics = statistics.sizes[size];
     sizeStatistics.pictures += picture.image ? 1 : 0;
     sizeStatistics.damaged += picture.state != PictureState::Fine ? 1 : 0;
-    statistics.lastPicture = Clock::now();
     if (size == 0 && !playback_.schedule.PictureIsInTime(*task.job.track, task.job.position))
       ++statistics.late;
   }

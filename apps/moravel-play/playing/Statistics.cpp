@@ -38,8 +38,4 @@ double LatencyHistogram::PercentileMilliseconds(double share) const {
   return 0;
 }
 
-double TrackStatistics::PreloadSeconds() const {
-  return firstOrder ? std::chrono::duration<double>(lastAnswer - *firstOrder).count() : 0;
-}
-
 }  // namespace Moravel::Play

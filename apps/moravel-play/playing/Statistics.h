@@ -102,14 +102,13 @@ struct TrackStatistics {
 
   // Written by the decode workers.
   std::atomic<int64_t> samplesDone = 0;
-  std::atomic<int64_t> late = 0;  // pictures that came after their time
+  std::atomic<int64_t> playTicks = 0;  // that these last, without those that were dropped
+  std::atomic<int64_t> late = 0;       // pictures that came after their time
   TimeSum decoding;
-  std::atomic<Clock::time_point> lastPicture = Clock::time_point();
+  std::atomic<Clock::time_point> lastDone = Clock::time_point();
   std::deque<SizeStatistics> sizes;  // as the track's sizes
 
   Losses losses;
-
-  double PreloadSeconds() const;
 };
 
 }  // namespace Moravel::Play

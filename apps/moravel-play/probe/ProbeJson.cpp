@@ -50,6 +50,7 @@ Json ScanToJson(const ProbedTrack& probed) {
 Json ToJson(const ProbedTrack& probed) {
   const Track& track = probed.track;
   const qel::TrackFacts& facts = probed.Facts();
+  const Player::SampleRate average = track.AverageRate();
   const Size frame = {track.ownSize.width, track.ownSize.height * (track.interlaced ? 2 : 1)};
   return {{"track", track.name},
           {"container", facts.container},
@@ -61,6 +62,7 @@ Json ToJson(const ProbedTrack& probed) {
           {"field_order", NameOf(facts.fieldOrder)},
           {"field_order_from", facts.fieldOrderFrom},
           {"rate", {track.sampleRate.Numerator(), track.sampleRate.Denominator()}},
+          {"average_rate", {average.Numerator(), average.Denominator()}},
           {"variable_rate", facts.isVariableRate},
           {"samples", track.sampleCount},
           {"samples_announced", facts.announcedSamples},

@@ -61,10 +61,11 @@ std::string FieldsText(const qel::TrackFacts& facts) {
 }
 
 std::string RateText(const ProbedTrack& probed) {
-  return ToRateText(probed.track.sampleRate) +
-         Format(" (%lld/%lld)", static_cast<long long>(probed.track.sampleRate.Numerator()),
-                static_cast<long long>(probed.track.sampleRate.Denominator())) +
-         (probed.Facts().isVariableRate ? ", variable" : ", constant");
+  const Track& track = probed.track;
+  const std::string ratio = std::to_string(track.sampleRate.Numerator()) + '/' +
+                            std::to_string(track.sampleRate.Denominator());
+  return ToRateText(track) +
+         (track.IsVariableRate() ? " (nominal " + ratio + ')' : " (" + ratio + "), constant");
 }
 
 std::string DataText(const ProbedTrack& probed) {

@@ -129,6 +129,8 @@ Json LossesToJson(const PlayingTrack& track) {
 Json VerdictToJson(const Verdict& verdict) {
   return {{"plays", verdict.plays},
           {"speed", verdict.speed},
+          {"samples_per_second", verdict.samplesPerSecond},
+          {"needed_samples_per_second", verdict.neededPerSecond},
           {"limit", NameOf(verdict.limit)},
           {"limit_share", verdict.limitShare},
           {"text", verdict.text}};

@@ -13,6 +13,15 @@ std::string Rounded(double value, int digits) {
   return text;
 }
 
+// With the digits that show which is smaller.
+std::string RoundedBelow(double value, double limit) {
+  constexpr int kMaxDigits = 5;
+  int digits = 1;
+  while (digits < kMaxDigits && Rounded(value, digits) == Rounded(limit, digits))
+    ++digits;
+  return Rounded(value, digits);
+}
+
 std::string Share(double share) {
   return Rounded(100 * std::clamp(share, 0.0, 1.0), 0) + " %";
 }
@@ -20,7 +29,7 @@ std::string Share(double share) {
 double OwnSeconds(const TrackStatistics& statistics) {
   if (!statistics.firstOrder)
     return 0;
-  const Clock::time_point end = std::max(statistics.lastAnswer, statistics.lastPicture.load());
+  const Clock::time_point end = std::max(statistics.lastAnswer, statistics.lastDone.load());
   return std::chrono::duration<double>(end - *statistics.firstOrder).count();
 }
 
@@ -58,6 +67,13 @@ std::string LimitText(const Verdict& verdict, int jobs) {
   return "";
 }
 
+// What a track of variable rate needs is told of what was played.
+std::string NeededText(const Track& track, double perSecond) {
+  if (!track.IsVariableRate())
+    return ToRateText(track.sampleRate);
+  return Rounded(perSecond, 1) + " fps on average";
+}
+
 std::string RealtimeText(const TrackStatistics& statistics) {
   const int64_t lost = statistics.late + statistics.dropped;
   if (lost == 0)
@@ -73,10 +89,8 @@ std::string RealtimeText(const TrackStatistics& statistics) {
 Verdict Judge(const PlayingTrack& track, const WorkerStatistics& workers, int jobs, double seconds,
               bool realtime) {
   const TrackStatistics& statistics = track.statistics;
-  const auto& rate = track.facts.sampleRate;
-  const double needed =
-      static_cast<double>(rate.Numerator()) / static_cast<double>(rate.Denominator());
-  const std::string rateText = ToRateText(rate);
+  const double playSeconds = static_cast<double>(statistics.playTicks) /
+                             static_cast<double>(Time::TimePoint::kTicksPerSecond);
 
   Verdict verdict;
   verdict.seconds = OwnSeconds(statistics);
@@ -84,11 +98,13 @@ Verdict Judge(const PlayingTrack& track, const WorkerStatistics& workers, int jo
   if (verdict.seconds > 0)
     verdict.samplesPerSecond = static_cast<double>(done) / verdict.seconds;
   const bool isPaced = realtime && statistics.late + statistics.dropped == 0;
-  if (done < 2 || verdict.seconds <= 0) {
+  if (done < 2 || verdict.seconds <= 0 || playSeconds <= 0) {
     verdict.text = "too little was played to tell how fast";
     return verdict;
   }
-  verdict.speed = verdict.samplesPerSecond / needed;
+  verdict.neededPerSecond = static_cast<double>(done) / playSeconds;
+  verdict.speed = playSeconds / verdict.seconds;
+  const std::string rateText = NeededText(track.facts, verdict.neededPerSecond);
   verdict.plays = isPaced || (!realtime && verdict.speed >= 1);
   if (!verdict.plays)
     FindLimit(track, workers, jobs, seconds, verdict);
@@ -99,7 +115,8 @@ Verdict Judge(const PlayingTrack& track, const WorkerStatistics& workers, int jo
     verdict.text =
         "plays at " + rateText + " with " + Rounded(verdict.speed, 1) + " times the speed needed";
   } else {
-    verdict.text = "too slow: " + Rounded(verdict.samplesPerSecond, 1) + " of " + rateText;
+    verdict.text = "too slow: " + RoundedBelow(verdict.samplesPerSecond, verdict.neededPerSecond) +
+                   " of " + rateText;
   }
   if (!verdict.plays)
     verdict.text += "; " + LimitText(verdict, jobs);

@@ -10,9 +10,10 @@ namespace Moravel::Play {
 struct Verdict {
   enum class Limit { None, Server, Decoding, Writing };
 
-  double seconds = 0;           // of the track alone: from its first order to its last picture
+  double seconds = 0;           // of the track alone: from its first order to its last sample
   double samplesPerSecond = 0;  // in that time
-  double speed = 0;             // as a multiple of the track's rate; 0: too little to tell
+  double neededPerSecond = 0;   // to show those samples as long as each is to be shown
+  double speed = 0;             // the one in terms of the other; 0: too little to tell
   bool plays = false;
   Limit limit = Limit::None;  // of those that do not play
   double limitShare = 0;      // of the time, 0 to 1

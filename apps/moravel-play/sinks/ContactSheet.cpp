@@ -34,7 +34,7 @@ std::string Title(const Track& track) {
 
 std::string Facts(const Track& track, const Size& size) {
   const std::string from = size == track.ownSize ? "" : " from " + track.ownSize.ToString();
-  return size.ToString() + from + kDot + ToRateText(track.sampleRate) + kDot +
+  return size.ToString() + from + kDot + ToRateText(track) + kDot +
          (track.interlaced ? "interlaced" : "progressive") + kDot +
          std::to_string(track.sequence.Count()) + " of " + std::to_string(track.sampleCount) +
          " samples played";

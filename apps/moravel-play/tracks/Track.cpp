@@ -1,6 +1,7 @@
 #include "tracks/Track.h"
 
 #include <cstdio>
+#include <numeric>
 
 namespace Moravel::Play {
 
@@ -20,6 +21,21 @@ Time::TimePoint FromUnits(int64_t units, const Player::SampleRate& rate) {
 
 bool Track::IsVariableRate() const {
   return stored && (stored->Facts().isVariableRate || stored->Start(sampleCount) != sampleCount);
+}
+
+Player::SampleRate Track::AverageRate() const {
+  constexpr int64_t kMilliseconds = 1000;
+  const int64_t length = TimeOf(sampleCount).SampleNumber({kMilliseconds, 1});
+  if (!IsVariableRate() || length == 0)
+    return sampleRate;
+  const int64_t samples = sampleCount * kMilliseconds;
+  const int64_t divisor = std::gcd(samples, length);
+  return {samples / divisor, length / divisor};
+}
+
+int64_t Track::TicksOf(int64_t sampleNumber) const {
+  const Time::TimePoint duration = TimeOf(sampleNumber + 1) - TimeOf(sampleNumber);
+  return duration.SampleNumber({Time::TimePoint::kTicksPerSecond, 1});
 }
 
 Player::SampleRate Track::OrderRate() const {
@@ -59,7 +75,7 @@ std::chrono::microseconds Track::PlayTime(int64_t position) const {
   };
   const int64_t first = sequence.SampleAt(0);
   if (position < 0 || !sequence.IsConsecutive()) {
-    const auto period = seconds({}, FromUnits(1, sampleRate));
+    const auto period = seconds({}, FromUnits(1, AverageRate()));
     return position * period;
   }
   const int64_t number = first + (sequence.IsReverse() ? -position : position);
@@ -72,6 +88,11 @@ std::string ToRateText(const Player::SampleRate& rate) {
   std::snprintf(text, sizeof text, "%.5g fps",
                 static_cast<double>(rate.Numerator()) / static_cast<double>(rate.Denominator()));
   return text;
+}
+
+std::string ToRateText(const Track& track) {
+  const std::string average = ToRateText(track.AverageRate());
+  return track.IsVariableRate() ? "variable, " + average + " on average" : average;
 }
 
 std::string ReasonOf(const std::exception& error, const Player::TrackId& id) {

@@ -50,8 +50,12 @@ struct Track {
   Player::SampleRate FieldRate() const {
     return {sampleRate.Numerator() * 2, sampleRate.Denominator()};
   }
+  // Of the whole track, where the rate varies to a millisecond of its duration.
+  Player::SampleRate AverageRate() const;
+  // At which the pictures take the track's time when each is shown as long as every other.
   Player::SampleRate PictureRate() const {
-    return picturesPerSample == 2 ? FieldRate() : sampleRate;
+    const Player::SampleRate rate = AverageRate();
+    return {rate.Numerator() * picturesPerSample, rate.Denominator()};
   }
   // The pictures of a sample in the order in which they are played: whether the bottom field is.
   bool IsBottom(int picture) const {
@@ -73,6 +77,8 @@ struct Track {
   Player::SampleRate OrderRate() const;
   // When a sample begins. Behind the end, samples go on at the nominal rate.
   Time::TimePoint TimeOf(int64_t sampleNumber) const;
+  // How long it is shown, in ticks of Time::TimePoint.
+  int64_t TicksOf(int64_t sampleNumber) const;
   // Whether no time is this sample's alone, as the next one begins at the same: nothing can ask for
   // it.
   bool LastsNoTime(int64_t sampleNumber) const {
@@ -83,12 +89,15 @@ struct Track {
 
   // The bytes that a sample holds in memory, as far as it is known.
   int64_t BytesOf(int64_t sampleNumber) const;
-  // When the sample of a position is to be shown, after the one at position 0.
+  // When the sample of a position is to be shown, after the one at position 0. At random, each is
+  // shown as long as every other.
   std::chrono::microseconds PlayTime(int64_t position) const;
 };
 
 // "25 fps", "29.97 fps".
 std::string ToRateText(const Player::SampleRate& rate);
+// Of a whole track: the same, or "variable, 21.543 fps on average".
+std::string ToRateText(const Track& track);
 // What went wrong with a track, for a line that begins with the track's name: without its id.
 std::string ReasonOf(const std::exception& error, const Player::TrackId& id);
 
