@@ -98,7 +98,8 @@ TrackArgument ParseTrackArgument(const std::string& text) {
   if (text.empty())
     throw UsageError("a TRACK must not be empty");
   if (text.starts_with("https://"))
-    throw UsageError(text + ": storage servers speak plain http");
+    throw UsageError(text +
+                     ": storage servers speak plain http: give http://ADDRESS:PORT/tracks/NUMBER");
   constexpr std::string_view kHttp = "http://";
   if (text.starts_with(kHttp))
     return {text, ParseHttpForm(text, std::string_view(text).substr(kHttp.size()))};

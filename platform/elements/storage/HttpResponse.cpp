@@ -39,6 +39,22 @@ std::optional<int64_t> ParseNumber(std::string_view text) {
   return number;
 }
 
+// What it says of the track, for people; null where the number must do.
+const char* MeaningOf(int status) {
+  switch (status) {
+    case 200:
+      return "the whole file, it serves no byte ranges";
+    case 401:
+    case 403:
+      return "it does not allow this track to be read";
+    case 404:
+    case 410:
+      return "it has no such track";
+    default:
+      return status >= 500 ? "it failed, its log may say why" : nullptr;
+  }
+}
+
 }  // namespace
 
 std::string ByteRange::Text() const {
@@ -88,6 +104,8 @@ HttpResponse::ContentRange HttpResponse::Content(const ByteRange& asked) const {
   const auto length = ParseNumber(contentLength);
   if (status == 200 && length && asked.offset == 0 && *length <= asked.size && *length > 0)
     return {{0, *length}, *length};  // the whole file was asked for
+  if (const char* const meaning = MeaningOf(status))
+    throw QELRuntimeError(QEL_TEXT("server answered " << status << ": " << meaning));
   throw QELRuntimeError(QEL_TEXT("server answered "
                                  << status << " where 206 Partial Content of bytes " << asked.Text()
                                  << " was asked for"));

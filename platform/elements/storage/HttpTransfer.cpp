@@ -58,7 +58,6 @@ HttpTransfer::HttpTransfer(HttpClient& client, CURLU* url, const ByteRange& rang
       easy_(client.TakeEasy()) {
   SetOption(easy_, CURLOPT_CURLU, url_);
   SetOption(easy_, CURLOPT_RANGE, range_.Text().c_str());
-  SetOption(easy_, CURLOPT_ERRORBUFFER, curlError_);
   SetOption(easy_, CURLOPT_USERAGENT, "moravel/" MORAVEL_VERSION);
   SetOption(easy_, CURLOPT_HEADERFUNCTION, &HttpTransfer::OnHeader);
   SetOption(easy_, CURLOPT_HEADERDATA, this);
@@ -73,7 +72,6 @@ HttpTransfer::~HttpTransfer() {
   if (isRunning_)
     client_.Remove(easy_.get());
   curl_easy_setopt(easy_.get(), CURLOPT_HTTPHEADER, nullptr);
-  curl_easy_setopt(easy_.get(), CURLOPT_ERRORBUFFER, nullptr);
   client_.GiveBack(std::move(easy_));
 }
 
@@ -162,17 +160,35 @@ void HttpTransfer::CheckRate(Duration now) {
 std::string HttpTransfer::FailureText() const {
   long error = 0;
   curl_easy_getinfo(easy_.get(), CURLINFO_OS_ERRNO, &error);
-  if (result_ == CURLE_COULDNT_CONNECT && error != 0) {
-    const auto host = Part(url_, CURLUPART_HOST), port = Part(url_, CURLUPART_PORT);
-    return QEL_TEXT("cannot connect to "
-                    << host << ':' << port << ": "
-                    << std::generic_category().message(static_cast<int>(error)));
+  const std::string reason =
+      error == 0 ? "" : ": " + std::generic_category().message(static_cast<int>(error));
+  const std::string host = Part(url_, CURLUPART_HOST);
+  const std::string server = host + ':' + Part(url_, CURLUPART_PORT);
+  switch (result_) {
+    case CURLE_COULDNT_RESOLVE_HOST:
+      return "no host has the name " + host + ": check it, or give the host's address";
+    case CURLE_OPERATION_TIMEDOUT:
+      return QEL_TEXT("cannot connect to " << server << ": no answer within "
+                                           << client_.Limits().connect.count() << " ms");
+    case CURLE_COULDNT_CONNECT:
+      return "cannot connect to " + server + reason;
+    case CURLE_UNSUPPORTED_PROTOCOL:
+    case CURLE_WEIRD_SERVER_REPLY:
+      return "what answers at " + server + " does not speak HTTP: check the port";
+    case CURLE_TOO_MANY_REDIRECTS:
+      return QEL_TEXT("server redirects more than the " << kMaxRedirects << " times allowed");
+    case CURLE_GOT_NOTHING:
+      return "server closed the connection without an answer";
+    case CURLE_PARTIAL_FILE:
+    case CURLE_RECV_ERROR:
+    case CURLE_SEND_ERROR:
+      return QEL_TEXT("server cut the connection after " << received_ << " of the " << range_.size
+                                                         << " bytes asked for" << reason);
+    default:
+      return QEL_TEXT("the transfer failed after "
+                      << received_ << " of the " << range_.size
+                      << " bytes asked for: " << curl_easy_strerror(result_));
   }
-  const std::string text = curlError_[0] == '\0' ? curl_easy_strerror(result_) : curlError_;
-  if (received_ == 0)
-    return text;
-  return QEL_TEXT(text << " (after " << received_ << " of the " << range_.size
-                       << " bytes asked for)");
 }
 
 void HttpTransfer::CheckComplete() const {

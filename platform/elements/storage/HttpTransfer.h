@@ -81,7 +81,6 @@ class HttpTransfer : private IHttpTransfer {
   const ByteRange range_;
   const FileVersion* const known_;
   IRangeReceiver& receiver_;
-  char curlError_[CURL_ERROR_SIZE] = {};
   std::unique_ptr<curl_slist, ListCleanup> precondition_;
   CurlEasy easy_;
 
