@@ -8,8 +8,8 @@
 
 #include "command/Printable.h"
 #include "command/Problem.h"
+#include "elements/mjpeg/BgraPicture.h"
 #include "sinks/OutputFile.h"
-#include "sinks/Thumbnail.h"
 #include "sinks/TrackLabel.h"
 #include "tracks/TrackTimes.h"
 
@@ -119,8 +119,10 @@ void ContactSheet::Write(const Picture& picture) {
   SheetCell* const cell = section == nullptr ? nullptr : section->CellOf(picture);
   if (cell == nullptr)
     return;
-  if (picture.image)
-    cell->thumbnail = MakeThumbnail(*picture.image, section->drawn.thumbnail);
+  if (picture.image) {
+    const auto [width, height] = section->drawn.thumbnail;
+    cell->thumbnail = qel::mjpeg::MakeBgraPicture(*picture.image, {width, height});
+  }
   cell->caption = Caption(picture);
   cell->state = picture.state;
   cell->played = true;

@@ -1,10 +1,8 @@
 #include "sinks/PngSink.h"
 
-#include <memory>
-
+#include "elements/mjpeg/BgraPicture.h"
 #include "sinks/OutputFile.h"
 #include "sinks/OutputFolder.h"
-#include "sinks/PixelConversion.h"
 #include "sinks/PngFile.h"
 #include "sinks/TrackLabel.h"
 
@@ -12,7 +10,7 @@ namespace Moravel::Play {
 
 namespace {
 
-constexpr int kBgrxBytes = 4;
+constexpr int kBgraBytes = 4;  // a pixel
 
 std::string FileName(const Picture& picture) {
   const std::string field = FieldName(picture);
@@ -30,12 +28,10 @@ void PngSink::Write(const Picture& picture) {
   if (!picture.image)
     return;
   const Size size = {picture.image->GetWidth(), picture.image->GetHeight()};
-  const int stride = size.width * kBgrxBytes;
-  const auto pixels =
-      std::make_unique_for_overwrite<uint8_t[]>(size_t(stride) * size_t(size.height));
-  ConvertToBgrx(*picture.image, pixels.get(), stride);
+  const qel::BufferConstPtr pixels =
+      qel::mjpeg::MakeBgraPicture(*picture.image, {size.width, size.height});
   OutputFile file(folder_ / FileName(picture), OutputFile::IfThere::Replace);
-  WritePng(file, pixels.get(), stride, size);
+  WritePng(file, pixels->GetInnerBuffer(), size.width * kBgraBytes, size);
 }
 
 }  // namespace Moravel::Play

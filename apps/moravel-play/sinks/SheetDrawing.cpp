@@ -85,12 +85,12 @@ class Drawing {
   void Draw(const SheetCell& cell, int left, int top, Size size) {
     const std::string state = cell.played ? NameOf(cell.state) : "not played";
     const bool fine = cell.played && cell.state == PictureState::Fine;
-    if (cell.thumbnail.empty()) {
+    if (!cell.thumbnail) {
       Box(left, top, size, kEmptyCell);
       Text(state, left + (size.width - Width(state, 18)) / 2, top + size.height / 2 + 6, 18, kDim);
     } else {
       surface_.Flush();
-      CopyRows(cell.thumbnail, left, top, size);
+      CopyRows(*cell.thumbnail, left, top, size);
       surface_.MarkDirty();
       if (!fine)
         Frame(left, top, size);
@@ -99,14 +99,14 @@ class Drawing {
     const std::string mark = fine ? "" : state;
     const double room = size.width - Width(mark, 14) - kGap;
     Text(cell.caption, left, baseline, std::min(14.0, 14 * room / Width(cell.caption, 14)),
-         cell.thumbnail.empty() ? kDim : kBright);
+         cell.thumbnail ? kBright : kDim);
     Text(mark, left + size.width - Width(mark, 14), baseline, 14, kWarning);
   }
 
-  void CopyRows(const std::vector<uint8_t>& pixels, int left, int top, Size size) {
+  void CopyRows(const qel::IBuffer& pixels, int left, int top, Size size) {
     const size_t rowBytes = size_t(size.width) * 4;
     for (int row = 0; row < size.height; ++row) {
-      std::copy_n(pixels.data() + size_t(row) * rowBytes, rowBytes,
+      std::copy_n(pixels.GetInnerBuffer() + size_t(row) * rowBytes, rowBytes,
                   surface_.Data() + (top + row) * surface_.Stride() + left * 4);
     }
   }

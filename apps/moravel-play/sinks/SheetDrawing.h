@@ -1,6 +1,5 @@
 #pragma once
 
-#include <cstdint>
 #include <filesystem>
 #include <string>
 #include <vector>
@@ -14,7 +13,7 @@ struct SheetCell {
   bool played = false;  // all below is known
   PictureState state = PictureState::Fine;
   std::string caption;
-  std::vector<uint8_t> thumbnail;  // as MakeThumbnail makes it; empty: nothing to show
+  qel::BufferConstPtr thumbnail;  // BGRA; empty: nothing to show
 };
 
 // The pictures of one track in one size.

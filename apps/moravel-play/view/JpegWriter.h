@@ -10,7 +10,4 @@ namespace Moravel::Play {
 // Throws std::runtime_error.
 std::string WriteJpeg(const qel::IVideoSample& image);
 
-// The frame that two I420 fields of the same size make, as a JPEG file.
-std::string WriteJpegOfFields(const qel::IVideoSample& top, const qel::IVideoSample& bottom);
-
 }  // namespace Moravel::Play

@@ -5,6 +5,7 @@
 
 #include "command/TimeArgument.h"
 #include "command/UsageError.h"
+#include "sinks/WovenFrame.h"
 #include "tracks/TrackTimes.h"
 #include "view/JpegWriter.h"
 #include "view/PageFiles.h"
@@ -99,7 +100,7 @@ LiveOrder ReadOrder(const HttpRequest& request, const Track& track) {
 // The worse of two fields tells of their frame.
 HttpAnswer Weave(LivePicture top, LivePicture bottom, HttpAnswer answer) {
   answer.type = "image/jpeg";
-  answer.body = bottom.image ? WriteJpegOfFields(*top.image, *bottom.image) : WriteJpeg(*top.image);
+  answer.body = WriteJpeg(bottom.image ? *WeaveFields(top.image, bottom.image) : *top.image);
   return answer;
 }
 

@@ -9,6 +9,7 @@
 
 #include "elements/mjpeg/JpegPicture.h"
 #include "elements/mjpeg/OutputPicture.h"
+#include "elements/mjpeg/PixelFormat.h"
 #include "elements/mjpeg/SharedPictures.h"
 #include "qel/WorkflowStepImplementation.h"
 #include "qelCore/ParameterPrototype.h"
@@ -29,7 +30,7 @@ FourCC ReadOutputFourCC(const ParametersCollectionInstanceConstPtr& config) {
   if (!config)
     throw QELRuntimeError("motion-JPEG decoder needs an init configuration");
   const FourCC fourCC = config->GetParamFourCC(kOutputFourCC).value_or(FourCC_I420);
-  if (!IsSupported(fourCC)) {
+  if (FindPixelFormat(fourCC) == nullptr) {
     throw QELRuntimeError(QEL_TEXT("OutputFourCC " << uint32_t{fourCC}
                                                    << " is not supported; supported are "
                                                    << SupportedFormats()));

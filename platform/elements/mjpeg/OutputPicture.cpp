@@ -2,56 +2,17 @@
 
 #include <libyuv.h>
 
-#include <algorithm>
-#include <iterator>
 #include <span>
 #include <utility>
 
 #include "elements/mjpeg/PictureMemory.h"
+#include "elements/mjpeg/PixelFormat.h"
 #include "qel/QELRuntimeError.h"
 #include "qelCore/SampleFactory.h"
 
 namespace qel::mjpeg {
 
 namespace {
-
-enum class Layout { Luma, Planar420, Planar422, Packed422, Rgb };
-
-struct Format {
-  FourCC fourCC;
-  const char* name;
-  Layout layout;
-  // V stands before U; in RGB formats, red before blue, which is the same arithmetic with U and V
-  // exchanged.
-  bool swapped = false;
-  int bytesPerPixel = 0;  // of RGB
-};
-
-constexpr Format kFormats[] = {
-    {FourCC_Y800, "Y800", Layout::Luma},
-    {FourCC_YUYV, "YUYV", Layout::Packed422},
-    {FourCC_YVYU, "YVYU", Layout::Packed422, true},
-    {FourCC_UYVY, "UYVY", Layout::Packed422},
-    {FourCC_YV12, "YV12", Layout::Planar420, true},
-    {FourCC_YV16, "YV16", Layout::Planar422, true},
-    {FourCC_I420, "I420", Layout::Planar420},
-    {FourCC_I422, "I422", Layout::Planar422},
-    {FourCC_BGR3, "BGR3", Layout::Rgb, false, 3},
-    {FourCC_BGRA, "BGRA", Layout::Rgb, false, 4},
-    {FourCC_RGB3, "RGB3", Layout::Rgb, true, 3},
-    {FourCC_RGBA, "RGBA", Layout::Rgb, true, 4},
-};
-
-const Format* FindFormat(FourCC fourCC) {
-  const auto found =
-      std::find_if(std::begin(kFormats), std::end(kFormats),
-                   [fourCC](const Format& format) { return format.fourCC == fourCC; });
-  return found == std::end(kFormats) ? nullptr : found;
-}
-
-int Half(int side) {
-  return (side + 1) / 2;
-}
 
 size_t Bytes(Size size) {
   return size_t(size.width) * size_t(size.height);
@@ -141,7 +102,7 @@ bool LiesLikeOutput(const YuvPicture& picture, std::span<const Plane> planes, Si
 // One picture on its way to the output. `planes` are Y and chroma in the output's order.
 class Output {
  public:
-  Output(const YuvPicture& picture, const Format& format, Size size)
+  Output(const YuvPicture& picture, const PixelFormat& format, Size size)
       : format_(format),
         size_(size),
         chromaSize_(ChromaSize(format.layout, size, picture)),
@@ -241,7 +202,7 @@ class Output {
             size_.height, libyuv::kFilterBilinear);
   }
 
-  const Format& format_;
+  const PixelFormat& format_;
   const Size size_;
   const Size chromaSize_;
   const YuvPicture& picture_;
@@ -250,26 +211,15 @@ class Output {
 
 }  // namespace
 
-bool IsSupported(FourCC fourCC) {
-  return FindFormat(fourCC) != nullptr;
-}
-
-std::string SupportedFormats() {
-  std::string names;
-  for (const Format& format : kFormats)
-    names += (names.empty() ? "" : ", ") + std::string(format.name);
-  return names;
-}
-
 JpegPicture::Planes PreferredPlanes(FourCC fourCC) {
-  const Format* const format = FindFormat(fourCC);
+  const PixelFormat* const format = FindPixelFormat(fourCC);
   if (format == nullptr || !format->swapped)
     return fourCC == FourCC_Y800 ? JpegPicture::Planes::Luma : JpegPicture::Planes::YUV;
   return format->layout == Layout::Rgb ? JpegPicture::Planes::YUV : JpegPicture::Planes::YVU;
 }
 
 BufferConstPtr MakeOutputPicture(const YuvPicture& picture, FourCC fourCC, Size size) {
-  const Format* const format = FindFormat(fourCC);
+  const PixelFormat* const format = FindPixelFormat(fourCC);
   if (format == nullptr)
     throw QELRuntimeError("no output format");
   return Output(picture, *format, size).Make();

@@ -1,18 +1,11 @@
 #pragma once
 
-#include <cstddef>
-#include <string>
-
 #include "elements/mjpeg/JpegPicture.h"
 #include "elements/mjpeg/YuvPicture.h"
 #include "qel/FourCC.h"
 #include "qel/Samples.h"
 
 namespace qel::mjpeg {
-
-// Whether pictures can be delivered in the format, and the names of all such formats.
-bool IsSupported(FourCC fourCC);
-std::string SupportedFormats();
 
 // The planes to decode for outputs of that format, so that they need no copy where that is
 // possible.
