@@ -1,9 +1,11 @@
 #include "view/ViewService.h"
 
+#include <filesystem>
 #include <nlohmann/json.hpp>
 #include <utility>
 
 #include "command/TimeArgument.h"
+#include "command/TrackArgument.h"
 #include "command/UsageError.h"
 #include "sinks/WovenFrame.h"
 #include "tracks/TrackTimes.h"
@@ -61,17 +63,43 @@ HttpAnswer ToAnswer(const json& value) {
   return {.type = "application/json", .body = ToText(value)};
 }
 
+// A file by its name alone; a track of a server by the server and its number there.
+std::string LabelOf(const Track& track) {
+  if (ParseTrackArgument(track.name).remoteId)
+    return track.id.ToString();
+  return std::filesystem::path(track.name).filename().string();
+}
+
 json ToJson(const Track& track, const LiveEngine::Marks& marks) {
-  const Size shape = track.FrameSize();
+  const Size size = track.FrameSize();
+  const auto [shapeWidth, shapeHeight] = track.DisplayShape();
   return {{"number", track.index},
-          {"name", track.name},
-          {"width", shape.width},
-          {"height", shape.height},
+          {"name", LabelOf(track)},
+          {"path", track.name},
+          {"width", size.width},
+          {"height", size.height},
+          {"shape", {shapeWidth, shapeHeight}},
           {"interlaced", track.interlaced},
+          {"bottomFirst", track.bottomFirst},
+          {"variable", track.IsVariableRate()},
           {"samples", track.sampleCount},
           {"rate", {track.sampleRate.Numerator(), track.sampleRate.Denominator()}},
           {"damaged", marks.damaged},
           {"missing", marks.missing}};
+}
+
+// Runs of samples that last equally long, and how long: [count, duration, count, duration, ...].
+HttpAnswer TimesOf(const Track& track) {
+  json runs = json::array();
+  if (track.stored) {
+    const qel::SampleTimes& times = track.stored->Times();
+    for (size_t run = 0; run < times.Runs().size(); ++run) {
+      runs.push_back(times.RunEnd(run) - times.Runs()[run].first);
+      runs.push_back(times.Runs()[run].duration);
+    }
+  }
+  const Player::SampleRate rate = track.OrderRate();
+  return ToAnswer({{"rate", {rate.Numerator(), rate.Denominator()}}, {"runs", std::move(runs)}});
 }
 
 Size Scaled(const Size& size, int64_t scale) {
@@ -95,6 +123,13 @@ LiveOrder ReadOrder(const HttpRequest& request, const Track& track) {
   order.lane = NameParameter(request, "lane");
   order.generation = NumberParameter(request, "generation", 0, INT64_MAX);
   return order;
+}
+
+// One field is better than nothing.
+LivePicture WithoutOtherField(LivePicture picture, const std::string& other) {
+  picture.state = State::Damaged;
+  picture.reason = "the " + other + " field cannot be shown";
+  return picture;
 }
 
 // The worse of two fields tells of their frame.
@@ -131,6 +166,8 @@ HttpAnswer ViewService::Admitted(const HttpRequest& request, const std::string& 
   try {
     if (what == "tracks")
       return Tracks();
+    if (what == "times")
+      return TimesOf(TrackOf(request));
     if (what == "figures")
       return Figures();
     if (what == "sample")
@@ -207,6 +244,9 @@ HttpAnswer ViewService::Picture(const HttpRequest& request) {
   const std::string timecode = ToTimeCode(track, order.key.sample);
   const bool weaves = track.interlaced && field == kFrame;
   order.bottom = track.interlaced && field == kBottom;
+  if (track.LastsNoTime(order.key.sample))  // an order for its time brings the next one
+    return Describe({.state = State::Missing, .reason = "the track shows it for no time"},
+                    timecode);
   std::future<LivePicture> first = engine_.Order(order);
   LivePicture second;
   if (weaves) {
@@ -214,6 +254,15 @@ HttpAnswer ViewService::Picture(const HttpRequest& request) {
     second = engine_.Order(order).get();
   }
   LivePicture picture = first.get();
+  if (weaves && (second.state == State::Stale || second.state == State::Failed)) {
+    picture = std::move(second);
+    second = {};
+  } else if (weaves && picture.state != State::Stale && picture.state != State::Failed &&
+             (picture.image == nullptr) != (second.image == nullptr)) {
+    const bool isTop = picture.image != nullptr;
+    picture = WithoutOtherField(std::move(isTop ? picture : second), isTop ? "bottom" : "top");
+    second = {};
+  }
   if (picture.image && second.state == State::Damaged) {
     picture.state = State::Damaged;
     picture.reason = second.reason;

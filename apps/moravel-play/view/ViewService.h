@@ -13,6 +13,7 @@ namespace Moravel::Play {
 //
 //   ""               the page; view.css, view.js, ... its files
 //   tracks           JSON: what the tracks are, and the marks met so far
+//   times?track=     JSON: when the samples of a track of variable rate are shown
 //   figures          JSON: what the engine does
 //   sample?track=&time=          JSON: the sample of a time as --start takes it
 //   picture?track=&sample=&scale=&field=&kind=&step=&lane=&generation=

@@ -44,6 +44,7 @@ class TrackIndex {
   // In edit units of Facts().timeRate. The interval of a sample reaches to the start of the next.
   int64_t Start(int64_t number) const { return times_.Start(number); }
   int64_t Duration(int64_t number) const { return times_.Duration(number); }
+  const SampleTimes& Times() const { return times_; }
 
   // The sample whose interval contains the time, nothing outside the track. Throws QELRuntimeError
   // for a rate with a zero part.

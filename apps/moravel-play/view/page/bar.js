@@ -6,10 +6,12 @@ const margin = 12;
 export class Bar {
   // seek(sample) while dragging and at a click; label(sample): the text of a position.
   constructor(bar, seek, label) {
-    Object.assign(this, {bar, seek, label, count: 1, sample: 0, damaged: new Set(), missing: new Set()});
+    Object.assign(this, {bar, seek, label, times: null, sample: 0, damaged: new Set(), missing: new Set()});
     [this.marks, this.played, this.handle, this.hover] =
       ["marks", "played", "handle", "hover"].map(id => document.getElementById(id));
     bar.addEventListener("pointerdown", event => {
+      if (event.button !== 0 || this.times === null)
+        return;
       bar.setPointerCapture(event.pointerId);
       bar.focus();
       this.drag(event);
@@ -23,9 +25,9 @@ export class Bar {
     new ResizeObserver(() => { this.place(); this.draw(); }).observe(bar);
   }
 
-  setTrack(count, damaged, missing) {
-    Object.assign(this, {count, damaged: new Set(damaged), missing: new Set(missing)});
-    this.bar.setAttribute("aria-valuemax", count - 1);
+  setTrack(times, damaged, missing) {
+    Object.assign(this, {times, damaged: new Set(damaged), missing: new Set(missing)});
+    this.bar.setAttribute("aria-valuemax", times.count - 1);
     this.draw();
   }
 
@@ -56,11 +58,16 @@ export class Bar {
 
   sampleAt(event) {
     const share = (event.clientX - this.bar.getBoundingClientRect().left - margin) / this.width;
-    return Math.round(Math.min(1, Math.max(0, share)) * (this.count - 1));
+    return this.times.nearest(Math.min(1, Math.max(0, share)) * this.length);
+  }
+
+  // From the beginning of the first sample to that of the last one.
+  get length() {
+    return this.times?.start(this.times.count - 1) ?? 0;
   }
 
   x(sample) {
-    return this.count < 2 ? 0 : sample / (this.count - 1) * this.width;
+    return this.length === 0 ? 0 : this.times.start(sample) / this.length * this.width;
   }
 
   drag(event) {
@@ -70,6 +77,8 @@ export class Bar {
   }
 
   point(event) {
+    if (this.times === null)
+      return;
     const sample = this.sampleAt(event);
     this.hover.hidden = false;
     this.hover.textContent = this.label(sample);

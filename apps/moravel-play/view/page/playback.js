@@ -5,10 +5,11 @@ import {fetchPicture} from "./pictures.js";
 const mostPicturesPerSecond = 50;
 const mostUnderWay = 4;
 const mostReady = 8;
+const longestPause = 1000;  // milliseconds
 
 export class Playback {
-  // make(sample): the order of a sample; draw(sample, answer, bitmap): shows it;
-  // end(sample, answer): nothing more comes after that sample; answer: of the picture that failed.
+  // make(picture): the order of a picture; draw(picture, answer, bitmap): shows it;
+  // end(picture, answer): nothing more comes after that one; answer: of the picture that failed.
   constructor(make, draw, end) {
     Object.assign(this, {make, draw, end});
     this.running = null;
@@ -18,10 +19,12 @@ export class Playback {
     return this.running !== null;
   }
 
-  // `perSecond`: samples of the track a second, negative for backward.
-  start(sample, count, perSecond, generation) {
-    const step = Math.sign(perSecond) * Math.max(1, Math.ceil(Math.abs(perSecond) / mostPicturesPerSecond));
-    const run = {count, perSecond, generation, step, next: sample + step, last: sample, ready: new Map(),
+  // Pictures 0 to `count` - 1, of which time(picture) tells when they begin, in seconds, and which
+  // are `rate` a second and `each` a sample; `speed` is negative for backward.
+  start(picture, {count, time, rate, each}, speed, generation) {
+    const step = Math.sign(speed) * Math.max(1, Math.ceil(rate * Math.abs(speed) / mostPicturesPerSecond - 1e-6));
+    const due = speed > 0 ? time : shown => time(shown + 1);  // backward, a picture begins with its end
+    const run = {count, due, speed, each, now: null, generation, step, next: picture + step, last: picture, ready: new Map(),
                  underWay: 0, anchor: null, failed: null};
     this.stop();
     this.running = run;
@@ -45,9 +48,10 @@ export class Playback {
     }
   }
 
-  async fetch(run, sample) {
+  async fetch(run, picture) {
     ++run.underWay;
-    const answer = await fetchPicture({...this.make(sample), kind: "play", step: run.step, lane: "picture",
+    const answer = await fetchPicture({...this.make(picture), kind: "play", lane: "picture",
+                                       step: Math.sign(run.step) * Math.ceil(Math.abs(run.step) / run.each),
                                        generation: run.generation});
     const bitmap = answer.picture && run === this.running ? await createImageBitmap(answer.picture) : null;
     --run.underWay;
@@ -58,18 +62,22 @@ export class Playback {
     if (answer.state === "failed" || answer.state === "gone")
       run.failed = answer;
     else if (answer.state !== "stale")
-      run.ready.set(sample, {answer, bitmap});
+      run.ready.set(picture, {answer, bitmap});
     this.fill(run);
   }
 
   tick(run, now) {
     if (run !== this.running)
       return;
+    // A page that nobody saw, or a machine that slept: it goes on where it was.
+    if (run.anchor !== null && now - run.now > longestPause)
+      run.anchor.now += now - run.now;
+    run.now = now;
     const isOver = run.next < 0 || run.next >= run.count;
     if (run.anchor === null && (run.ready.size >= 2 || isOver))
-      run.anchor = {now, sample: run.last};
+      run.anchor = {now, time: run.due(run.last)};
     if (run.anchor !== null)
-      this.drawUntil(run, run.anchor.sample + (now - run.anchor.now) / 1000 * run.perSecond);
+      this.drawUntil(run, run.anchor.time + (now - run.anchor.now) / 1000 * run.speed);
     if (run.failed !== null || (isOver && run.underWay === 0 && run.ready.size === 0)) {
       this.stop();
       this.end(run.last, run.failed);
@@ -78,15 +86,15 @@ export class Playback {
     requestAnimationFrame(later => this.tick(run, later));
   }
 
-  drawUntil(run, position) {
-    const isDue = sample => (sample - position) * run.step <= 0;
+  drawUntil(run, time) {
+    const isDue = picture => (run.due(picture) - time) * run.step <= 0;
     const due = [...run.ready.keys()].filter(isDue).sort((a, b) => (a - b) * run.step);
-    due.forEach((sample, i) => {
-      const {answer, bitmap} = run.ready.get(sample);
-      run.ready.delete(sample);
+    due.forEach((picture, i) => {
+      const {answer, bitmap} = run.ready.get(picture);
+      run.ready.delete(picture);
       if (i === due.length - 1) {
-        run.last = sample;
-        this.draw(sample, answer, bitmap);
+        run.last = picture;
+        this.draw(picture, answer, bitmap);
       }
       bitmap?.close();
     });

@@ -1,20 +1,22 @@
-// Thumbnails over the whole track, fetched one after the other while nobody waits for anything else.
+// Thumbnails over the whole track, fetched one after the other while nobody waits for anything else,
+// and kept: another width of the window takes those that lie near enough.
 
 import {fetchPicture} from "./pictures.js";
 
 const thumbnailWidth = 100;
+const mostKept = 500;
 
 export class Strip {
   constructor(strip, seek, label) {
-    Object.assign(this, {strip, seek, label, track: null, generation: 0});
+    Object.assign(this, {strip, seek, label, track: null, generation: 0, kept: new Map()});
     new ResizeObserver(() => {
       clearTimeout(this.resized);
       this.resized = setTimeout(() => this.fill(), 200);
     }).observe(strip);
   }
 
-  setTrack(track) {
-    this.track = track;
+  setTrack(track, times) {
+    Object.assign(this, {track, times});
     this.number = 0;
     this.fill();
   }
@@ -26,14 +28,47 @@ export class Strip {
       return;
     this.number = number;
     const generation = ++this.generation;
-    for (const old of this.strip.querySelectorAll("img"))
-      URL.revokeObjectURL(old.src);
-    const buttons = Array.from({length: number}, (_, i) =>
-      this.makeButton(Math.floor((i + 0.5) * track.samples / number)));
+    const duration = this.times.start(track.samples);
+    const near = duration / number / 4;
+    const buttons = Array.from({length: number}, (_, i) => {
+      const time = duration * (i + 0.5) / number;
+      return this.makeButton(this.keptNear(time, near) ?? this.times.find(time));
+    });
     this.strip.replaceChildren(...buttons);
     for (const button of buttons) {
+      const kept = this.kept.get(this.key(button.dataset.sample));
+      if (kept) {
+        this.put(button, kept);
+        continue;
+      }
       while (generation === this.generation && !await this.load(button, generation))
         await new Promise(resolve => setTimeout(resolve, 2000));
+    }
+  }
+
+  key(sample) {
+    return `${this.track.number}:${sample}`;
+  }
+
+  keptNear(time, distance) {
+    const samples = [...this.kept.keys()].filter(key => key.startsWith(this.key("")))
+      .map(key => Number(key.slice(this.key("").length)));
+    return samples.find(sample => Math.abs(this.times.start(sample) - time) <= distance);
+  }
+
+  put(button, address) {
+    const image = new Image();
+    image.alt = "";
+    image.src = address;
+    button.replaceChildren(image);
+  }
+
+  keep(sample, address) {
+    this.kept.set(this.key(sample), address);
+    if (this.kept.size > mostKept) {
+      const [oldest, old] = this.kept.entries().next().value;
+      this.kept.delete(oldest);
+      URL.revokeObjectURL(old);
     }
   }
 
@@ -54,10 +89,10 @@ export class Strip {
     const answer = await fetchPicture({track: this.track.number, sample: button.dataset.sample, scale,
                                        field: "frame", kind: "thumbnail", lane: "strip", generation});
     if (answer.picture && generation === this.generation) {
-      const image = new Image();
-      image.alt = "";
-      image.src = URL.createObjectURL(answer.picture);
-      button.replaceChildren(image);
+      this.keep(button.dataset.sample, URL.createObjectURL(answer.picture));
+      this.put(button, this.kept.get(this.key(button.dataset.sample)));
+    } else {
+      button.classList.add(answer.state);
     }
     return answer.state !== "failed" && answer.state !== "gone";
   }

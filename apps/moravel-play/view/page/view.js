@@ -4,18 +4,22 @@ import {Bar} from "./bar.js";
 import {Shower, fetchJson} from "./pictures.js";
 import {Playback} from "./playback.js";
 import {Strip} from "./strip.js";
-import {timecode} from "./timecode.js";
+import {Times} from "./timecode.js";
 
 const $ = id => document.getElementById(id);
 const canvas = $("picture");
 
 let tracks = [];
 let track = null;
-let sample = 0;       // the one that is wanted, or played
+let times = null;     // of the track
+let picture = 0;      // the one that is wanted, or played: a sample, or a field of one
 const latencies = []; // from an order to its picture on the page, in milliseconds
 let drawn = 0;        // pictures, since the figures were last told
 
-const label = number => track ? timecode(track, number) : "";
+const label = number => times?.label(number) ?? "";
+const picturesEach = () => track.interlaced && $("field").value === "turn" ? 2 : 1;
+const sampleOf = number => Math.floor(number / picturesEach());
+const sampleNow = () => sampleOf(picture);
 const bar = new Bar($("bar"), number => goTo(number), label);
 const strip = new Strip($("strip"), number => goTo(number), label);
 const shower = new Shower(orderOf, async (position, answer, since) => {
@@ -29,15 +33,19 @@ const shower = new Shower(orderOf, async (position, answer, since) => {
 });
 const playback = new Playback(orderOf, (position, answer, bitmap) => {
   show(position, answer, bitmap);
-  setSample(position);
+  setPicture(position);
 }, endPlaying);
 
 function orderOf(position) {
-  return {track: track.number, sample: position, scale: scale(), field: field()};
+  return {track: track.number, sample: sampleOf(position), scale: scale(), field: fieldOf(position)};
 }
 
-function field() {
-  return track.interlaced ? $("field").value : "frame";
+function fieldOf(position) {
+  if (!track.interlaced)
+    return "frame";
+  if (picturesEach() === 1)
+    return $("field").value;
+  return (position % 2 === 1) === track.bottomFirst ? "top" : "bottom";
 }
 
 // The decoded size: the smallest one that fills the place.
@@ -45,10 +53,27 @@ function scale() {
   const chosen = Number($("size").value);
   if (chosen !== 0)
     return chosen;
+  const [width, height] = shownSize().map(side => side * window.devicePixelRatio);
+  return [8, 4, 2].find(each => track.width / each >= width && track.height / each >= height) ?? 1;
+}
+
+// What the picture takes of the page: pixels need not be squares.
+function shownSize() {
+  const [width, height] = track.shape;
   const place = canvas.parentElement;
-  const shape = Math.min(place.clientWidth / track.width, place.clientHeight / track.height);
-  const wanted = track.width * shape * window.devicePixelRatio;
-  return [8, 4, 2].find(each => track.width / each >= wanted) ?? 1;
+  const chosen = Number($("size").value);
+  const unit = chosen !== 0 ? track.height / chosen / window.devicePixelRatio / height
+    : Math.min(place.clientWidth / width, place.clientHeight / height);
+  return [Math.max(1, Math.floor(width * unit)), Math.max(1, Math.floor(height * unit))];
+}
+
+function place() {
+  if (track === null)
+    return;
+  canvas.parentElement.classList.toggle("scrolls", $("size").value !== "0");
+  const [width, height] = shownSize();
+  canvas.style.width = `${width}px`;
+  canvas.style.height = `${height}px`;
 }
 
 function show(position, answer, bitmap) {
@@ -58,34 +83,31 @@ function show(position, answer, bitmap) {
   const notes = {damaged: "damaged", missing: "missing", broken: "cannot be decoded"};
   const note = notes[answer.state];
   $("note").hidden = !note;
+  const sample = sampleOf(position);
   if (note) {
-    bar.mark(position, answer.state);
-    $("note").textContent = `Picture ${position} is ${note}${answer.reason ? `: ${answer.reason}` : ""}`
+    bar.mark(sample, answer.state);
+    $("note").textContent = `Picture ${sample} is ${note}${answer.reason ? `: ${answer.reason}` : ""}`
       .replace("is cannot", "cannot");
     $("note").className = answer.state;
   }
   draw(bitmap);
   ++drawn;
-  canvas.dataset.sample = position;
+  canvas.dataset.sample = sample;
+  canvas.dataset.field = fieldOf(position);
   canvas.dataset.state = answer.state;
-  canvas.setAttribute("aria-label", `Picture ${position} of ${track.samples}, ${label(position)}`);
+  canvas.setAttribute("aria-label", `Picture ${sample} of ${track.samples}, ${label(sample)}`);
 }
 
 // A field fills the shape of its frame.
 function draw(bitmap) {
-  const place = canvas.parentElement;
-  const shape = Math.min(place.clientWidth / track.width, place.clientHeight / track.height);
-  canvas.style.width = `${track.width * shape}px`;
-  canvas.style.height = `${track.height * shape}px`;
-  const width = bitmap ? bitmap.width : canvas.width;
-  const height = bitmap ? Math.round(width * track.height / track.width) : canvas.height;
-  if (canvas.width !== width || canvas.height !== height)
-    Object.assign(canvas, {width, height});
+  place();
+  if (bitmap && (canvas.width !== bitmap.width || canvas.height !== bitmap.height))
+    Object.assign(canvas, {width: bitmap.width, height: bitmap.height});
   const context = canvas.getContext("2d");
   if (bitmap)
-    context.drawImage(bitmap, 0, 0, width, height);
+    context.drawImage(bitmap, 0, 0);
   else
-    context.clearRect(0, 0, width, height);
+    context.clearRect(0, 0, canvas.width, canvas.height);
 }
 
 // What is wrong with a server, while it is.
@@ -96,12 +118,13 @@ function tell(answer) {
     $("banner").textContent = `${track.name}: ${answer.reason}. Trying again.`;
 }
 
-function setSample(number) {
-  sample = number;
-  bar.setSample(number);
+function setPicture(number) {
+  picture = number;
+  bar.setSample(sampleNow());
   if (document.activeElement !== $("time"))
-    $("time").value = label(number);
-  $("number").textContent = `#${number} of ${track.samples}`;
+    $("time").value = label(sampleNow());
+  const field = picturesEach() === 2 ? ` ${fieldOf(number)} field,` : "";
+  $("number").textContent = `#${sampleNow()}${field} of ${track.samples}`;
   remember();
 }
 
@@ -110,31 +133,38 @@ let remembered = 0;
 function remember() {
   clearTimeout(remembered);
   remembered = setTimeout(
-    () => history.replaceState(null, "", `#track=${track.number}&sample=${sample}`), 300);
+    () => history.replaceState(null, "", `#track=${track.number}&sample=${sampleNow()}`), 300);
 }
 
-function goTo(number) {
+function goTo(sample) {
+  goToPicture(Math.min(track.samples - 1, Math.max(0, sample)) * picturesEach());
+}
+
+function goToPicture(number) {
   pause();
-  setSample(Math.min(track.samples - 1, Math.max(0, number)));
-  shower.show(sample);
+  setPicture(Math.min(track.samples * picturesEach() - 1, Math.max(0, number)));
+  shower.show(picture);
 }
 
 function showAgain() {
-  if (!playback.isRunning)
-    shower.show(sample);
+  place();
+  if (track !== null && !playback.isRunning)
+    shower.show(picture);
 }
 
 // Playing.
 
-function perSecond() {
-  return track.rate[0] / track.rate[1] * Number($("speed").value);
-}
-
 function play(direction) {
-  const isEnd = direction > 0 ? sample >= track.samples - 1 : sample <= 0;
-  if (isEnd)
-    goTo(direction > 0 ? 0 : track.samples - 1);
-  playback.start(sample, track.samples, direction * perSecond(), shower.supersede());
+  const each = picturesEach();
+  const last = track.samples * each - 1;
+  if (picture === (direction > 0 ? last : 0))
+    goToPicture(direction > 0 ? 0 : last);
+  const time = number => {  // the second field begins half way to the next sample
+    const start = times.start(Math.floor(number / each));
+    return number % each === 0 ? start : (start + times.start(Math.floor(number / each) + 1)) / 2;
+  };
+  playback.start(picture, {count: last + 1, time, rate: track.rate[0] / track.rate[1] * each, each},
+                 direction * Number($("speed").value), shower.supersede());
   tellPlaying(direction);
 }
 
@@ -169,7 +199,7 @@ function endPlaying(last, failure) {
   const resumed = direction();
   tellPlaying(0);
   if (!failure) {
-    goTo(resumed > 0 ? track.samples - 1 : 0);  // steps may have gone past it
+    goToPicture(resumed > 0 ? track.samples * picturesEach() - 1 : 0);  // steps may have gone past it
     return;
   }
   tell(failure);
@@ -196,17 +226,31 @@ function shuttle(wanted) {
 
 // Tracks.
 
-function choose(number, at) {
-  pause();
-  track = tracks.find(each => each.number === number) ?? tracks[0];
+let choosing = 0;
+async function choose(number, at) {
+  const chosen = tracks.find(each => each.number === number) ?? tracks[0];
+  const serial = ++choosing;
+  const variable = chosen.variable ? await fetchJson(`times?track=${chosen.number}`) : null;
+  if (serial !== choosing)
+    return;
+  if (track !== null)
+    pause();
+  track = chosen;
+  each = picturesEach();
+  times = new Times(track, variable);
   $("track").value = track.number;
+  $("track").title = track.path;
   $("field-label").hidden = !track.interlaced;
   const rate = Math.round(track.rate[0] / track.rate[1] * 1000) / 1000;
-  $("facts").textContent = `${track.width} × ${track.height}, ${rate} fps, ${label(track.samples)}`;
+  const facts = [`${track.width} × ${track.height}`, `${track.variable ? "about " : ""}${rate} fps`,
+                 label(track.samples)];
+  if (track.interlaced)
+    facts.push(`${track.bottomFirst ? "bottom" : "top"} field first`);
+  $("facts").textContent = facts.join(", ");
   document.title = `${track.name} – moravel-play view`;
-  bar.setTrack(track.samples, track.damaged, track.missing);
-  goTo(at);
-  strip.setTrack(track);
+  bar.setTrack(times, track.damaged, track.missing);
+  goTo(Number.isInteger(at) ? at : 0);
+  strip.setTrack(track, times);
 }
 
 function nextOption(select) {
@@ -230,21 +274,27 @@ async function seek(text) {
 
 // Keys and buttons.
 
-const second = () => Math.round(track.rate[0] / track.rate[1]);
+// The sample that is so many seconds away, and at least the next one.
+function secondsAway(seconds) {
+  const now = sampleNow();
+  const there = times.nearest(times.start(now) + seconds);
+  return seconds > 0 ? Math.max(there, now + 1) : Math.min(there, now - 1);
+}
+
 const keys = {
-  "ArrowLeft": event => goTo(sample - (event.shiftKey ? 10 : 1)),
-  "ArrowRight": event => goTo(sample + (event.shiftKey ? 10 : 1)),
-  "PageUp": () => goTo(sample - second()),
-  "PageDown": () => goTo(sample + second()),
+  "ArrowLeft": event => goToPicture(picture - (event.shiftKey ? 10 : 1)),
+  "ArrowRight": event => goToPicture(picture + (event.shiftKey ? 10 : 1)),
+  "PageUp": () => goTo(secondsAway(-1)),
+  "PageDown": () => goTo(secondsAway(1)),
   "Home": () => goTo(0),
-  "End": () => goTo(track.samples - 1),
+  "End": () => goToPicture(track.samples * picturesEach() - 1),
   " ": () => direction() === 0 ? play(1) : pause(),
   "j": () => shuttle(-1),
   "k": () => pause(),
   "l": () => shuttle(1),
   "[": () => changeSpeed(-1),
   "]": () => changeSpeed(1),
-  "m": () => goTo(bar.markAfter(sample) ?? sample),
+  "m": () => goTo(bar.markAfter(sampleNow()) ?? sampleNow()),
   "t": () => nextOption($("track")),
   "f": () => { if (track.interlaced) nextOption($("field")); },
   "g": () => $("time").select(),
@@ -271,11 +321,16 @@ $("last").onclick = keys.End;
 $("help-button").onclick = keys["?"];
 $("track").onchange = event => choose(Number(event.target.value), 0);
 $("size").onchange = showAgain;
-$("field").onchange = showAgain;
+let each = 1;  // pictures a sample, before the field was switched
+$("field").onchange = () => {
+  const sample = Math.floor(picture / each);
+  each = picturesEach();
+  goTo(sample);
+};
 $("speed").onchange = () => { if (direction() !== 0) play(direction()); };
 $("time").oninput = () => $("time").classList.remove("wrong");
 $("time").onblur = () => {
-  $("time").value = label(sample);
+  $("time").value = label(sampleNow());
   $("time").classList.remove("wrong");
 };
 $("seek").onsubmit = event => {
@@ -284,10 +339,12 @@ $("seek").onsubmit = event => {
 };
 for (const select of document.querySelectorAll("select"))
   select.addEventListener("change", () => select.blur());
-window.addEventListener("resize", () => {
-  clearTimeout(window.resized);
-  window.resized = setTimeout(showAgain, 150);
-});
+let resized = 0;
+new ResizeObserver(() => {
+  place();
+  clearTimeout(resized);
+  resized = setTimeout(showAgain, 150);
+}).observe(canvas.parentElement);
 
 // Figures.
 
@@ -328,10 +385,11 @@ async function begin() {
   tracks = facts.tracks;
   for (const each of tracks) {
     const option = new Option(`${each.number}: ${each.name}`, each.number);
+    option.title = each.path;
     $("track").append(option);
   }
-  const place = new URLSearchParams(location.hash.slice(1));
-  choose(Number(place.get("track") ?? tracks[0].number), Number(place.get("sample") ?? 0));
+  const at = new URLSearchParams(location.hash.slice(1));
+  await choose(Number(at.get("track") ?? tracks[0].number), Number(at.get("sample") ?? 0));
   tellFigures();
 }
 
