@@ -32,33 +32,12 @@ install_packages() {
   done
 }
 
-# An AVI of two fields a sample, the top one first, of one JPEG file a field.
-make_fields_track() {
-  python3 - "$@" <<'END'
-import struct, sys
-def chunk(name, *parts): data = b"".join(parts); return name + struct.pack("<I", len(data)) + data + b"\0" * (len(data) % 2)
-def field(at, path): return b"\xff\xd8\xff\xe0\0\x10AVI1" + bytes([1 + at % 2] + [0] * 9) + open(path, "rb").read()[2:]
-fields = [field(at, path) for at, path in enumerate(sys.argv[1:])]
-samples = [a + b for a, b in zip(fields[::2], fields[1::2])]
-rate = struct.pack("<IIIIIIII", 1, 25, 0, len(samples), 0, 0, 0, 0)
-stream = chunk(b"LIST", b"strl", chunk(b"strh", b"vidsMJPG", bytes(12), rate, struct.pack("<HHHH", 0, 0, 720, 576)),
-               chunk(b"strf", struct.pack("<IIIHH4sIIIII", 40, 720, 576, 1, 24, b"MJPG", 0, 0, 0, 0, 0)))
-header = chunk(b"LIST", b"hdrl", chunk(b"avih", struct.pack("<IIIIIIIIII", 40000, 0, 0, 16, len(samples), 0, 1, 0, 720, 576), bytes(16)), stream)
-chunks, index, at = b"", b"", 4
-for sample in samples:
-    index += b"00dc" + struct.pack("<III", 16, at, len(sample))
-    chunks += chunk(b"00dc", sample)
-    at = 4 + len(chunks)
-sys.stdout.buffer.write(chunk(b"RIFF", b"AVI ", header, chunk(b"LIST", b"movi", chunks), chunk(b"idx1", index)))
-END
-}
-
 start_nginx() {
   mkdir -p "$work/media/tracks"
   cp "$clip" "$work/media/tracks/7"
   ffmpeg -nostdin -v error -i "$clip" -vf scale=720:576,separatefields -frames:v 20 -q:v 3 \
     "$work/field%02d.jpg"
-  make_fields_track "$work"/field*.jpg >"$work/media/tracks/8"
+  "$root/cmake/make-fields-track.py" "$work"/field*.jpg >"$work/media/tracks/8"
   chmod 755 "$work"  # nginx gives up root's rights
   port=$(perl -MIO::Socket::INET -e \
     'print IO::Socket::INET->new(Listen => 1, LocalAddr => "127.0.0.1")->sockport')

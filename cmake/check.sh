@@ -27,17 +27,21 @@ check_named_tests() {
     done
 }
 
-# A user who is not root is refused files that root is not. The build may lie where such a user
-# cannot go.
-test_player_as_ordinary_user() {
-  ((EUID == 0)) || return 0  # the tests have run as one
+# The player's tests and the documents' commands, as a user who is refused files that root is not.
+# The build may lie where such a user cannot go.
+test_as_ordinary_user() {
+  ((EUID == 0)) || return 0  # all else has run as one
   local copy status=0
   copy=$(mktemp -d)
+  cp -r ./*.md .ci dev Player apps benchmarks cmake docs examples fuzz logging platform qel tests Time \
+    "$copy"
   (cd build/dev && cp --parents tests/player/player-test apps/moravel-play/moravel-play \
     $(find . -name '*.so*') "$copy")
+  cp "$clip" "$copy/clip.avi"
   chmod -R a+rX "$copy"
-  (cd / && HOME=$copy setpriv --reuid=nobody --regid=nogroup --clear-groups \
-    "$copy/tests/player/player-test" --gtest_brief) || status=$?
+  (cd / && HOME=$copy setpriv --reuid=nobody --regid=nogroup --clear-groups sh -e -c '
+    "$0/tests/player/player-test" --gtest_brief
+    "$0/cmake/check-docs.py" "$0/apps/moravel-play/moravel-play" "$0/clip.avi"' "$copy") || status=$?
   rm -r "$copy"
   return "$status"
 }
@@ -79,13 +83,15 @@ check() {
   build dev
   say "tests that the documents name"
   check_named_tests
-  say "the player's tests as an ordinary user"
-  test_player_as_ordinary_user
+  say "the documents' commands"
+  make_clip dev
+  cmake/check-docs.py build/dev/apps/moravel-play/moravel-play "$clip"
+  say "the player's tests and the documents' commands as an ordinary user"
+  test_as_ordinary_user
   say "the page in a browser"
   tests/view/view_test.py build/dev/apps/moravel-play/moravel-play
   fuzz 5
   say "packages, and hosts that are built with them"
-  make_clip dev
   package
   cmake/check-install.sh build/packages "$clip"
   say "benchmarks, as briefly as can be"
