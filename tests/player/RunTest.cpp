@@ -294,6 +294,46 @@ TEST_F(Run, ShowsTheFieldsOfInterlacedTracks) {
   }
 }
 
+// Of one sample the second field keeps its first marker alone.
+TEST_F(Run, ShowsAFrameThatLacksAFieldAsDamaged) {
+  const std::string file = MakeTrack("fields.avi", {.interlaced = true});
+  auto bytes = ReadFile(file);
+  const std::vector<uint8_t>& sample = clip_.samples[3];
+  const uint8_t kStart[] = {0xFF, 0xD8};
+  const auto second =
+      std::search(sample.begin() + 2, sample.end(), std::begin(kStart), std::end(kStart));
+  const auto at = std::search(bytes.begin(), bytes.end(), sample.begin(), sample.end());
+  std::fill_n(at + (second - sample.begin()) + 2, 40, uint8_t{0xFF});
+  WriteFile(file, bytes);
+  const auto json = PlayJson({file, "--frames", "--size", "64x48", "--size", "32x24"}, 1);
+  for (const auto& size : json["tracks"][0]["sizes"]) {
+    EXPECT_EQ(size["pictures"], 10);
+    EXPECT_EQ(size["damaged"], 1);
+  }
+  EXPECT_EQ(Lines(errors_), 1) << errors_;
+  EXPECT_THAT(errors_, HasSubstr("sample 3 (00:00:00:03) damaged: bottom field: "));
+}
+
+TEST_F(Run, KeepsTheTracksTimeAndDropsWhatComesTooLate) {
+  const std::string slow =
+      MakeTrack("slow.avi", {.pictures = 4, .rateNumerator = 5, .rateDenominator = 1});
+  const auto paced = PlayJson({slow, "--realtime", "--window", "1"}, 0);
+  EXPECT_EQ(paced["tracks"][0]["verdict"]["text"], "plays at 5 fps: all pictures on time");
+  EXPECT_GT(paced["seconds"], 0.2);  // the last is asked for two early
+
+  // A fifth of the rate that its pictures need.
+  Player::StorageServer server{{.network = {.bytesPerSecond = 1e5}}};
+  server.AddTrack(1, MakeTrack("clip.avi", {.pictures = 20, .padding = 20'000}));
+  const std::string track = "127.0.0.1:" + std::to_string(server.Port()) + ":T1";
+  const auto late = PlayJson({track, "--realtime"}, 1)["tracks"][0];
+  EXPECT_GT(late["late"], 0);
+  EXPECT_GT(late["dropped"], 0);
+  EXPECT_EQ(late["preloaded"].get<int>() + late["dropped"].get<int>(), 20);
+  EXPECT_EQ(late["losses"][0]["what"], "late");
+  EXPECT_EQ(late["verdict"]["limit"], "server");
+  EXPECT_THAT(errors_, HasSubstr("late: its time had passed"));
+}
+
 TEST_F(Run, TellsOfItselfInOneOrderForAllReaders) {
   EXPECT_THAT(Play({"--help"}),
               AllOf(StartsWith("Usage: moravel-play [COMMAND]"), HasSubstr("\nExit codes:\n")));

@@ -68,7 +68,8 @@ std::string BashCompletionFoot() {
          "  else\n"
          "    ((COMP_CWORD > 1)) || mapfile -t COMPREPLY < <(compgen -W \"$commands\" -- "
          "\"$word\")\n"
-         "    mapfile -t -O ${#COMPREPLY[@]} COMPREPLY < <(compgen -f -- \"$word\")\n"
+         "    mapfile -t -O ${#COMPREPLY[@]} COMPREPLY < <(compgen -d -- \"$word\"\n"
+         "      compgen -f -X '!*.[AaMm][VvOoPp4][IiVv4]' -- \"$word\")  # .avi .mov .mp4 .m4v\n"
          "  fi\n"
          "}\n"
          "complete -o filenames -F _moravel_play moravel-play\n";

@@ -52,6 +52,7 @@ class Worker {
     const Track& track = task.job.track->facts;
     const CapturedWarnings warnings;
     std::string failure;
+    bool isShown = true;
     for (size_t i = 0; i < track.sizes.size(); ++i) {
       Picture picture = {track,      track.sizes[i], task.job.position, NumberOf(task), bottom,
                          task.state, nullptr};
@@ -62,13 +63,14 @@ class Worker {
           picture.state = PictureState::Undecodable;
         else if (!warnings.First().empty() || !decoded.failure.empty())
           picture.state = PictureState::Damaged;
+        isShown = isShown && picture.image;
         if (failure.empty())
           failure = decoded.failure;
         Count(task, i, picture);
       }
       Write(picture);
     }
-    TellLoss(task, bottom, failure, warnings.First());
+    TellLoss(task, bottom, isShown, failure, warnings.First());
   }
 
   void Count(const Task& task, size_t size, const Picture& picture) {
@@ -80,12 +82,12 @@ class Worker {
       ++statistics.late;
   }
 
-  static void TellLoss(const Task& task, bool bottom, const std::string& failure,
+  static void TellLoss(const Task& task, bool bottom, bool isShown, const std::string& failure,
                        const std::string& warning) {
     if (failure.empty() && warning.empty())
       return;
     const Track& track = task.job.track->facts;
-    const auto state = failure.empty() ? PictureState::Damaged : PictureState::Undecodable;
+    const auto state = isShown ? PictureState::Damaged : PictureState::Undecodable;
     task.job.track->statistics.losses.Tell(
         track, state, NumberOf(task),
         track.interlaced && !track.weaves ? bottom ? "bottom" : "top" : "",
@@ -105,8 +107,12 @@ class Worker {
     const Decoded top = Decode(task, picture);
     picture.bottom = true;
     const Decoded bottom = Decode(task, picture);
-    return {WeaveFields(top.image, bottom.image),
-            top.failure.empty() ? bottom.failure : top.failure};
+    std::string failure;
+    if (!top.failure.empty())
+      failure = "top field: " + top.failure;
+    else if (!bottom.failure.empty())
+      failure = "bottom field: " + bottom.failure;
+    return {WeaveFields(top.image, bottom.image), failure};
   }
 
   Decoded Decode(const Task& task, const Picture& picture) {
