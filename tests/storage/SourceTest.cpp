@@ -134,6 +134,22 @@ TEST_F(Served, TakesOneRequestForARandomSampleAndFewForASequence) {
   EXPECT_THAT(server.RequestCount() - before, Le(2 * 200 * 3 / 10u));
 }
 
+TEST_F(Served, ReadsAnIndexOnceForAllSourcesThatUseIt) {
+  Serve({.pictures = 200});
+  const auto open = [&](SourceUnderTest& other, int64_t track = 1) {
+    const uint64_t requests = server.RequestCount();
+    other.Init(server.Port(), track);
+    return server.RequestCount() - requests;
+  };
+  SourceUnderTest second, third;
+  EXPECT_EQ(open(second), 1u);  // which asks for the file's version
+  const Clip replaced = MakeClip({.file = folder / "b", .pictures = 30});
+  server.AddTrack(1, replaced.file);
+  EXPECT_GT(open(third), 1u);
+  EXPECT_EQ(AllBytes(third.Read(9)), replaced.samples[9]);
+  EXPECT_EQ(AllBytes(second.Read(9)), replaced.samples[9]);
+}
+
 // A track that is left alone in the middle of a sequence costs no more than the connection's
 // buffers, and what was given back is not kept for ever.
 TEST_F(Served, HoldsLittleThatNobodyTookOrNeedsAnyMore) {

@@ -27,6 +27,8 @@ class HttpFile : public IFileBytes {
   // of an earlier version are over.
   void Open();
 
+  // That Open found.
+  const FileVersion& Version() const { return version_; }
   int64_t Size() const override { return version_.size; }
   // For the index: within the time that opening may take, and the number of requests.
   void ReadAt(int64_t offset, std::span<uint8_t> bytes) override;

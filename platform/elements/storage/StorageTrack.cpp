@@ -3,6 +3,7 @@
 #include <utility>
 
 #include "elements/storage/FileFault.h"
+#include "elements/storage/IndexesInUse.h"
 #include "elements/storage/Printable.h"
 #include "qel/WorkflowStepImplementation.h"
 
@@ -34,7 +35,7 @@ void StorageTrack::Reopen() {
   readAhead_.reset();
   Named([this] {
     file_.Open();
-    index_ = std::make_shared<const TrackIndex>(ReadTrackIndex(file_));
+    index_ = ShareIndex(name_, file_.Version(), [this] { return ReadTrackIndex(file_); });
   });
   readAhead_ = std::make_unique<ReadAhead>(file_, *index_, *pool_);
 }

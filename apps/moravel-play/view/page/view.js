@@ -242,11 +242,11 @@ async function choose(number, at) {
   $("track").title = track.path;
   $("field-label").hidden = !track.interlaced;
   const rate = Math.round(track.rate[0] / track.rate[1] * 1000) / 1000;
-  const facts = [`${track.width} × ${track.height}`, `${track.variable ? "about " : ""}${rate} fps`,
+  const facts = [`${track.width} × ${track.height}`, track.variable ? "variable rate" : `${rate} fps`,
                  label(track.samples)];
   if (track.interlaced)
     facts.push(`${track.bottomFirst ? "bottom" : "top"} field first`);
-  $("facts").textContent = facts.join(", ");
+  $("facts").textContent = $("facts").title = facts.join(", ");
   document.title = `${track.name} – moravel-play view`;
   bar.setTrack(times, track.damaged, track.missing);
   goTo(Number.isInteger(at) ? at : 0);
