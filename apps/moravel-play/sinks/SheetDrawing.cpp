@@ -8,6 +8,7 @@
 
 #include "sinks/CairoSurface.h"
 #include "sinks/PngFile.h"
+#include "sinks/SheetFont.h"
 
 namespace Moravel::Play {
 
@@ -125,22 +126,22 @@ class Drawing {
     cairo_stroke(pen_.get());
   }
 
-  void Font(double size, bool bold = false) {
-    cairo_select_font_face(pen_.get(), "DejaVu Sans", CAIRO_FONT_SLANT_NORMAL,
+  void Font(const std::string& text, double size, bool bold = false) {
+    cairo_select_font_face(pen_.get(), FontFamilyFor(text, bold).c_str(), CAIRO_FONT_SLANT_NORMAL,
                            bold ? CAIRO_FONT_WEIGHT_BOLD : CAIRO_FONT_WEIGHT_NORMAL);
     cairo_set_font_size(pen_.get(), size);
   }
 
   double Width(const std::string& text, double size) {
     cairo_text_extents_t extents;
-    Font(size);
+    Font(text, size);
     cairo_text_extents(pen_.get(), text.c_str(), &extents);
     return extents.x_advance;
   }
 
   void Text(const std::string& text, double x, double y, double size, Colour colour,
             bool bold = false) {
-    Font(size, bold);
+    Font(text, size, bold);
     Use(colour);
     cairo_move_to(pen_.get(), x, y);
     cairo_show_text(pen_.get(), text.c_str());
