@@ -144,6 +144,41 @@ def make_clip(path):
     path.write_bytes(data)
 
 
+def make_fields(path):
+    """Interlaced, top field first: every field of 25 samples carries its own number."""
+    def chunk(name, data):
+        return name + struct.pack("<I", len(data)) + data + bytes(len(data) % 2)
+
+    count = 25
+    raw = subprocess.run(["ffmpeg", "-nostdin", "-v", "error", "-f", "lavfi", "-i",
+                          f"color=size=160x48:rate=50,geq={CELLS}", "-frames:v", str(2 * count), "-c:v",
+                          "mjpeg", "-q:v", "4", "-pix_fmt", "yuvj420p", "-f", "image2pipe", "-"],
+                         check=True, capture_output=True).stdout
+    start = b"\xff\xd8\xff"
+    fields = [b"\xff\xd8\xff\xe0\0\x10AVI1" + bytes([1 + i % 2]) + bytes(9) + b"\xff" + picture
+              for i, picture in enumerate(raw.split(start)[1:])]
+    movi, index = b"movi", b""
+    for top, bottom in zip(fields[::2], fields[1::2]):
+        index += b"00dc" + struct.pack("<III", 16, len(movi), len(top + bottom))
+        movi += chunk(b"00dc", top + bottom)
+    stream = (chunk(b"strh", b"vidsMJPG" + struct.pack("<10I4H", 0, 0, 0, 1, 25, 0, count, 0, 0, 0, 0, 0,
+                                                       160, 96)) +
+              chunk(b"strf", struct.pack("<IiiHH4s5I", 40, 160, 96, 1, 24, b"MJPG", *[0] * 5)))
+    header = (b"hdrl" + chunk(b"avih", struct.pack("<14I", 40000, 0, 0, 16, count, 0, 1, 0, 160, 96,
+                                                   0, 0, 0, 0)) +
+              chunk(b"LIST", b"strl" + stream))
+    path.write_bytes(chunk(b"RIFF", b"AVI " + chunk(b"LIST", header) + chunk(b"LIST", movi) +
+                           chunk(b"idx1", index)))
+
+
+def make_variable(path):
+    """Pixels of 2:1; ten pictures in a quarter of a second each, then ten in a second each."""
+    subprocess.run(["ffmpeg", "-nostdin", "-v", "error", "-y", "-f", "lavfi", "-i",
+                    f"color=size=160x90:rate=4,geq={CELLS},setsar=2/1,setpts='(N+3*max(0\\,N-10))/(4*TB)'",
+                    "-frames:v", "20", "-fps_mode", "vfr", "-c:v", "mjpeg", "-q:v", "4", "-pix_fmt",
+                    "yuvj420p", str(path)], check=True)
+
+
 def wait(what, condition, seconds=30):
     end = time.monotonic() + seconds
     while not (value := condition()):
@@ -210,6 +245,40 @@ def test(browser, server, address, screenshot):
         browser.run("location.hash = '#track=1&sample=60'; location.reload()")
         wait("the first track is shown again", lambda: shows(60))
 
+    def choose(name, value):
+        browser.run(f"const s = document.getElementById('{name}'); s.value = '{value}';"
+                    "s.dispatchEvent(new Event('change'))")
+
+    choose("track", 3)
+    wait("a track of fields is shown", lambda: canvas()[1] == 0 and "top field first" in text("facts"))
+    for field, number in (("top", 0), ("bottom", 1), ("turn", 0)):
+        choose("field", field)
+        wait(f"field {field} is shown", lambda: canvas()[:2] == [number, 0])
+    browser.keys("\ue014", "\ue014", "\ue014")
+    wait("fields are stepped in turn", lambda: canvas()[:2] == [3, 1] and "bottom" in text("number"))
+    choose("size", 4)
+    wait("a chosen size is the size of the picture", lambda: browser.run(
+        "const c = document.getElementById('picture'); return [c.width, c.clientWidth]") == [40, 40])
+    choose("size", 0)
+    choose("field", "frame")
+
+    choose("track", 4)
+    wait("a track of variable rate is shown", lambda: shows(0) and "variable" in text("facts"))
+    shape = browser.run("const c = document.getElementById('picture'); return c.clientWidth / c.clientHeight")
+    assert abs(shape - 320 / 90) < 0.05, shape
+    browser.keys("g", *"5.7", "\ue007")
+    wait("a time is that of the samples", lambda: shows(13) and browser.run(
+        "return document.getElementById('time').value") == "00:00:05.500")
+    browser.keys("\ue00f")  # page down
+    wait("a second on is a second on", lambda: shows(14))
+    choose("speed", 8)
+    begin = time.monotonic()
+    click("forward")
+    wait("it plays by the samples' times", lambda: shows(19))
+    assert 0.4 < time.monotonic() - begin < 3, time.monotonic() - begin
+    choose("track", 1)
+    wait("the first track comes again", lambda: shows(0) or canvas()[1:] == [0, "missing"])
+
     server.end()
     browser.keys("\ue010")  # end
     wait("a server that is gone is told", lambda: "connect" in banner())
@@ -222,9 +291,13 @@ def main():
     with tempfile.TemporaryDirectory() as folder:
         clip = Path(folder) / "clip.avi"
         make_clip(clip)
+        fields, variable = Path(folder) / "fields.avi", Path(folder) / "variable.mov"
+        make_fields(fields)
+        make_variable(variable)
         server = Server(clip)
         other = os.environ.get("VIEW_TEST_CLIP", str(clip))
-        viewer = subprocess.Popen([program, "view", f"127.0.0.1:{server.port}:T1", other],
+        viewer = subprocess.Popen([program, "view", f"127.0.0.1:{server.port}:T1", other,
+                                   str(fields), str(variable)],
                                   stdout=subprocess.PIPE, text=True)
         browser = Browser(f"{folder}/profile")
         try:
