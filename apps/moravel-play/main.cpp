@@ -1,6 +1,8 @@
 #include <cstdio>
+#include <new>
 #include <string>
 #include <string_view>
+#include <system_error>
 #include <vector>
 
 #include "command/CommandPage.h"
@@ -89,13 +91,17 @@ int Run(int argc, const char* const* argv) {
 
 int main(int argc, char** argv) {
   OpenStandardDescriptors();
+  std::set_new_handler(&EndOutOfMemory);
   try {
     return Run(argc, argv);
   } catch (const UsageError& error) {
     PrintProblem(error.what());
     return kExitUsage;
-  } catch (const std::bad_alloc&) {
-    PrintOutOfMemory();
+  } catch (const std::bad_alloc&) {  // of a size that cannot be
+    EndOutOfMemory();
+  } catch (const std::system_error& error) {
+    const bool isThread = error.code() == std::errc::resource_unavailable_try_again;
+    PrintProblem((isThread ? "cannot start a thread: " : "") + std::string(error.what()));
     return kExitUnreadable;
   } catch (const std::exception& error) {
     PrintProblem(error.what());

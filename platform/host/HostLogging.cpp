@@ -10,6 +10,7 @@
 #include <string>
 
 #include "logging/LoggingManager.h"
+#include "qelCore/Printable.h"
 
 namespace orl::mv::logging {
 
@@ -45,7 +46,8 @@ spdlog::color_mode Colours() {
   return isWanted ? spdlog::color_mode::automatic : spdlog::color_mode::never;
 }
 
-// Lines go to standard error: standard output is for pictures.
+// Lines go to standard error: standard output is for pictures. Whoever wrote them, they command no
+// terminal and are one line each.
 class Logger : public ILogger {
  public:
   explicit Logger(const std::string& name)
@@ -58,7 +60,7 @@ class Logger : public ILogger {
 
   void Log(Level level, const std::string& text, const char* file, size_t line) const override {
     logger_.log(spdlog::source_loc{file, static_cast<int>(line), ""}, ToSpdlog(level),
-                spdlog::string_view_t(text));
+                spdlog::string_view_t(qel::Printable(text)));
   }
 
  private:

@@ -3,8 +3,10 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <new>
+
 #include <utility>
+
+#include "qelCore/OutOfMemory.h"
 
 namespace Moravel::Player {
 
@@ -55,7 +57,7 @@ Response::Response(Descriptor file, const ByteRange& part, BadNetwork& network, 
 
 void Response::Add(const char* name, const std::string& value) {
   if (::MHD_add_response_header(response_.get(), name, value.c_str()) != MHD_YES) {
-    throw std::bad_alloc();
+    qel::FailOutOfMemory();
   }
 }
 
@@ -65,7 +67,7 @@ bool Response::Send(MHD_Connection* connection, unsigned status) {
 
 void Response::Check() const {
   if (!response_) {
-    throw std::bad_alloc();
+    qel::FailOutOfMemory();
   }
 }
 

@@ -27,8 +27,11 @@ class PlayerFaults : public ::testing::Test {
   }
 
   // The program under a shell that prepares what it runs in.
-  static std::string UnderShell(const std::string& prepare, const std::string& arguments,
-                                int exitCode) {
+  struct Ended {
+    int exitCode;
+    std::string output;
+  };
+  static Ended UnderShell(const std::string& prepare, const std::string& arguments) {
     const std::string program =
         std::filesystem::read_symlink("/proc/self/exe").parent_path() / MORAVEL_PLAY_PROGRAM;
     const std::string command = "exec 2>&1; " + prepare + " " + program + arguments;
@@ -37,8 +40,13 @@ class PlayerFaults : public ::testing::Test {
     char part[4096];
     while (const size_t length = std::fread(part, 1, sizeof part, shell))
       output.append(part, length);
-    EXPECT_EQ(WEXITSTATUS(::pclose(shell)), exitCode) << command << "\n" << output;
-    return output;
+    return {WEXITSTATUS(::pclose(shell)), output};
+  }
+  static std::string UnderShell(const std::string& prepare, const std::string& arguments,
+                                int exitCode) {
+    const Ended ended = UnderShell(prepare, arguments);
+    EXPECT_EQ(ended.exitCode, exitCode) << prepare << arguments << "\n" << ended.output;
+    return ended.output;
   }
 
   TempFolder folder_;
@@ -82,6 +90,33 @@ TEST_F(PlayerFaults, WantOfThreadsIsOneLine) {
   // Stacks of a quarter of the memory that there is: some threads can be made, not all.
   EXPECT_THAT(UnderShell("ulimit -v 2000000 -s 400000;", clip + " --jobs 8", 3),
               HasSubstr("thread"));
+}
+
+// Wherever the memory comes to its end, and whichever library finds that out.
+TEST_F(PlayerFaults, WantOfMemoryIsOneLine) {
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+  GTEST_SKIP() << "sanitizers take more address space than the limit leaves";
+#endif
+  const std::string clip =
+      " " +
+      MakeTrack("clip.avi", {.width = 1280, .height = 720, .pictures = 4, .interlaced = true});
+  const std::string out = " " + (folder_ / "out").string();
+  int ends = 0;
+  for (const std::string& arguments :
+       {clip + " --quiet --png" + out, clip + " --quiet --frames --contact-sheet" + out + ".png",
+        clip + " --quiet --jpeg" + out, " probe --scan" + clip + " > /dev/null"}) {
+    for (int megabytes = 70; megabytes <= 220; megabytes += 50) {
+      const std::string limit = "ulimit -v " + std::to_string(megabytes * 1000) + ";";
+      const auto [exitCode, output] = UnderShell(limit, arguments);
+      if (exitCode == 0)
+        continue;
+      ends += output == "moravel-play: out of memory\n" ? 1 : 0;
+      EXPECT_EQ(exitCode, 3) << limit << arguments;
+      EXPECT_EQ(std::count(output.begin(), output.end(), '\n'), 1) << limit << output;
+      EXPECT_THAT(output, ::testing::AnyOf(HasSubstr("memory"), HasSubstr("thread")));
+    }
+  }
+  EXPECT_GT(ends, 0);
 }
 
 // Neither does it say anything of the server, which would be given up after ten failures in a row.

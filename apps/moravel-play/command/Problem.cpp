@@ -2,30 +2,37 @@
 
 #include <unistd.h>
 
+#include <atomic>
 #include <cstdio>
-#include <new>
+#include <string_view>
 
-#include "command/Printable.h"
+#include "command/ExitCode.h"
+#include "qelCore/Printable.h"
 
 namespace Moravel::Play {
 
 namespace {
 
 // Erases what the progress bar may have left in the line.
-constexpr const char* kEraseLine = "\033[K";
+constexpr std::string_view kEraseLine = "\033[K";
 
 }  // namespace
 
-void PrintProblem(const std::string& text) try {
-  const std::string line = "moravel-play: " + Printable(text) + '\n';
+void PrintProblem(const std::string& text) {
+  const std::string line = "moravel-play: " + qel::Printable(text) + '\n';
   static const bool terminal = ::isatty(STDERR_FILENO) == 1;
-  std::fputs(terminal ? (kEraseLine + line).c_str() : line.c_str(), stderr);
-} catch (const std::bad_alloc&) {
-  PrintOutOfMemory();
+  std::fputs(terminal ? (std::string(kEraseLine) + line).c_str() : line.c_str(), stderr);
 }
 
-void PrintOutOfMemory() {
-  std::fputs("moravel-play: out of memory\n", stderr);
+void EndOutOfMemory() noexcept {
+  static std::atomic_flag isEnding;
+  while (isEnding.test_and_set())
+    ::pause();  // another thread ends the program
+  const bool terminal = ::isatty(STDERR_FILENO) == 1;
+  constexpr std::string_view kLine = "\033[Kmoravel-play: out of memory\n";
+  const std::string_view line = terminal ? kLine : kLine.substr(kEraseLine.size());
+  [[maybe_unused]] const ssize_t written = ::write(STDERR_FILENO, line.data(), line.size());
+  ::_exit(kExitUnreadable);
 }
 
 }  // namespace Moravel::Play

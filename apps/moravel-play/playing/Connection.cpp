@@ -104,8 +104,6 @@ void Connection::Open(const NamedTrack& named) {
     const bool isShared = !added.facts.sequence.IsConsecutive();
     playback_.schedule.Add(plan_.lane, isShared ? std::nullopt : std::optional(plan_.number),
                            std::max(playback_.options.window, 2 * plan_.connections), added);
-  } catch (const std::bad_alloc&) {
-    throw;
   } catch (const UsageError& error) {
     playback_.tracks.AddFailed(named.index, {named.name, ReasonOf(error, named.id)}, true);
   } catch (const std::exception& error) {
@@ -167,8 +165,6 @@ Connection::Answer Connection::Order(PlayingTrack& track, int64_t position) {
       SelectSource(track.facts.id);
     if (preloader_.Preload(order) == Player::IPreloader::PreloadResult::ERROR)
       answer.failure = Failure::Lasting;
-  } catch (const std::bad_alloc&) {
-    throw;
   } catch (const qel::FileFaultError& error) {
     answer = {Failure::OfTheFile, ReasonOf(error, track.facts.id)};
   } catch (const std::exception& error) {

@@ -131,8 +131,6 @@ class Worker {
       Player::ISampleDecoder& decoder = (*task.job.track->decoders)[number_].Dispatcher();
       const std::unique_ptr<Player::ISample> decoded(decoder.Decode(order));
       return {TakeImage(decoded.get()), decoded ? "" : "no picture came of it"};
-    } catch (const std::bad_alloc&) {
-      throw;
     } catch (const std::exception& error) {
       return {nullptr, error.what()};
     }

@@ -17,8 +17,6 @@ void ForEachSink(const PictureSinks& sinks, Stopper& stopper, Call call) {
   for (const auto& sink : sinks) {
     try {
       call(*sink);
-    } catch (const std::bad_alloc&) {
-      throw;
     } catch (const ClosedPipe&) {
       stopper.OutputClosed();
     } catch (const std::exception& error) {

@@ -46,6 +46,8 @@ Probed ProbeServer(const std::vector<NamedTrack>& tracks, const ProbeOptions& op
         track.scan = ScanTrack(source, track.track, *track.index, jobs, progress, stop);
       probed.tracks.emplace(named.index, std::move(track));
       Forget(source, named.id);
+    } catch (const std::system_error&) {  // no threads: no fault of the track
+      throw;
     } catch (const std::exception& error) {
       if (!stop.stop_requested())
         probed.failed[named.index] = {named.name, ReasonOf(error, named.id)};

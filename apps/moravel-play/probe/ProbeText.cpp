@@ -1,8 +1,8 @@
 #include <algorithm>
 #include <cstdio>
 
-#include "command/Printable.h"
 #include "probe/ProbeReport.h"
+#include "qelCore/Printable.h"
 #include "tracks/TrackTimes.h"
 
 namespace Moravel::Play {
@@ -20,7 +20,7 @@ std::string Format(const char* format, Values... values) {
 }
 
 std::string Row(const char* name, const std::string& value) {
-  return Format("  %-13s ", name) + Printable(value) + '\n';
+  return Format("  %-13s ", name) + qel::Printable(value) + '\n';
 }
 
 std::string Counted(int64_t count, const char* one, const char* many) {
@@ -87,7 +87,7 @@ std::string LossLine(const Track& track, const ScanLoss& loss) {
     samples += "-#" + std::to_string(loss.last);
   return Format("    %-16s %s  %s", samples.c_str(), ToTimeCode(track, loss.first).c_str(),
                 NameOf(loss.state)) +
-         Printable((loss.reason.empty() ? "" : ": ") + loss.reason) + '\n';
+         qel::Printable((loss.reason.empty() ? "" : ": ") + loss.reason) + '\n';
 }
 
 std::string ScanText(const ProbedTrack& probed) {
@@ -110,7 +110,7 @@ std::string ScanText(const ProbedTrack& probed) {
 std::string ToText(const ProbedTrack& probed) {
   const Track& track = probed.track;
   const qel::TrackFacts& facts = probed.Facts();
-  std::string text = Printable(track.name) + '\n';
+  std::string text = qel::Printable(track.name) + '\n';
   text += Row("container", facts.container);
   text += Row("pictures", PicturesText(probed));
   if (track.interlaced)

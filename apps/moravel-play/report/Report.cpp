@@ -4,7 +4,7 @@
 #include <cstdio>
 #include <nlohmann/json.hpp>
 
-#include "command/Printable.h"
+#include "qelCore/Printable.h"
 #include "report/DisplayText.h"
 #include "report/Verdict.h"
 #include "tracks/TrackTimes.h"
@@ -49,13 +49,13 @@ long long Wide(int64_t value) {
 }
 
 std::string Name(const PlayingTrack& track, int width) {
-  return FitToWidth(Printable(track.facts.name), width);
+  return FitToWidth(qel::Printable(track.facts.name), width);
 }
 
 int NameWidth(const Outcome& outcome) {
   int width = 5;
   for (const PlayingTrack* track : outcome.tracks)
-    width = std::clamp(DisplayWidth(Printable(track->facts.name)), width, kNameWidth);
+    width = std::clamp(DisplayWidth(qel::Printable(track->facts.name)), width, kNameWidth);
   return width;
 }
 
@@ -180,7 +180,7 @@ std::string ToTable(const Outcome& outcome) {
   if (outcome.options.DecodesPictures())
     table += PicturesTable(outcome, nameWidth) + "\n";
   for (const PlayingTrack* track : outcome.tracks) {
-    const std::string name = Printable(track->facts.name);
+    const std::string name = qel::Printable(track->facts.name);
     std::string text = Judge(*track, outcome).text;
     const bool fits = DisplayWidth(name) + 2 + DisplayWidth(text) <= 80;
     const size_t limit = text.find("; ");

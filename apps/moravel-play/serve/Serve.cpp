@@ -11,8 +11,8 @@
 #include "command/ExitCode.h"
 #include "command/Host.h"
 #include "command/Interrupt.h"
-#include "command/Printable.h"
 #include "command/Problem.h"
+#include "qelCore/Printable.h"
 #include "serve/OwnAddress.h"
 #include "serve/ServeOptions.h"
 #include "serve/ServedTracks.h"
@@ -40,7 +40,7 @@ void LogAnswer(const Player::StorageServer::Answered& answer) {
                                                  : std::to_string(answer.status) + "  " +
                                                        std::to_string(answer.bodyBytes) + " bytes";
   const std::string line = answer.client + "  " + answer.method + ' ' + answer.path + range + "  ";
-  std::fputs((std::string(time) + "  " + Printable(line) + outcome + '\n').c_str(), stderr);
+  std::fputs((std::string(time) + "  " + qel::Printable(line) + outcome + '\n').c_str(), stderr);
 }
 
 // Those that cannot be served are told, and left out.
@@ -68,7 +68,7 @@ std::string ToText(const Tracks& tracks, const ServeOptions& options, uint16_t p
   };
   add("TRACK", "FILE");
   for (const auto& [number, file] : tracks)
-    add(server + std::to_string(number), Printable(file.string()));
+    add(server + std::to_string(number), qel::Printable(file.string()));
   return text;
 }
 

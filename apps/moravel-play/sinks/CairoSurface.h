@@ -4,10 +4,14 @@
 
 #include <cstdint>
 #include <memory>
+#include <string>
 
 #include "command/Options.h"
 
 namespace Moravel::Play {
+
+// Throws OutputError, "WHAT: " and the drawing library's reason; std::bad_alloc for want of memory.
+void CheckDrawing(cairo_status_t status, const std::string& what);
 
 // An opaque picture in memory, four bytes B, G, R and unused to a pixel. Errors of the drawing
 // library are OutputError.

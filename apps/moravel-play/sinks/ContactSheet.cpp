@@ -6,9 +6,9 @@
 #include <cerrno>
 #include <system_error>
 
-#include "command/Printable.h"
 #include "command/Problem.h"
 #include "elements/mjpeg/BgraPicture.h"
+#include "qelCore/Printable.h"
 #include "sinks/OutputFile.h"
 #include "sinks/TrackLabel.h"
 #include "tracks/TrackTimes.h"
@@ -29,7 +29,7 @@ Size ThumbnailSize(const Track& track) {
 
 // Files go by their name alone.
 std::string Title(const Track& track) {
-  return Printable(std::filesystem::path(track.name).filename().string());
+  return qel::Printable(std::filesystem::path(track.name).filename().string());
 }
 
 std::string Facts(const Track& track, const Size& size) {

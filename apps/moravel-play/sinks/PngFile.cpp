@@ -8,6 +8,8 @@
 #include <string>
 #include <vector>
 
+#include "qelCore/OutOfMemory.h"
+
 namespace Moravel::Play {
 
 namespace {
@@ -23,6 +25,8 @@ struct FreeBytes {
 };
 
 void CheckPng(int result, const char* what) {
+  if (result == SPNG_EMEM || result == SPNG_EZLIB_INIT || result == SPNG_EZLIB)
+    qel::FailOutOfMemory();  // zlib fails for no other reason: what it is given is always right
   if (result != 0)
     throw OutputError(std::string("a PNG picture cannot be made: ") + what + ": " +
                       spng_strerror(result));
@@ -36,7 +40,7 @@ void CheckPng(int result, const char* what) {
 void WritePng(OutputFile& file, const uint8_t* bgrx, int stride, Size size) {
   const std::unique_ptr<spng_ctx, FreeEncoder> encoder(spng_ctx_new(SPNG_CTX_ENCODER));
   if (!encoder)
-    throw std::bad_alloc();
+    qel::FailOutOfMemory();
   spng_set_option(encoder.get(), SPNG_ENCODE_TO_BUFFER, 1);
   spng_set_option(encoder.get(), SPNG_FILTER_CHOICE, SPNG_FILTER_CHOICE_UP);
   spng_set_option(encoder.get(), SPNG_IMG_COMPRESSION_STRATEGY, kRunLengths);

@@ -77,6 +77,7 @@ class Drawing {
   }
 
   void Write(const std::filesystem::path& path) {
+    CheckDrawing(cairo_status(pen_.get()), path.string() + ": cannot be drawn");
     surface_.Flush();
     OutputFile file(path);
     WritePng(file, surface_.Data(), surface_.Stride(), surface_.GetSize());

@@ -27,16 +27,19 @@ NamedTracks NameTracks(const std::vector<TrackArgument>& arguments) {
           {index, argument.text, *argument.remoteId});
       continue;
     }
+    const Player::StorageServer::Options loopback;
+    if (!named.fileServer)  // that it cannot start is no fault of the file
+      named.fileServer = std::make_unique<Player::StorageServer>(loopback);
     try {
       CheckFile(argument.text);
-      const Player::StorageServer::Options loopback;
-      if (!named.fileServer)
-        named.fileServer = std::make_unique<Player::StorageServer>(loopback);
       const int64_t id = named.fileServer->AddTrack(argument.text);
       const Player::StorageId storage(loopback.address, named.fileServer->Port());
       named.servers[storage].push_back({index, argument.text, Player::TrackId(storage, id)});
     } catch (const std::exception& error) {
-      named.failed[index] = {argument.text, error.what()};
+      const std::string reason = error.what();
+      const std::string prefix = "cannot read " + argument.text + ": ";
+      named.failed[index] = {argument.text,
+                             reason.substr(reason.starts_with(prefix) ? prefix.size() : 0)};
     }
   }
   return named;

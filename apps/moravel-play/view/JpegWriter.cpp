@@ -5,6 +5,8 @@
 #include <memory>
 #include <stdexcept>
 
+#include "elements/jpeg/TurboJpegError.h"
+
 namespace Moravel::Play {
 
 namespace {
@@ -19,7 +21,7 @@ std::string Compress(const uint8_t* planes, int width, int height) {
   if (!compressor || ::tjCompressFromYUV(compressor.get(), planes, width, 1, height, TJSAMP_420,
                                          &data, &size, kQuality, TJFLAG_NOREALLOC) != 0)
     throw std::runtime_error(std::string("a picture cannot be written as JPEG: ") +
-                             ::tjGetErrorStr2(compressor.get()));
+                             qel::TurboJpegError(compressor.get()));
   jpeg.resize(size);
   return jpeg;
 }

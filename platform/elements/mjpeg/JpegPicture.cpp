@@ -6,6 +6,7 @@
 #include <utility>
 
 #include "elements/jpeg/JpegMarkers.h"
+#include "elements/jpeg/TurboJpegError.h"
 #include "elements/mjpeg/JpegStructure.h"
 #include "elements/mjpeg/PictureMemory.h"
 #include "qel/WorkflowStepImplementation.h"
@@ -84,7 +85,7 @@ void JpegPicture::CloseHandle::operator()(void* handle) const {
 JpegPicture::JpegPicture(std::span<const uint8_t> encoded)
     : encoded_(FromStartOfImage(encoded)), handle_(tjInitDecompress()) {
   if (!handle_)
-    throw QELRuntimeError(QEL_TEXT("TurboJPEG can not start: " << tjGetErrorStr2(nullptr)));
+    throw QELRuntimeError(QEL_TEXT("TurboJPEG can not start: " << TurboJpegError(nullptr)));
   CheckCompressedSize(encoded.size(), kMaxCompressedBytes);
   ReadHeader();
   CheckStructure(ReadJpegStructure(encoded_), size_, encoded_.size());
@@ -97,7 +98,7 @@ void JpegPicture::ReadHeader() {
   if (result != 0) {
     // An error that follows a warning is called a warning too.
     if (tjGetErrorCode(handle_.get()) != TJERR_WARNING || subsampling_ < 0)
-      throw QELRuntimeError(QEL_TEXT("no motion-JPEG picture: " << tjGetErrorStr2(handle_.get())));
+      throw QELRuntimeError(QEL_TEXT("no motion-JPEG picture: " << TurboJpegError(handle_.get())));
     NoteDamage();
   }
   if (size_.width == 0)
@@ -175,7 +176,7 @@ void JpegPicture::DecodeInto(const YuvPicture& picture, uint8_t* memory) {
     }
   }
   throw QELRuntimeError(
-      QEL_TEXT("motion-JPEG picture can not be decoded: " << tjGetErrorStr2(handle_.get())));
+      QEL_TEXT("motion-JPEG picture can not be decoded: " << TurboJpegError(handle_.get())));
 }
 
 bool JpegPicture::Decompress(const YuvPicture& picture, uint8_t* memory) {
@@ -193,7 +194,7 @@ bool JpegPicture::Decompress(const YuvPicture& picture, uint8_t* memory) {
 
 void JpegPicture::NoteDamage() {
   if (damage_.empty())
-    damage_ = tjGetErrorStr2(handle_.get());
+    damage_ = TurboJpegError(handle_.get());
 }
 
 }  // namespace qel::mjpeg

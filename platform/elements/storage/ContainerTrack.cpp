@@ -4,8 +4,8 @@
 #include <cctype>
 #include <numeric>
 
-#include "elements/storage/Printable.h"
 #include "qel/WorkflowStepImplementation.h"
+#include "qelCore/Printable.h"
 
 namespace qel {
 

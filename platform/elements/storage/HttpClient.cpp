@@ -1,12 +1,12 @@
 #include "elements/storage/HttpClient.h"
 
 #include <algorithm>
-#include <new>
 #include <string>
 #include <utility>
 
 #include "elements/storage/HttpTransfer.h"
 #include "qel/WorkflowStepImplementation.h"
+#include "qelCore/OutOfMemory.h"
 
 namespace qel {
 
@@ -23,11 +23,13 @@ CURLM* CreateMulti() {
   static const CURLcode initialised = curl_global_init(CURL_GLOBAL_DEFAULT);
   CURLM* const multi = initialised == CURLE_OK ? curl_multi_init() : nullptr;
   if (multi == nullptr)
-    throw std::bad_alloc();
+    FailOutOfMemory();
   return multi;
 }
 
 void Check(CURLMcode result) {
+  if (result == CURLM_OUT_OF_MEMORY)
+    FailOutOfMemory();
   if (result != CURLM_OK)
     throw QELRuntimeError(QEL_TEXT("HTTP transfers fail: " << curl_multi_strerror(result)));
 }
@@ -36,7 +38,7 @@ void Check(CURLMcode result) {
 
 void CheckOption(CURLcode result) {
   if (result == CURLE_OUT_OF_MEMORY)
-    throw std::bad_alloc();
+    FailOutOfMemory();
   if (result != CURLE_OK)
     throw QELRuntimeError(std::string("HTTP option refused: ") + curl_easy_strerror(result));
 }
@@ -55,7 +57,7 @@ CurlEasy HttpClient::TakeEasy() {
   }
   CurlEasy easy(curl_easy_init());
   if (!easy)
-    throw std::bad_alloc();
+    FailOutOfMemory();
   SetOption(easy, CURLOPT_PROTOCOLS_STR, "http");
   SetOption(easy, CURLOPT_REDIR_PROTOCOLS_STR, "http");
   SetOption(easy, CURLOPT_FOLLOWLOCATION, 1L);

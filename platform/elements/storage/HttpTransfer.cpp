@@ -3,7 +3,6 @@
 #include <strings.h>
 
 #include <algorithm>
-#include <new>
 #include <stop_token>
 #include <string>
 #include <system_error>
@@ -11,6 +10,7 @@
 
 #include "elements/StopScope.h"
 #include "qel/WorkflowStepImplementation.h"
+#include "qelCore/OutOfMemory.h"
 
 namespace qel {
 
@@ -81,7 +81,7 @@ void HttpTransfer::SetPrecondition() {
     return;
   precondition_.reset(curl_slist_append(nullptr, header.c_str()));
   if (!precondition_)
-    throw std::bad_alloc();
+    FailOutOfMemory();
   SetOption(easy_, CURLOPT_HTTPHEADER, precondition_.get());
 }
 
@@ -192,6 +192,8 @@ std::string HttpTransfer::FailureText() const {
 }
 
 void HttpTransfer::CheckComplete() const {
+  if (result_ == CURLE_OUT_OF_MEMORY)
+    FailOutOfMemory();
   if (result_ != CURLE_OK)
     throw QELRuntimeError(FailureText());
   const int64_t expected = std::min(range_.size, version_.size - range_.offset);
@@ -209,7 +211,7 @@ void HttpTransfer::CheckRedirect() const {
     return;
   const CurlUrl target(curl_url_dup(url_));
   if (!target)
-    throw std::bad_alloc();
+    FailOutOfMemory();
   const bool isUrl = curl_url_set(target.get(), CURLUPART_URL, location.c_str(), 0) == CURLUE_OK;
   if (!isUrl || !HaveSame(CURLUPART_SCHEME, url_, target.get()) ||
       !HaveSame(CURLUPART_HOST, url_, target.get()) ||

@@ -7,8 +7,9 @@
 #include <new>
 #include <string_view>
 
-#include "elements/storage/Printable.h"
 #include "qel/WorkflowStepImplementation.h"
+#include "qelCore/OutOfMemory.h"
+#include "qelCore/Printable.h"
 
 namespace qel {
 
@@ -44,7 +45,7 @@ std::string HostOf(const std::string& address) {
 void Set(CURLU* url, CURLUPart part, const std::string& value) {
   const CURLUcode result = curl_url_set(url, part, value.c_str(), 0);
   if (result == CURLUE_OUT_OF_MEMORY)
-    throw std::bad_alloc();
+    FailOutOfMemory();
   if (result != CURLUE_OK) {
     throw QELRuntimeError(
         QEL_TEXT("\"" << Printable(value)
@@ -81,7 +82,7 @@ std::string StorageAddress::TrackName(int64_t trackId) const {
 CurlUrl StorageAddress::TrackUrl(int64_t trackId) const {
   CurlUrl url(curl_url());
   if (!url)
-    throw std::bad_alloc();
+    FailOutOfMemory();
   Set(url.get(), CURLUPART_SCHEME, "http");
   Set(url.get(), CURLUPART_HOST, host_);
   Set(url.get(), CURLUPART_PORT, port_);

@@ -4,8 +4,8 @@
 
 #include "elements/storage/FileFault.h"
 #include "elements/storage/IndexesInUse.h"
-#include "elements/storage/Printable.h"
 #include "qel/WorkflowStepImplementation.h"
+#include "qelCore/Printable.h"
 
 namespace qel {
 

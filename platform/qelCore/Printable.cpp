@@ -1,4 +1,4 @@
-#include "elements/storage/Printable.h"
+#include "qelCore/Printable.h"
 
 #include <cstddef>
 #include <cstdint>

@@ -1,0 +1,16 @@
+#pragma once
+
+#include <new>
+
+namespace qel {
+
+// For the places where a library written in C tells that it got no memory: does what `operator new`
+// does when there is none. The host's new-handler is called, if there is one; where that returns,
+// std::bad_alloc is thrown.
+[[noreturn]] inline void FailOutOfMemory() {
+  if (const std::new_handler handler = std::get_new_handler())
+    handler();
+  throw std::bad_alloc();
+}
+
+}  // namespace qel
