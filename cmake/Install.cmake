@@ -55,6 +55,11 @@ if(NOT MORAVEL_SYSTEM_PLATFORM)
   moravel_install(elements MoravelElements moravel-elements qelElements)
   install(FILES platform/elements/BuiltinElements.h platform/elements/StopScope.h
     DESTINATION ${platformFolder}/elements COMPONENT elements-dev)
+  foreach(header TrackInfo TrackIndex TrackFacts ContainerTrack FileBytes ReadAheadCache SamplePlaces
+      SampleTimes)  # TrackInfo, and what it is made of
+    install(FILES platform/elements/storage/${header}.h
+      DESTINATION ${platformFolder}/elements/storage COMPONENT elements-dev)
+  endforeach()
 
   install(TARGETS moravel-play RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT tools)
 endif()

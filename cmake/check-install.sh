@@ -97,6 +97,7 @@ add_executable(host host.cpp)'
   } >"$work/documents/CMakeLists.txt"
   {
     echo '#include "Player/QELSample.h"
+#include "elements/storage/TrackInfo.h"  // what docs/elements.md offers to hosts
 using namespace Moravel;
 void Show(const Player::ISample* picture, uint64_t& size) {'
     block docs/embedding.md cpp

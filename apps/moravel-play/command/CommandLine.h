@@ -37,7 +37,7 @@ class CommandLine {
     const std::vector<std::string> words = WordsOf(choices);
     CLI::Option* const option = app_.add_option_function<std::string>(
         names,
-        [this, names, &value, choices, words](const std::string& word) {
+        [names, &value, choices, words](const std::string& word) {
           CheckChoice(names, word, words);
           value = choices.at(word);
         },
@@ -57,6 +57,7 @@ class CommandLine {
   template <typename Value>
   static std::vector<std::string> WordsOf(const std::map<std::string, Value>& choices) {
     std::vector<std::string> words;
+    words.reserve(choices.size());
     for (const auto& [word, value] : choices)
       words.push_back(word);
     return words;

@@ -62,6 +62,7 @@ std::string NameOf(const OutputName& output) {
 
 void CheckOutputs(const std::vector<fs::path>& inputs, const std::vector<OutputName>& outputs) {
   std::vector<std::pair<OutputName, Place>> places;
+  places.reserve(outputs.size());
   for (const OutputName& output : outputs)
     places.emplace_back(output, Place(output.second));
   for (const fs::path& input : inputs) {

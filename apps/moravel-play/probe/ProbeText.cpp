@@ -38,7 +38,7 @@ std::string DurationText(double seconds) {
   const auto whole = static_cast<int64_t>(seconds);
   return Format("%lld:%02lld:%06.3f", static_cast<long long>(whole / 3600),
                 static_cast<long long>(whole / 60 % 60),
-                seconds - static_cast<double>(whole / 60 * 60));
+                seconds - static_cast<double>(whole - whole % 60));
 }
 
 std::string PicturesText(const ProbedTrack& probed) {

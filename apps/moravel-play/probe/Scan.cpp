@@ -202,10 +202,12 @@ ScanResult ScanTrack(const TrackSource& source, const Track& track, const qel::T
   progress.all += index.Count();
   Scan scan(source, track, index, progress, stop);
   std::vector<TrackDecoders> decoders;
+  decoders.reserve(static_cast<size_t>(jobs));
   for (int job = 0; job < jobs; ++job)  // luma alone tells all damage
     decoders.emplace_back(source.Media(), qel::FourCC_Y800, std::vector<Size>{track.ownSize});
   {
     std::vector<std::jthread> threads;
+    threads.reserve(decoders.size());
     for (TrackDecoders& decoder : decoders)
       threads.emplace_back([&scan, &decoder] { scan.Run(decoder.Dispatcher()); });
   }
