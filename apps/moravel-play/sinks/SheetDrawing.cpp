@@ -127,25 +127,31 @@ class Drawing {
     cairo_stroke(pen_.get());
   }
 
-  void Font(const std::string& text, double size, bool bold = false) {
-    cairo_select_font_face(pen_.get(), FontFamilyFor(text, bold).c_str(), CAIRO_FONT_SLANT_NORMAL,
+  void Font(const std::string& family, double size, bool bold) {
+    cairo_select_font_face(pen_.get(), family.c_str(), CAIRO_FONT_SLANT_NORMAL,
                            bold ? CAIRO_FONT_WEIGHT_BOLD : CAIRO_FONT_WEIGHT_NORMAL);
     cairo_set_font_size(pen_.get(), size);
   }
 
   double Width(const std::string& text, double size) {
-    cairo_text_extents_t extents;
-    Font(text, size);
-    cairo_text_extents(pen_.get(), text.c_str(), &extents);
-    return extents.x_advance;
+    double width = 0;
+    for (const FontRun& run : FontRunsOf(text, false)) {
+      cairo_text_extents_t extents;
+      Font(run.family, size, false);
+      cairo_text_extents(pen_.get(), run.text.c_str(), &extents);
+      width += extents.x_advance;
+    }
+    return width;
   }
 
   void Text(const std::string& text, double x, double y, double size, Colour colour,
             bool bold = false) {
-    Font(text, size, bold);
     Use(colour);
     cairo_move_to(pen_.get(), x, y);
-    cairo_show_text(pen_.get(), text.c_str());
+    for (const FontRun& run : FontRunsOf(text, bold)) {
+      Font(run.family, size, bold);
+      cairo_show_text(pen_.get(), run.text.c_str());  // ends where the next one begins
+    }
   }
 
   void Use(Colour colour) {

@@ -20,34 +20,15 @@ struct DestroyCharacters {
 using Pattern = std::unique_ptr<FcPattern, DestroyPattern>;
 using Characters = std::unique_ptr<FcCharSet, DestroyCharacters>;
 
-// Those that not every font has; empty when there are none.
-Characters BeyondLatin(const std::string& text) {
-  Characters characters;
-  const auto* next = reinterpret_cast<const FcChar8*>(text.data());
-  int left = static_cast<int>(text.size()), length = 0;
-  for (FcChar32 each = 0; left > 0; next += length, left -= length) {
-    length = FcUtf8ToUcs4(next, &each, left);
-    if (length <= 0)
-      break;
-    if (each < kFirstBeyondLatin)
-      continue;
-    if (!characters)
-      characters.reset(FcCharSetCreate());
-    FcCharSetAddChar(characters.get(), each);
-  }
-  return characters;
+const FcChar8* FontconfigText(const char* text) {
+  return reinterpret_cast<const FcChar8*>(text);
 }
 
-}  // namespace
-
 // What fontconfig matches first are the characters, then the family.
-std::string FontFamilyFor(const std::string& text, bool bold) {
-  const Characters characters = BeyondLatin(text);
-  if (!characters)
-    return kFamily;
+std::string FamilyWith(const FcCharSet* characters, bool bold) {
   const Pattern wanted(FcPatternCreate());
-  FcPatternAddCharSet(wanted.get(), FC_CHARSET, characters.get());
-  FcPatternAddString(wanted.get(), FC_FAMILY, reinterpret_cast<const FcChar8*>(kFamily));
+  FcPatternAddCharSet(wanted.get(), FC_CHARSET, characters);
+  FcPatternAddString(wanted.get(), FC_FAMILY, FontconfigText(kFamily));
   FcPatternAddInteger(wanted.get(), FC_WEIGHT, bold ? FC_WEIGHT_BOLD : FC_WEIGHT_REGULAR);
   FcConfigSubstitute(nullptr, wanted.get(), FcMatchPattern);
   FcDefaultSubstitute(wanted.get());
@@ -57,6 +38,36 @@ std::string FontFamilyFor(const std::string& text, bool bold) {
   if (!found || FcPatternGetString(found.get(), FC_FAMILY, 0, &family) != FcResultMatch)
     return kFamily;
   return reinterpret_cast<const char*>(family);
+}
+
+}  // namespace
+
+std::vector<FontRun> FontRunsOf(const std::string& text, bool bold) {
+  std::vector<FontRun> runs;
+  Characters characters;  // of the last run; empty for a Latin one
+  const auto end = [&] {
+    if (characters)
+      runs.back().family = FamilyWith(characters.get(), bold);
+  };
+  for (size_t at = 0; at < text.size();) {
+    FcChar32 character = 0;
+    const int left = static_cast<int>(text.size() - at);
+    const int length = FcUtf8ToUcs4(FontconfigText(text.data() + at), &character, left);
+    if (length <= 0)
+      break;
+    const bool isLatin = character < kFirstBeyondLatin;
+    if (runs.empty() || isLatin == (characters != nullptr)) {
+      end();
+      runs.push_back({"", kFamily});
+      characters.reset(isLatin ? nullptr : FcCharSetCreate());
+    }
+    if (!isLatin)
+      FcCharSetAddChar(characters.get(), character);
+    runs.back().text += text.substr(at, static_cast<size_t>(length));
+    at += static_cast<size_t>(length);
+  }
+  end();
+  return runs;
 }
 
 }  // namespace Moravel::Play

@@ -1,11 +1,18 @@
 #pragma once
 
 #include <string>
+#include <vector>
 
 namespace Moravel::Play {
 
-// The family of an installed font that has the characters of a text (UTF-8): "DejaVu Sans" where
-// that does, else the one that lacks the fewest. Asks fontconfig for what is not Latin alone.
-std::string FontFamilyFor(const std::string& text, bool bold);
+// A part of a text, and the family of an installed font that it is to be drawn with.
+struct FontRun {
+  std::string text;
+  std::string family;
+};
+
+// The runs of a text (UTF-8), one behind the other: Latin ones in "DejaVu Sans", others in the font
+// that lacks the fewest of their characters. Asks fontconfig for those alone.
+std::vector<FontRun> FontRunsOf(const std::string& text, bool bold);
 
 }  // namespace Moravel::Play
