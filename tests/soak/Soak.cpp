@@ -11,18 +11,22 @@
 #include "Player/QELMultiResDecoder.h"
 #include "Player/QELPreloader.h"
 #include "elements/BuiltinElements.h"
+#include "elements/StopScope.h"
 #include "host/HostLogging.h"
 #include "host/LiveQueues.h"
+#include "qel/WorkflowStepImplementation.h"
 #include "qelCore/LoggerWriter.h"
 #include "support/ClipMaker.h"
 #include "support/FaultyServer.h"
+#include "support/Files.h"
 #include "support/MemoryInUse.h"
 #include "support/TempFolder.h"
 #include "support/TestDecoder.h"
 
 // soak [SECONDS]: tracks of several servers with random faults, queues that die with orders under
-// way, registrations that come and go. At the end every order has had exactly one answer, and
-// memory is flat; under the leak sanitizer, every sample has been destroyed.
+// way, registrations that come and go, hosts that stop what they ordered. At the end every order
+// has had exactly one answer, and memory is flat; under the leak sanitizer, every sample has been
+// destroyed.
 namespace Moravel::Test {
 namespace {
 
@@ -63,14 +67,42 @@ struct Registry : LiveQueues {
 Fault AnyFault(Random& random) {
   const Fault::Point point = {random.Below(2) == 0 ? Fault::Part::Header : Fault::Part::Body,
                               size_t(random.Below(400))};
-  const Fault faults[] = {{.stall = point},
-                          {.cut = point},
-                          {.status = std::array{200, 404, 412, 416, 500}[random() % 5]},
-                          {.contentRange = "bytes 0-1/2"},
-                          {.bodyExcess = random.Below(100) - 50},
-                          {.ignoreRange = true},
-                          {.etag = "\"another\""}};
+  const Fault faults[] = {
+      {.stall = point},
+      {.cut = point},
+      {.status = std::array{200, 404, 412, 416, 500}[random() % 5]},
+      {.contentRange = "bytes 0-1/2"},
+      {.bodyExcess = random.Below(100) - 50},
+      {.ignoreRange = true},
+      {.etag = "\"another\""},
+      {.stall = Fault::Point{Fault::Part::Body, 50}, .drip = "!"},
+      {.stall = Fault::Point{Fault::Part::Header, 30}, .drip = "X: y\r\n"},
+      {.stall = Fault::Point{Fault::Part::Header, 0}, .drip = "HTTP/1.1 100 Continue\r\n\r\n"},
+      {.stall = point, .late = std::chrono::milliseconds(random.Below(300))},
+      {.contentRange = "bytes 0-16383/9223372036854775807"},
+      {.status = 302, .headerLines = "Location: http://127.0.0.1:1/\r\n"}};
   return random.Below(30) == 0 ? faults[random() % std::size(faults)] : Fault{};
+}
+
+// A file of 72 bytes that announces 2 GiB.
+std::string GreatClaim() {
+  using namespace std::string_literals;
+  return "RIFF\x40\0\0\0AVI LIST\x00\xff\xff\x7fhdrlISFT\x00\xff\xff\x7f"s + std::string(40, 'x');
+}
+
+// The storage source, of a host that waits for nobody for long.
+std::pair<qel::MediaSourcePtr, qel::SourceControlPtr> ImpatientSource(const StorageId& id) {
+  const auto [source, control, unused] =
+      qel::ImplementElement<qel::ElementFactoryType_Source>("qel.StorageSource", "storage", {});
+  const auto config = CreateParametersCollectionInstance(
+      qel::GetInitConfigPrototype(qel::ElementFactoryType_Source, "qel.StorageSource", "storage"));
+  config->SetParamUTF8String("tcp_address", id.Address());
+  config->SetParamInt64("tcp_port", id.Port());
+  for (const char* key : {"stall_timeout_ms", "answer_timeout_ms", "rate_window_ms"})
+    config->SetParamInt64(key, 100);
+  config->SetParamInt64("open_timeout_ms", 1000);
+  source->SetInitConfig(config);
+  return {source, control};
 }
 
 // A server that breaks, and the preloader for it.
@@ -82,9 +114,9 @@ struct Storage {
       spec.interlaced = track == 1;
       server.SetTrack(track, MakeClip(spec).file);
     }
-    qel::MediaSourcePtr source;
-    qel::SourceControlPtr control;
-    QELPreloader::InitSource(source, control, TrackId(id, 0));
+    WriteFile(folder / "2", GreatClaim());
+    server.SetTrack(2, folder / "2");
+    const auto [source, control] = ImpatientSource(id);
     preloader.SetStorageSource(id, source, control);
     preloader.SetExistingCacheUpdateQueues(&registry);
     server.SetFaults([random = Random(99)](uint64_t) mutable { return AnyFault(random); });
@@ -94,6 +126,7 @@ struct Storage {
   FaultyServer server;
   const StorageId id{"127.0.0.1", server.Port()};
   QELPreloader preloader;
+  std::list<Descriptor> idle;  // connections to the embedded server that ask for nothing
 };
 
 class Soak {
@@ -144,8 +177,10 @@ class Soak {
  private:
   void PreloadOne(Storage& storage, int& number, Random& random) {
     number = (random.Below(4) == 0 ? random.Below(kPictures) : number + 1) % (kPictures + 2);
-    const TrackId track(storage.id, random.Below(kTracks + 1));  // one of them is not there
+    const TrackId track(storage.id,
+                        random.Below(kTracks + 2));  // one claims too much, one is not there
     const auto time = Time::TimePoint().FromRatio(uint64_t(number), 1, 25);
+    const qel::StopScope scope(CurrentStop());
     try {  // the queue may die before the order comes to it
       const auto result = storage.preloader.Preload(
           PreloadOrder(time, SampleRate(25, 1), AnyCache(random).get(), track));
@@ -184,7 +219,15 @@ class Soak {
     dispatcher_.RemoveDecoder(kSizes[i].first, kSizes[i].second);
     dispatcher_.AddDecoder(kSizes[i].first, kSizes[i].second, &decoders_[i]);
     Storage& storage = random.Below(2) == 0 ? storages_.front() : storages_.back();
-    storage.server.ReleaseStalls();
+    if (random.Below(50) == 0)
+      storage.server.ReleaseStalls();
+    storage.idle.push_back(storage.server.ConnectBehind());
+    if (storage.idle.size() > 200)
+      storage.idle.clear();
+    if (random.Below(10) == 0) {
+      const std::lock_guard lock(cachesAccess_);
+      std::exchange(stop_, std::stop_source()).request_stop();
+    }
     if (random.Below(20) == 0)
       storage.preloader.RemoveTrackId(TrackId(storage.id, 1));
   }
@@ -199,8 +242,14 @@ class Soak {
     return caches_[random() % caches_.size()];
   }
 
+  std::stop_token CurrentStop() {
+    const std::lock_guard lock(cachesAccess_);
+    return stop_.get_token();
+  }
+
   Registry registry_;
-  std::mutex cachesAccess_;  // guards caches_
+  std::mutex cachesAccess_;  // guards caches_ and stop_
+  std::stop_source stop_;    // ends the orders that are under way
   std::array<std::shared_ptr<Cache>, 3> caches_;
   std::array<Storage, 2> storages_ = {Storage(registry_), Storage(registry_)};
   std::array<QELSampleDecoder, kSizes.size()> decoders_;

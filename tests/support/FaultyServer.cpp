@@ -150,10 +150,15 @@ bool FaultyServer::Stall(const Descriptor& client, const Fault& fault, uint64_t 
   return true;
 }
 
-void FaultyServer::Serve(const Descriptor& client) {
-  const Descriptor server(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
+Descriptor FaultyServer::ConnectBehind() const {
+  Descriptor socket(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
   const sockaddr_in address{AF_INET, htons(server_.Port()), {htonl(INADDR_LOOPBACK)}, {}};
-  ::connect(server.Get(), reinterpret_cast<const sockaddr*>(&address), sizeof address);
+  ::connect(socket.Get(), reinterpret_cast<const sockaddr*>(&address), sizeof address);
+  return socket;
+}
+
+void FaultyServer::Serve(const Descriptor& client) {
+  const Descriptor server = ConnectBehind();
   for (std::string request; !(request = Receive(client, IsRequest)).empty();) {
     std::unique_lock lock(access_);
     const uint64_t number = requests_++, releases = releases_;

@@ -60,6 +60,9 @@ class FaultyServer {
   // False: closes all connections and refuses new ones. True: as before, on the same port.
   void SetListening(bool listening);
 
+  // A connection to the embedded server itself, which has not asked for anything yet.
+  Player::Descriptor ConnectBehind() const;
+
   uint16_t Port() const { return port_; }
   uint64_t RequestCount() const { return server_.RequestCount(); }
 
