@@ -46,12 +46,13 @@ test_as_ordinary_user() {
   return "$status"
 }
 
-# The library and the platform's core and host, which all else is built on. Unity files hold eight
-# sources each, so that headers are read once for all of them.
+# All that is installed. Unity files hold eight sources each, so that headers are read once for all of
+# them. Warnings are the compiler's that builds it: another one's are none of these checks.
 tidy() {
-  grep -o '"file": "[^"]*/\(Player\|platform\)/CMakeFiles/[^"]*"' build/dev/compile_commands.json |
-    cut -d'"' -f4 | xargs -P "$jobs" -n 1 clang-tidy-14 --quiet -p build/dev 2>build/tidy.log ||
-    { cat build/tidy.log >&2; return 1; }
+  local unities='"file": "[^"]*/\(Player\|platform\|apps\)/[^"]*Unity/[^"]*"'
+  grep -o "$unities" build/dev/compile_commands.json | cut -d'"' -f4 |
+    xargs -P "$jobs" -n 1 clang-tidy-14 --quiet --extra-arg=-Wno-error -p build/dev \
+      2>build/tidy.log || { cat build/tidy.log >&2; return 1; }
 }
 
 check() {

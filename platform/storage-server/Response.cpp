@@ -52,7 +52,7 @@ Response::Response(Descriptor file, const ByteRange& part, BadNetwork& network, 
   response_.reset(::MHD_create_response_from_callback(
       part.size, network.BlockSize(), &SlowBody::Read, body.get(), &SlowBody::Free));
   Check();
-  body.release();  // the response's
+  static_cast<void>(body.release());  // the response's
 }
 
 void Response::Add(const char* name, const std::string& value) {

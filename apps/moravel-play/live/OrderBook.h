@@ -54,7 +54,7 @@ class OrderBook {
 
  private:
   struct Entry {
-    explicit Entry(Player::PreloadOrder preload) : order(std::move(preload)) {}
+    explicit Entry(const Player::PreloadOrder& preload) : order(preload) {}
 
     Player::PreloadOrder order;
     PendingPictureList waiting;

@@ -106,7 +106,7 @@ void SampleFetcher::Order(PendingPicturePtr picture) {
       ++figures_.cacheHits;
       stale = line.book.DropStale(order);
     } else {
-      stale = line.book.Add(std::move(picture), track);
+      stale = line.book.Add(std::exchange(picture, nullptr), track);
     }
     if (order.kind == Kind::Play)
       AddAhead(line, order, track);

@@ -89,7 +89,8 @@ class Drawing {
     const bool fine = cell.played && cell.state == PictureState::Fine;
     if (!cell.thumbnail) {
       Box(left, top, size, kEmptyCell);
-      Text(state, left + (size.width - Width(state, 18)) / 2, top + size.height / 2 + 6, 18, kDim);
+      const int baseline = top + size.height / 2 + 6;
+      Text(state, left + (size.width - Width(state, 18)) / 2, baseline, 18, kDim);
     } else {
       surface_.Flush();
       CopyRows(*cell.thumbnail, left, top, size);
