@@ -89,6 +89,28 @@ TEST_F(Live, TheNewestOrderGoesFirstAndStaleOnesAreNeverRead) {
   EXPECT_LE(server_.RequestCount() - requests, 2u + 1);
 }
 
+// Nobody releases the stall: the server would be given up after five seconds.
+TEST_F(Live, AStaleReadingThatStallsHoldsNobodyUp) {
+  Open({.connections = 1});
+  EXPECT_EQ(NumberOf(Order(1).get()), 1);
+  std::latch reading(1);
+  std::atomic<bool> first = true;
+  server_.SetFaults([&](uint64_t) {
+    if (!first.exchange(false))
+      return Fault{};
+    reading.count_down();
+    return Fault{.stall = Fault::Point{Fault::Part::Body, 9}};
+  });
+  auto stalled = Order(100);
+  reading.wait();
+  const Clock::time_point begin = Clock::now();
+  EXPECT_EQ(NumberOf(Order(300).get()), 300);
+  EXPECT_LT(Clock::now() - begin, std::chrono::seconds(4));
+  EXPECT_EQ(stalled.get().state, State::Stale);
+  EXPECT_EQ(engine_->CurrentFigures().fetching.servers.at(0).failure, "");
+  EXPECT_EQ(NumberOf(Order(100).get()), 100);
+}
+
 TEST_F(Live, APlaybackFindsWhatItNeedsNext) {
   for (const int64_t step : {3, -1}) {
     const int64_t begin = step > 0 ? 10 : 390;

@@ -76,14 +76,11 @@ bool OrderBook::IsStale(const LiveOrder& order) const {
   });
 }
 
-// What is being read is finished: dropping it would save nothing, and dragging shows it until the
-// newer one is there.
+// What is being read is finished unless it stalls: dragging shows it until the newer one is there.
 PendingPictureList OrderBook::DropStale(const LiveOrder& newer) {
   PendingPictureList stale;
-  for (auto& [key, entry] : entries_) {
-    if (!entry.isReading)
-      entry.DropStale(newer, stale);
-  }
+  for (auto& [key, entry] : entries_)
+    entry.DropStale(newer, entry.isReading ? entry.outdated : stale);
   std::erase_if(entries_, [](const auto& known) { return known.second.IsForgotten(); });
   return stale;
 }
@@ -106,8 +103,10 @@ void OrderBook::DropAhead() {
 }
 
 void OrderBook::TakeAll(PendingPictureList& pictures) {
-  for (auto& [key, entry] : entries_)
+  for (auto& [key, entry] : entries_) {
+    std::move(entry.outdated.begin(), entry.outdated.end(), std::back_inserter(pictures));
     std::move(entry.waiting.begin(), entry.waiting.end(), std::back_inserter(pictures));
+  }
   entries_.clear();
 }
 
@@ -125,17 +124,46 @@ std::optional<OrderBook::Read> OrderBook::Next(Reader reader) {
   }
   if (next == entries_.end())
     return std::nullopt;
-  next->second.isReading = true;
-  return Read{next->first, next->second.order};
+  Entry& entry = next->second;
+  entry.isReading = true;
+  entry.readSince = Clock::now();
+  entry.stop = std::stop_source();
+  return Read{next->first, entry.order, entry.stop};
 }
 
 PendingPictureList OrderBook::Finish(const SampleKey& key) {
   const auto found = entries_.find(key);
   if (found == entries_.end())
     return {};
-  PendingPictureList waiting = std::move(found->second.waiting);
+  PendingPictureList waiting = std::move(found->second.outdated);
+  std::move(found->second.waiting.begin(), found->second.waiting.end(),
+            std::back_inserter(waiting));
   entries_.erase(found);
   return waiting;
+}
+
+PendingPictureList OrderBook::PutBack(const SampleKey& key) {
+  const auto found = entries_.find(key);
+  if (found == entries_.end())
+    return {};
+  Entry& entry = found->second;
+  PendingPictureList stale = std::exchange(entry.outdated, {});
+  entry.isReading = false;
+  if (entry.IsForgotten())
+    entries_.erase(found);
+  return stale;
+}
+
+void OrderBook::StopStale(Clock::time_point begunBefore) {
+  const bool isWaitedFor = std::any_of(entries_.begin(), entries_.end(), [](const auto& known) {
+    return !known.second.isReading && !known.second.waiting.empty();
+  });
+  if (!isWaitedFor)
+    return;
+  for (auto& [key, entry] : entries_) {
+    if (entry.isReading && entry.waiting.empty() && !entry.ahead && entry.readSince < begunBefore)
+      entry.stop.request_stop();
+  }
 }
 
 }  // namespace Moravel::Play

@@ -2,6 +2,7 @@
 
 #include <map>
 #include <optional>
+#include <stop_token>
 #include <string>
 
 #include "Player/PreloadOrder.h"
@@ -33,6 +34,7 @@ class OrderBook {
   struct Read {
     SampleKey key;
     Player::PreloadOrder order;  // without a queue
+    std::stop_source stop;       // of this reading
   };
   enum class Reader {
     Any,       // takes everything
@@ -41,8 +43,15 @@ class OrderBook {
   };
   // The next sample to read, which counts as being read from then on; nothing: there is none.
   std::optional<Read> Next(Reader reader);
-  // The sample was read, or could not be: returns who waits for it.
+  // The sample was read, or could not be: returns who waits for it, also those that became stale
+  // meanwhile.
   PendingPictureList Finish(const SampleKey& key);
+  // Its reading was stopped: returns those that became stale. It is read later for whoever has come
+  // to wait for it since.
+  PendingPictureList PutBack(const SampleKey& key);
+  // Requests the stop of readings that began before that time and that nobody waits for any more,
+  // while others wait to be read.
+  void StopStale(Clock::time_point begunBefore);
 
   // Enters nothing, and drops what the order makes stale.
   PendingPictureList DropStale(const LiveOrder& newer);
@@ -61,6 +70,9 @@ class OrderBook {
     std::optional<LiveOrder> ahead;  // of which order it lies ahead
     bool isNearby = false;
     bool isReading = false;
+    Clock::time_point readSince;
+    std::stop_source stop;
+    PendingPictureList outdated;  // who waited when a newer order came while it was being read
 
     bool IsSequence() const;
     bool IsForgotten() const { return !isReading && waiting.empty() && !ahead && !isNearby; }

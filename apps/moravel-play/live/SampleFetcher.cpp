@@ -15,6 +15,11 @@ constexpr int64_t kPartOfStoreAhead = 4;
 constexpr int64_t kNearbySamples = 8;
 constexpr std::chrono::milliseconds kCalm{100};
 
+// A reading of a stale order is stopped when it takes longer, and so many times longer than usual.
+constexpr std::chrono::milliseconds kPatience{300};
+constexpr double kTimesUsual = 4;
+constexpr std::chrono::milliseconds kWatchEvery{50};
+
 using Kind = LiveOrder::Kind;
 
 bool IsInside(const Track& track, int64_t sample) {
@@ -52,6 +57,7 @@ SampleFetcher::SampleFetcher(std::vector<LiveServer> servers, const Limits& limi
           [=, this](std::stop_token stop) { Serve(server, connection, std::move(stop)); });
     }
   }
+  threads_.emplace_back([this](std::stop_token stop) { Watch(std::move(stop)); });
 }
 
 void SampleFetcher::Stop() {
@@ -156,6 +162,7 @@ std::optional<OrderBook::Read> SampleFetcher::WaitForRead(Line& line, OrderBook:
     if (auto read = line.book.Next(reader)) {
       if (reading_++ == 0)
         readingSince_ = Clock::now();
+      isReading_.notify_one();
       return read;
     }
     const bool looksAround = line.nearby && reader != OrderBook::Reader::Single;
@@ -181,17 +188,59 @@ void SampleFetcher::Serve(size_t server, int connection, std::stop_token stop) {
     OpenAll(known.tracks, reader, stop);
   Line& line = *lines_[server];
   const OrderBook::Reader kind = ReaderOf(connection, limits_.connections);
-  while (const auto read = WaitForRead(line, kind, stop))
-    Finish(line, read->key, reader.Read(read->order, stop));
+  while (auto read = WaitForRead(line, kind, stop)) {
+    const std::stop_callback end(stop, [&] { read->stop.request_stop(); });
+    const Clock::time_point begin = Clock::now();
+    SampleReader::Result result = reader.Read(read->order, read->stop.get_token());
+    CountReading(line, Clock::now() - begin);
+    const bool isStopped = read->stop.stop_requested() && !stop.stop_requested();
+    if (isStopped && !result.failure.empty())
+      PutBack(line, read->key);
+    else
+      Finish(line, read->key, std::move(result));
+  }
+}
+
+void SampleFetcher::CountReading(Line& line, Clock::duration time) {
+  const std::lock_guard<std::mutex> lock(access_);
+  line.readings.Add(time);
+  if (--reading_ == 0)
+    figures_.secondsReading += std::chrono::duration<double>(Clock::now() - readingSince_).count();
+}
+
+void SampleFetcher::PutBack(Line& line, const SampleKey& key) {
+  PendingPictureList stale;
+  {
+    const std::lock_guard<std::mutex> lock(access_);
+    stale = line.book.PutBack(key);
+    figures_.stale += static_cast<int64_t>(stale.size());
+    ++line.changes;
+    line.changed.notify_all();
+  }
+  AnswerStale(stale);
+}
+
+void SampleFetcher::Watch(std::stop_token stop) {
+  constexpr double kMedian = 0.5;
+  std::unique_lock<std::mutex> lock(access_);
+  while (isReading_.wait(lock, stop, [this] { return reading_ != 0; })) {
+    isReading_.wait_for(lock, stop, kWatchEvery, [] { return false; });
+    for (const auto& line : lines_) {
+      const std::chrono::duration<double, std::milli> usual(
+          line->readings.PercentileMilliseconds(kMedian));
+      const auto patience = std::max<Clock::duration>(
+          kPatience, std::chrono::duration_cast<Clock::duration>(kTimesUsual * usual));
+      line->book.StopStale(Clock::now() - patience);
+    }
+    if (stop.stop_requested())
+      return;
+  }
 }
 
 void SampleFetcher::Finish(Line& line, const SampleKey& key, SampleReader::Result result) {
   PendingPictureList waiting;
   {
     const std::lock_guard<std::mutex> lock(access_);
-    if (--reading_ == 0)
-      figures_.secondsReading +=
-          std::chrono::duration<double>(Clock::now() - readingSince_).count();
     ++figures_.reads;
     figures_.bytesRead += result.bytes;
     line.failure = result.failure;

@@ -11,6 +11,7 @@
 
 #include "live/LiveTracks.h"
 #include "live/OrderBook.h"
+#include "live/RecentTimes.h"
 #include "live/SampleStore.h"
 
 namespace Moravel::Play {
@@ -37,7 +38,8 @@ struct FetchFigures {
 // through several connections at a time. Newest orders go first, and those that became stale never
 // reach a preloader. What a playback needs next is fetched ahead of it through one connection,
 // whose source can read ahead; what lies near the last picture shown, when nobody has ordered for a
-// while. A sample that nobody waits for any more is kept all the same. Thread-safe.
+// while. A sample that nobody waits for any more is kept all the same; when its reading takes much
+// longer than usual and others wait, it is stopped. Thread-safe.
 class SampleFetcher {
  public:
   // `sample` is empty where there is none (Missing), or `failure` says why.
@@ -76,6 +78,7 @@ class SampleFetcher {
     int64_t changes = 0;
     std::optional<LiveOrder> nearby;  // around which samples may be fetched when it is calm
     std::string failure;
+    RecentTimes readings;
   };
 
   // What the thread of one connection does.
@@ -85,7 +88,11 @@ class SampleFetcher {
                                              std::stop_token stop);
   void AddNearby(Line& line);
   void AddAhead(Line& line, const LiveOrder& order, const Track& track);
+  // Stops readings that stall for orders that became stale.
+  void Watch(std::stop_token stop);
   void Finish(Line& line, const SampleKey& key, SampleReader::Result result);
+  void PutBack(Line& line, const SampleKey& key);
+  void CountReading(Line& line, Clock::duration time);
   int64_t MaxAhead() const;
 
   const std::vector<LiveServer> servers_;
@@ -100,6 +107,7 @@ class SampleFetcher {
   bool isStopped_ = false;
   int32_t serial_ = 0;  // of orders
   int reading_ = 0;
+  std::condition_variable_any isReading_;
   Clock::time_point readingSince_;
 
   std::vector<std::jthread> threads_;  // the last: they use all of the above
