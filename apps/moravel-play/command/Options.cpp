@@ -187,7 +187,12 @@ const CommandText kPlayText = {
      "as "
      "high as the frame. Samples asked for behind the end of a track count as missing. Damaged "
      "pictures that can be shown are written and counted under both \"pictures\" and "
-     "\"damaged\", others under \"damaged\"."},
+     "\"damaged\", others under \"damaged\".",
+     "In the report, \"link MB/s\" is what the server gave while it was asked, without the time in "
+     "which enough samples were there; p50 and p99 are milliseconds from an order to its sample; "
+     "\"pictures/s\" is over the track's own time, from its first order to its last sample. With "
+     "-v "
+     "it tells where the time went: asking, waiting for room, decoding, writing."},
     {{"moravel-play clip.avi", "plays a file and tells how fast that went"},
      {"moravel-play --size 640x360 --contact-sheet sheet.png a.avi b.mov",
       "shows pictures of two files, shrunk, on one sheet"},

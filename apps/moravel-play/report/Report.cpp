@@ -96,6 +96,32 @@ std::string PicturesTable(const Outcome& outcome, int nameWidth) {
   return table;
 }
 
+// Where the time of a track and of its server's connections went; for -v.
+std::string TimesOf(const PlayingTrack& track, const Outcome& outcome) {
+  const TrackStatistics& statistics = track.statistics;
+  const ServerStatistics& server = *track.server;
+  const double seconds = Judge(track, outcome).seconds;
+  return Line("  %.2f s: asking the server %.2f s, decoding %.2f s; %.1f MB/s", seconds,
+              statistics.asking.Seconds(), statistics.decoding.Seconds(),
+              MegabytesPerSecond(statistics, seconds)) +
+         Line("  its server, of %.2f s: asking %.2f s, waiting for room %.2f s",
+              outcome.seconds * server.connections, server.asking.Seconds(),
+              server.waiting.Seconds());
+}
+
+std::string WorkerTimes(const Outcome& outcome) {
+  return Line("workers, of %.2f s: decoding %.2f s, writing %.2f s",
+              outcome.seconds * outcome.options.jobs, outcome.workers.decoding.Seconds(),
+              outcome.workers.writing.Seconds());
+}
+
+Json ServerToJson(const ServerStatistics& server) {
+  return {{"connections", server.connections.load()},
+          {"asking_seconds", server.asking.Seconds()},
+          {"waiting_seconds", server.waiting.Seconds()},
+          {"pausing_seconds", server.pausing.Seconds()}};
+}
+
 Json SizesToJson(const PlayingTrack& track, double seconds) {
   auto sizes = Json::array();
   for (size_t i = 0; i < track.facts.sizes.size(); ++i) {
@@ -159,6 +185,7 @@ Json TrackToJson(const PlayingTrack& track, const Outcome& outcome) {
           {"asking_seconds", statistics.asking.Seconds()},
           {"link_megabytes_per_second", LinkRate(statistics)},
           {"decoding_seconds", statistics.decoding.Seconds()},
+          {"server", ServerToJson(*track.server)},
           {"latency_ms",
            {{"p50", statistics.latency.PercentileMilliseconds(kMedian)},
             {"p99", statistics.latency.PercentileMilliseconds(kTail)}}},
@@ -171,6 +198,7 @@ Json TrackToJson(const PlayingTrack& track, const Outcome& outcome) {
 
 std::string ToTable(const Outcome& outcome) {
   const int nameWidth = NameWidth(outcome);
+  const bool tellsTimes = outcome.options.logLevel <= orl::mv::logging::ILogger::Level_Info;
   std::string table;
   if (outcome.interrupted)
     table += Line("interrupted after %.1f seconds", outcome.seconds);
@@ -187,7 +215,11 @@ std::string ToTable(const Outcome& outcome) {
     if (DisplayWidth(text) > 78 && limit != std::string::npos)
       text.replace(limit, 2, ";\n  ");
     table += name + (fits ? ": " : ":\n  ") + text + "\n";
+    if (tellsTimes)
+      table += TimesOf(*track, outcome);
   }
+  if (tellsTimes)
+    table += WorkerTimes(outcome);
   return table;
 }
 
