@@ -248,6 +248,7 @@ TEST_F(Faults, AStopFromAnotherThreadEndsOpeningAndReading) {
 TEST_F(Faults, AServerThatDripsOrComesLateIsLeftAfterItsTime) {
   const Fault interim{.stall = {{Part::Header, 0}}, .drip = "HTTP/1.1 100 Continue\r\n\r\n"};
   const Fault lines{.stall = {{Part::Header, 30}}, .drip = "X: y\r\n"};
+  const Fault oneLine{.headerLines = "X: " + std::string(200'000, 'x') + "\r\n"};
   const Fault bytes{.stall = {{Part::Body, 100}}, .drip = "!"};
   const Fault late{.stall = {{Part::Header, 0}}, .late = std::chrono::milliseconds(150)};
   const struct {
@@ -257,6 +258,7 @@ TEST_F(Faults, AServerThatDripsOrComesLateIsLeftAfterItsTime) {
     const char* atReading;
   } cases[] = {
       {"answer_timeout_ms", interim, "header within the 200 ms", "header within the 200 ms"},
+      {"answer_timeout_ms", oneLine, "header line that is longer", "header line that is longer"},
       {"answer_timeout_ms", lines, "header within the 200 ms", "header within the 200 ms"},
       {"rate_window_ms", bytes, "in 200 ms, where at least 16384", "bytes in 200 ms"},
       {"open_timeout_ms", bytes, "opening takes longer than the 200 ms", nullptr},

@@ -88,6 +88,7 @@ void HttpClient::Remove(CURL* transfer) {
 
 void HttpClient::Perform() {
   int running = 0;
+  performedAt_ = std::chrono::steady_clock::now();
   Check(curl_multi_perform(multi_.get(), &running));
   int left = 0;
   while (const CURLMsg* const message = curl_multi_info_read(multi_.get(), &left)) {

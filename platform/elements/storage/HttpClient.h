@@ -67,6 +67,8 @@ class HttpClient {
   void Remove(CURL* transfer);
   // Does what can be done at once for all transfers.
   void Perform();
+  // When Perform was called last.
+  std::chrono::steady_clock::time_point PerformedAt() const { return performedAt_; }
   // Returns when there is something to do, at the latest after some milliseconds.
   void Wait();
   // Ends the wait under way, or else the next one. Any thread may call it while the client lives.
@@ -90,6 +92,7 @@ class HttpClient {
   const HttpLimits limits_;
   const std::unique_ptr<CURLM, MultiCleanup> multi_;
   std::vector<CurlEasy> idle_;
+  std::chrono::steady_clock::time_point performedAt_;
   Duration listened_{};
   int64_t received_ = 0;
   LinkEstimate link_;

@@ -18,6 +18,8 @@ namespace {
 
 using std::chrono::milliseconds;
 
+constexpr size_t kTriedBytes = size_t{1} << 20;
+
 // A field of the last answer, empty when it has none.
 std::string Field(const CurlEasy& easy, const char* name) {
   constexpr int kLastRequest = -1;
@@ -63,6 +65,9 @@ HttpTransfer::HttpTransfer(HttpClient& client, CURLU* url, const ByteRange& rang
   SetOption(easy_, CURLOPT_HEADERDATA, this);
   SetOption(easy_, CURLOPT_WRITEFUNCTION, &HttpTransfer::OnBody);
   SetOption(easy_, CURLOPT_WRITEDATA, this);
+  SetOption(easy_, CURLOPT_XFERINFOFUNCTION, &HttpTransfer::OnProgress);
+  SetOption(easy_, CURLOPT_XFERINFODATA, this);
+  SetOption(easy_, CURLOPT_NOPROGRESS, 0L);
   SetOption(easy_, CURLOPT_PRIVATE, static_cast<IHttpTransfer*>(this));
   SetPrecondition();
   Start();
@@ -192,8 +197,11 @@ std::string HttpTransfer::FailureText() const {
 }
 
 void HttpTransfer::CheckComplete() const {
-  if (result_ == CURLE_OUT_OF_MEMORY)
-    FailOutOfMemory();
+  if (result_ == CURLE_OUT_OF_MEMORY) {
+    // libcurl says so of a header line that is too long for it, too: memory is tried.
+    const auto tried = std::make_unique_for_overwrite<uint8_t[]>(kTriedBytes);
+    throw QELRuntimeError("server sent a header line that is longer than any allowed");
+  }
   if (result_ != CURLE_OK)
     throw QELRuntimeError(FailureText());
   const int64_t expected = std::min(range_.size, version_.size - range_.offset);
@@ -250,6 +258,22 @@ void HttpTransfer::MeasureBody() {
     client_.Link().Received(client_.Received() - clientReceived_, Clock::now() - answered_);
 }
 
+// While bytes come that are neither header nor body (chunk extensions), libcurl does not return.
+int HttpTransfer::OnProgress(void* self, curl_off_t, curl_off_t, curl_off_t, curl_off_t) {
+  auto* const transfer = static_cast<HttpTransfer*>(self);
+  try {
+    const auto begin = std::max(transfer->client_.PerformedAt(), transfer->lastTaken_);
+    if (StopScope::Current().stop_requested())
+      throw QELRuntimeError("stopped by the host");
+    if (Clock::now() - begin >= transfer->client_.Limits().stall)
+      throw QELRuntimeError("server keeps sending what belongs to no answer");
+    return 0;
+  } catch (...) {
+    transfer->error_ = std::current_exception();
+    return 1;
+  }
+}
+
 size_t HttpTransfer::OnHeader(char* bytes, size_t, size_t size, void* self) {
   auto* const transfer = static_cast<HttpTransfer*>(self);
   try {
@@ -263,6 +287,7 @@ size_t HttpTransfer::OnHeader(char* bytes, size_t, size_t size, void* self) {
 
 void HttpTransfer::TakeHeaderLine(std::string_view line) {
   lastProgress_ = client_.Listened();
+  lastTaken_ = Clock::now();
   headerBytes_ += line.size();
   if (headerBytes_ > kMaxHeaderBytes) {
     throw QELRuntimeError(
@@ -284,6 +309,7 @@ size_t HttpTransfer::OnBody(char* bytes, size_t, size_t size, void* self) {
 
 size_t HttpTransfer::TakeBody(std::span<const uint8_t> bytes) {
   lastProgress_ = client_.Listened();
+  lastTaken_ = Clock::now();
   if (!isChecked_)
     CheckResponse();
   if (static_cast<int64_t>(bytes.size()) > range_.size - received_) {

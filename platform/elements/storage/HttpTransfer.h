@@ -70,6 +70,7 @@ class HttpTransfer : private IHttpTransfer {
   void CheckRedirect() const;
   void CheckResponse();
 
+  static int OnProgress(void* self, curl_off_t, curl_off_t, curl_off_t, curl_off_t);
   static size_t OnHeader(char* bytes, size_t, size_t size, void* self);
   static size_t OnBody(char* bytes, size_t, size_t size, void* self);
   void TakeHeaderLine(std::string_view line);
@@ -103,6 +104,7 @@ class HttpTransfer : private IHttpTransfer {
   // For the client's estimate of its link.
   using Clock = std::chrono::steady_clock;
   Clock::time_point asked_;
+  Clock::time_point lastTaken_;  // bytes of a header or a body
   Clock::time_point answered_;
   int64_t clientReceived_ = 0;  // when it was answered
   bool isAwaitedFromStart_ = false;
