@@ -32,6 +32,9 @@ class BareCurl {
       throw std::runtime_error("bare libcurl failed");
   }
 
+  // The body that was read last, if there was room for it.
+  const uint8_t* Last() const { return reinterpret_cast<const uint8_t*>(body_.data()); }
+
  private:
   static size_t Write(const char* data, size_t, size_t size, void* self) {
     auto& [curl, body, received] = *static_cast<BareCurl*>(self);

@@ -142,18 +142,44 @@ def repeat_index(source, path, copies):
     return path
 
 
-class Nginx:
-    """Serves a folder's tracks to all contestants of the whole-program runs."""
+def free_ports(count):
+    probes = [socket.socket() for _ in range(count)]
+    for probe in probes:
+        probe.bind(("127.0.0.1", 0))
+    ports = [probe.getsockname()[1] for probe in probes]
+    for probe in probes:
+        probe.close()
+    return ports
 
-    def __init__(self, tracks):
+
+class FarAway:
+    """A port behind which a server of this machine is so many ms away."""
+
+    def __init__(self, programs, port, round_trip_ms):
+        self.process = subprocess.Popen([programs / "delay-proxy", str(port), str(round_trip_ms)],
+                                        stdin=subprocess.PIPE, stdout=subprocess.PIPE, text=True)
+        self.port = int(self.process.stdout.readline())
+
+    def __enter__(self):
+        return self
+
+    def __exit__(self, *_):
+        self.process.communicate()
+
+
+class Nginx:
+    """Serves files as tracks to all contestants of the whole-program runs, on several ports if
+    there are to be several servers."""
+
+    def __init__(self, tracks, servers=1, wrapper=()):
         self.folder = tempfile.TemporaryDirectory()
         root = Path(self.folder.name)
         (root / "tracks").mkdir()
         for number, file in tracks.items():
             (root / "tracks" / str(number)).symlink_to(file.resolve())
-        with socket.socket() as probe:
-            probe.bind(("127.0.0.1", 0))
-            self.port = probe.getsockname()[1]
+        self.ports = free_ports(servers)
+        self.port = self.ports[0]
+        listen = " ".join(f"listen 127.0.0.1:{port};" for port in self.ports)
         log = root / "error.log"
         config = root / "nginx.conf"
         config.write_text(f"""
@@ -162,9 +188,9 @@ class Nginx:
             http {{ access_log off; sendfile on; client_body_temp_path {root}/b;
                     proxy_temp_path {root}/p; fastcgi_temp_path {root}/f;
                     uwsgi_temp_path {root}/u; scgi_temp_path {root}/s;
-                    server {{ listen 127.0.0.1:{self.port}; root {root}; }} }}""")
+                    server {{ {listen} root {root}; }} }}""")
         nginx = "/usr/sbin/nginx"
-        self.process = subprocess.Popen([nginx, "-e", str(log), "-c", str(config)],
+        self.process = subprocess.Popen([*wrapper, nginx, "-e", str(log), "-c", str(config)],
                                         stderr=subprocess.DEVNULL)
         for _ in range(200):
             with socket.socket() as probe:
@@ -184,22 +210,25 @@ class Nginx:
     def url(self, number):
         return f"http://127.0.0.1:{self.port}/tracks/{number}"
 
-    def track(self, number):
-        return f"127.0.0.1:{self.port}:T{number}"
+    def track(self, number, server=0):
+        return f"127.0.0.1:{self.ports[server]}:T{number}"
 
 
-def timed(command):
+def timed(command, status=0):
     begin = time.monotonic()
-    subprocess.run(command, check=True, stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
-    return time.monotonic() - begin
+    done = subprocess.run(command, stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+    seconds = time.monotonic() - begin
+    if done.returncode != status:
+        raise RuntimeError(f"exit code {done.returncode} of {' '.join(command)}")
+    return seconds
 
 
-def race(contestants, rounds):
-    """Wall times of each command; they take turns."""
+def race(contestants, rounds, status=0):
+    """Wall times of each command, which ends with that exit code; they take turns."""
     times = {name: [] for name in contestants}
     for _ in range(rounds):
         for name, command in contestants.items():
-            times[name].append(timed(command))
+            times[name].append(timed(command, status))
     return times
 
 
@@ -415,6 +444,73 @@ def scrubbing(programs, source, clips, rounds):
                 note=f"{median('decode_ms'):.1f} ms")]
 
 
+def first_pictures(player, programs, clip, rounds, seconds):
+    """From nothing to the first picture: inside a program, and with its start."""
+    suite = Suite(programs / "elements-bench", [clip], rounds, seconds, "FirstPicture")
+    rows = []
+    for trip in (0, 40):
+        where = f"{trip} ms" if trip else "loopback"
+        rows.append(Row(f"open to first picture, {where}", "the round trips needed, decode",
+                        suite.ratio(f"FirstPicture/{trip}", f"BareFirstPicture/{trip}", "real_time"),
+                        "<=", 1.3, note=f"{suite.median(f'FirstPicture/{trip}', 'real_time'):.1f} ms"))
+
+    def limit(port, times):  # of a program that starts in no time
+        bare = suite.median(f"BareFirstPicture/{40 if port != server.port else 0}", "real_time")
+        return 1000 * statistics.median(times["ffmpeg"]) / bare
+    play = [str(player), "--quiet", "--log-level", "none", "--count", "1"]
+    with Nginx({1: clip}) as server, FarAway(programs, server.port, 40) as far:
+        for where, port in (("loopback", server.port), ("40 ms", far.port)):
+            times = race({"ours": play + [f"127.0.0.1:{port}:T1"],
+                          "ffmpeg": ["ffmpeg", "-nostdin", "-v", "error", "-i",
+                                     f"http://127.0.0.1:{port}/tracks/1", "-frames:v", "1", "-f",
+                                     "null", "-"]}, rounds)
+            rows.append(Row(f"start to first picture, {where}", "the ffmpeg program",
+                            ratio(times, "ffmpeg", "ours"), ">=", 3.0, limit=limit(port, times),
+                            note=f"{1000 * statistics.median(times['ours']):.0f} ms"))
+    return rows
+
+
+def starting(player, rounds):
+    """Up to the first order, which nobody answers. The program has none of libavformat's libraries
+    any more: held against itself with them."""
+    order = [str(player), "--quiet", "--log-level", "none", f"127.0.0.1:{free_ports(1)[0]}:T1"]
+    times = race({"ours": order,
+                  "libavformat": ["env", "LD_PRELOAD=libavformat.so.59", *order]}, rounds,
+                 status=3)
+    return [Row("start of the program to first order", "the same with libavformat's libraries",
+                ratio(times, "ours", "libavformat"), "<=", 1.0,
+                note=f"{1000 * statistics.median(times['ours']):.0f} ms, "
+                     f"{1000 * statistics.median(times['libavformat']):.0f} ms with them")]
+
+
+def many_tracks(player, source, clips, rounds, pictures):
+    """One core for the player, the other one for the servers; as many pictures in all."""
+    clip = repeat_index(source, clips / "many-pictures.avi", 16)
+    window = 32
+
+    def play(tracks):
+        return ["taskset", "-c", "0", str(player), "--quiet", "--log-level", "none", "--window",
+                str(window), "--count", str(pictures // len(tracks)), *tracks]
+    with Nginx({number: clip for number in range(1, 65)}, servers=8,
+               wrapper=("taskset", "-c", "1")) as server:
+        one = play([server.track(1)])
+        many = {"64 tracks of one server": play([server.track(n) for n in range(1, 65)]),
+                "8 servers with 8 tracks each": play([server.track(n, port) for port in range(8)
+                                                      for n in range(1, 9)])}
+        times = race({"one": one, **many}, rounds)
+        alone = max(play_and_watch(one))
+        rows = []
+        for name, command in many.items():
+            rows.append(Row(f"{name}, one core", "one track", ratio(times, "one", name), ">=", 0.95,
+                            note=f"{pictures / statistics.median(times[name]):.0f} pictures/s"))
+            windows = 63 * window * bytes_a_picture(source)
+            grown = max(play_and_watch(command)) - alone
+            rows.append(Row(f"{name}, memory", "one track's and the windows",
+                            (alone + grown) / (alone + windows), "<=", 1.1,
+                            note=f"{grown >> 20} MiB more, windows {int(windows) >> 20} MiB"))
+    return rows
+
+
 def opening(programs, source, clips):
     long = repeat_index(source, clips / "hundred-thousand.avi",
                         100_000 // CLIP_PICTURES)
@@ -479,6 +575,10 @@ def main():
     rows += sequential_reading(programs, played[-1], read_rounds, read_seconds)
     rows += far_reading(programs, played[0], 1 if smoke else 5)
     rows += opening(programs, clips[0], arguments.clips)
+    rows += first_pictures(player, programs, played[0], read_rounds, read_seconds)
+    rows += starting(player, read_rounds)
+    rows += many_tracks(player, clips[0], arguments.clips, 1 if smoke else 3,
+                        64 if smoke else 3200)
     rows += scrubbing(programs, clips[0], arguments.clips, 1 if smoke else 5)
     rows += end_to_end(player, programs / "bare-player", played, play_rounds)
     rows += writing(player, programs, played[0], play_rounds, decode_seconds)
