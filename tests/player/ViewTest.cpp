@@ -117,6 +117,7 @@ TEST_F(View, RefusesWrongParametersWithAWord) {
     EXPECT_THAT(picture({{name, value}}), AllOf(StartsWith("HTTP/1.1 400"), HasSubstr(name)))
         << name << "=" << value;
   }
+  EXPECT_THAT(Ask(path_ + "times?track=2"), StartsWith("HTTP/1.1 400"));
   EXPECT_THAT(Ask(path_ + "sample?track=1&time=%23137"), StartsWith("HTTP/1.1 400"));
   EXPECT_THAT(Ask(path_ + "sample?track=1&time=00:00:01:02"), HasSubstr("{\"sample\":27}"));
 }

@@ -7,8 +7,9 @@ const thumbnailWidth = 100;
 const mostKept = 500;
 
 export class Strip {
-  constructor(strip, seek, label) {
-    Object.assign(this, {strip, seek, label, track: null, generation: 0, kept: new Map()});
+  // mark(sample, state): told of thumbnails whose pictures are not whole.
+  constructor(strip, seek, label, mark) {
+    Object.assign(this, {strip, seek, label, mark, track: null, generation: 0, kept: new Map()});
     new ResizeObserver(() => {
       clearTimeout(this.resized);
       this.resized = setTimeout(() => this.fill(), 200);
@@ -94,6 +95,8 @@ export class Strip {
     } else {
       button.classList.add(answer.state);
     }
+    if (generation === this.generation && ["damaged", "broken", "missing"].includes(answer.state))
+      this.mark(Number(button.dataset.sample), answer.state);
     return answer.state !== "failed" && answer.state !== "gone";
   }
 }

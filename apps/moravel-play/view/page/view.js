@@ -21,7 +21,8 @@ const picturesEach = () => track.interlaced && $("field").value === "turn" ? 2 :
 const sampleOf = number => Math.floor(number / picturesEach());
 const sampleNow = () => sampleOf(picture);
 const bar = new Bar($("bar"), number => goTo(number), label);
-const strip = new Strip($("strip"), number => goTo(number), label);
+const strip = new Strip($("strip"), number => goTo(number), label,
+                        (number, state) => bar.mark(number, state));
 const shower = new Shower(orderOf, async (position, answer, since) => {
   const bitmap = answer.picture && await createImageBitmap(answer.picture);
   show(position, answer, bitmap);
