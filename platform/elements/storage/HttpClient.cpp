@@ -90,6 +90,9 @@ void HttpClient::Perform() {
   int running = 0;
   performedAt_ = std::chrono::steady_clock::now();
   Check(curl_multi_perform(multi_.get(), &running));
+  // A server whose bytes come faster than they are looked at is never waited for otherwise.
+  listened_ +=
+      std::min<Duration>(std::chrono::steady_clock::now() - performedAt_, 2 * kLongestWait);
   int left = 0;
   while (const CURLMsg* const message = curl_multi_info_read(multi_.get(), &left)) {
     if (message->msg != CURLMSG_DONE)
