@@ -7,6 +7,8 @@ namespace Moravel::Play {
 namespace {
 
 constexpr auto kFarAway = std::chrono::hours(24);
+// In real time, from a track's first picture to when it is due: what comes unevenly evens out.
+constexpr auto kPreroll = std::chrono::milliseconds(500);
 
 }  // namespace
 
@@ -118,7 +120,7 @@ bool OrderSchedule::PictureIsInTime(PlayingTrack& track, int64_t position) {
   if (!limits_.realtime)
     return true;
   if (!track.ordering.clockStart) {
-    track.ordering.clockStart = now - track.facts.PlayTime(position);
+    track.ordering.clockStart = now + kPreroll - track.facts.PlayTime(position);
     Changed();
   }
   return now <= DueTime(track, position);

@@ -51,8 +51,8 @@ class OrderSchedule {
   // track was closed before.
   std::optional<int64_t> Close(PlayingTrack& track);
 
-  // Real time: the track's first picture is there, and its clock starts. Later ones: whether the
-  // picture came in time.
+  // Real time: the track's first picture is there, and its clock starts, half a second before that
+  // is due. Later ones: whether the picture came in time.
   bool PictureIsInTime(PlayingTrack& track, int64_t position);
 
  private:
