@@ -1,4 +1,3 @@
-#include <cstdio>
 #include <new>
 #include <string>
 #include <string_view>
@@ -15,6 +14,7 @@
 #include "probe/ProbeOptions.h"
 #include "serve/Serve.h"
 #include "serve/ServeOptions.h"
+#include "sinks/OutputFile.h"
 #include "view/View.h"
 
 namespace {
@@ -28,7 +28,6 @@ struct Command {
 
   // Asks the command for a part of a page instead of running it.
   void Print(const char* option) const {
-    std::fflush(stdout);  // commands may write past it
     const char* const arguments[] = {text.name, option};
     run(2, arguments);
   }
@@ -50,10 +49,11 @@ int Help(const char* name) {
   if (command == nullptr)
     throw UsageError(std::string(name) + ": there is no such command (see moravel-play --help)");
   if (name == nullptr) {
-    std::fputs("Usage: moravel-play [COMMAND] ARGUMENT...\n\nCommands:\n", stdout);
+    std::string head = "Usage: moravel-play [COMMAND] ARGUMENT...\n\nCommands:\n";
     for (const Command& each : kCommands)
-      std::fputs(ToHelpLine(each.text).c_str(), stdout);
-    std::fputs("  help    tells all about one of them: moravel-play help COMMAND\n\n", stdout);
+      head += ToHelpLine(each.text);
+    WriteToStandardOutput(head +
+                          "  help    tells all about one of them: moravel-play help COMMAND\n\n");
   }
   command->Print("--help");
   return kExitFine;
@@ -65,10 +65,10 @@ int PrintPage(std::string (*head)(const std::vector<const CommandText*>&), const
   std::vector<const CommandText*> texts;
   for (const Command& command : kCommands)
     texts.push_back(&command.text);
-  std::fputs(head(texts).c_str(), stdout);
+  WriteToStandardOutput(head(texts));
   for (const Command& command : kCommands)
     command.Print(part);
-  std::fputs(foot().c_str(), stdout);
+  WriteToStandardOutput(foot());
   return kExitFine;
 }
 
@@ -97,6 +97,9 @@ int main(int argc, char** argv) {
   } catch (const UsageError& error) {
     PrintProblem(error.what());
     return kExitUsage;
+  } catch (const OutputError& error) {
+    PrintProblem(error.what());
+    return kExitUnwritable;
   } catch (const std::bad_alloc&) {  // of a size that cannot be
     EndOutOfMemory();
   } catch (const std::system_error& error) {

@@ -75,9 +75,12 @@ TEST_F(PlayerFaults, AnInterruptEndsTheWaitForAReader) {
 
 TEST_F(PlayerFaults, AReportThatCannotBeWrittenIsAnError) {
   const std::string clip = " " + MakeTrack("clip.avi");
-  for (const char* output :
-       {" > /dev/full", " --json > /dev/full", " >&-", " --json --quiet >&-"}) {
-    EXPECT_THAT(UnderShell("", clip + output, 4),
+  for (const std::string& command :
+       {clip + " > /dev/full", clip + " --json > /dev/full", clip + " >&-",
+        clip + " --json --quiet >&-", " probe" + clip + " > /dev/full",
+        " serve --port 0" + clip + " > /dev/full", " view" + clip + " > /dev/full",
+        std::string(" --help > /dev/full"), std::string(" probe --help > /dev/full")}) {
+    EXPECT_THAT(UnderShell("", command, 4),
                 AllOf(StartsWith("moravel-play: standard output: "), HasSubstr("written")));
   }
 }

@@ -205,7 +205,7 @@ const CommandText kPlayText = {
      {1, "some pictures are missing or damaged"},
      {2, "wrong usage"},
      {3, "a storage server or a track could not be reached or read"},
-     {4, "a picture could not be written (full disk, unwritable folder)"},
+     {4, "a picture or the report could not be written (full disk, unwritable folder)"},
      {130, "interrupted (the second interrupt stops at once)"}}};
 
 std::variant<Options, std::string> ParseOptions(int argc, const char* const* argv) {

@@ -11,6 +11,7 @@
 #include "command/ExitCode.h"
 #include "command/Host.h"
 #include "command/Interrupt.h"
+#include "command/ParsedOptions.h"
 #include "command/Problem.h"
 #include "playing/Connection.h"
 #include "playing/DecodeWorkers.h"
@@ -18,6 +19,7 @@
 #include "report/Report.h"
 #include "sinks/ContactSheet.h"
 #include "sinks/JpegSink.h"
+#include "sinks/OutputFile.h"
 #include "sinks/PngSink.h"
 #include "sinks/Y4mSink.h"
 
@@ -244,14 +246,10 @@ int Play(const Options& options) {
 }
 
 int RunPlay(int argc, const char* const* argv) {
-  const auto parsed = ParseOptions(argc, argv);
-  if (const auto* const text = std::get_if<std::string>(&parsed)) {
-    WriteToStandardOutput(*text);
-    return kExitFine;
-  }
-  const Options& options = std::get<Options>(parsed);
-  StartHost(options.logLevel);
-  return Play(options);
+  return RunParsed(ParseOptions(argc, argv), [](const Options& options) {
+    StartHost(options.logLevel);
+    return Play(options);
+  });
 }
 
 }  // namespace Moravel::Play

@@ -13,11 +13,13 @@
 #include "command/ExitCode.h"
 #include "command/Host.h"
 #include "command/Interrupt.h"
+#include "command/ParsedOptions.h"
 #include "command/Problem.h"
 #include "elements/StopScope.h"
 #include "probe/ProbeOptions.h"
 #include "probe/ProbeReport.h"
 #include "probe/SampleReader.h"
+#include "sinks/OutputFile.h"
 
 namespace Moravel::Play {
 
@@ -119,21 +121,17 @@ int ExitCodeOf(const ProbeOutcome& outcome) {
                                                                            : kExitFine;
 }
 
-bool PrintProbed(const ProbeOptions& options, const ProbeOutcome& outcome) {
+void PrintProbed(const ProbeOptions& options, const ProbeOutcome& outcome) {
   std::string text;
   if (options.quiet && !options.json)
-    return true;
+    return;
   if (options.json) {
     text = ToJson(outcome);
   } else {
     for (const ProbedTrack& track : outcome.tracks)
       text += (text.empty() ? "" : "\n") + ToText(track);
   }
-  std::fputs(text.c_str(), stdout);
-  if (std::fflush(stdout) == 0 || errno == EPIPE)  // nobody minds a reader that has gone
-    return true;
-  PrintProblem("standard output: " + std::generic_category().message(errno));
-  return false;
+  WriteToStandardOutput(text);
 }
 
 int Probe(const ProbeOptions& options) {
@@ -149,20 +147,17 @@ int Probe(const ProbeOptions& options) {
   outcome.exitCode = ExitCodeOf(outcome);
   if (outcome.interrupted)
     PrintProblem("interrupted");
-  return PrintProbed(options, outcome) ? outcome.exitCode : kExitUnwritable;
+  PrintProbed(options, outcome);
+  return outcome.exitCode;
 }
 
 }  // namespace
 
 int RunProbe(int argc, const char* const* argv) {
-  const auto parsed = ParseProbeOptions(argc, argv);
-  if (const auto* const text = std::get_if<std::string>(&parsed)) {
-    std::fputs(text->c_str(), stdout);
-    return kExitFine;
-  }
-  const ProbeOptions& options = std::get<ProbeOptions>(parsed);
-  StartHost(options.logLevel);
-  return Probe(options);
+  return RunParsed(ParseProbeOptions(argc, argv), [](const ProbeOptions& options) {
+    StartHost(options.logLevel);
+    return Probe(options);
+  });
 }
 
 }  // namespace Moravel::Play

@@ -6,16 +6,17 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
-#include <system_error>
 
 #include "command/ExitCode.h"
 #include "command/Host.h"
 #include "command/Interrupt.h"
+#include "command/ParsedOptions.h"
 #include "command/Problem.h"
 #include "qelCore/Printable.h"
 #include "serve/OwnAddress.h"
 #include "serve/ServeOptions.h"
 #include "serve/ServedTracks.h"
+#include "sinks/OutputFile.h"
 
 namespace Moravel::Play {
 
@@ -72,15 +73,6 @@ std::string ToText(const Tracks& tracks, const ServeOptions& options, uint16_t p
   return text;
 }
 
-// False, told, when nobody can read it.
-bool PrintTracks(const std::string& text) {
-  std::fputs(text.c_str(), stdout);
-  if (std::fflush(stdout) == 0)
-    return true;
-  PrintProblem("standard output: " + std::generic_category().message(errno));
-  return false;
-}
-
 int Serve(const ServeOptions& options) {
   Player::StorageServer::Options server = {
       .address = options.address, .port = options.port, .network = options.network};
@@ -91,8 +83,8 @@ int Serve(const ServeOptions& options) {
   const Tracks tracks = Add(wanted, running);
   if (tracks.empty())
     return kExitUnreadable;
-  if (!options.quiet && !PrintTracks(ToText(tracks, options, running.Port())))
-    return kExitUnwritable;
+  if (!options.quiet)
+    WriteToStandardOutput(ToText(tracks, options, running.Port()));
   while (!Interrupted())
     ::poll(nullptr, 0, kLookForInterruptMilliseconds);
   return tracks.size() == wanted.size() ? kExitFine : kExitUnreadable;
@@ -101,14 +93,10 @@ int Serve(const ServeOptions& options) {
 }  // namespace
 
 int RunServe(int argc, const char* const* argv) {
-  const auto parsed = ParseServeOptions(argc, argv);
-  if (const auto* const text = std::get_if<std::string>(&parsed)) {
-    std::fputs(text->c_str(), stdout);
-    return kExitFine;
-  }
-  const ServeOptions& options = std::get<ServeOptions>(parsed);
-  StartHost(options.logLevel);
-  return Serve(options);
+  return RunParsed(ParseServeOptions(argc, argv), [](const ServeOptions& options) {
+    StartHost(options.logLevel);
+    return Serve(options);
+  });
 }
 
 }  // namespace Moravel::Play

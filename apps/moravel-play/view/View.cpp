@@ -12,9 +12,11 @@
 #include "command/ExitCode.h"
 #include "command/Host.h"
 #include "command/Interrupt.h"
+#include "command/ParsedOptions.h"
 #include "command/Problem.h"
 #include "command/TrackArgument.h"
 #include "live/LiveEngine.h"
+#include "sinks/OutputFile.h"
 #include "view/ViewService.h"
 
 namespace Moravel::Play {
@@ -90,8 +92,7 @@ void Serve(LiveEngine& engine, uint16_t port) {
   LoopbackServer server(port,
                         [&](const HttpRequest& request) { return service.Answer(request, ours); });
   ours = server.Port();
-  std::printf("%s\n", service.Address(ours).c_str());
-  std::fflush(stdout);
+  WriteToStandardOutput(service.Address(ours) + '\n');
   ServerWatch watch;
   while (!Interrupted()) {
     std::this_thread::sleep_for(kLookAround);
@@ -116,15 +117,14 @@ const CommandText kViewText = {
      "nothing."},
     {{"moravel-play view clip.avi", "prints an address to open in the browser"},
      {"moravel-play view 10.0.0.5:8080:T7 10.0.0.5:8080:T8", "shows two tracks of a server"}},
-    {{0, "ended by an interrupt"}, {2, "wrong usage"}, {3, "no track could be opened"}}};
+    {{0, "ended by an interrupt"},
+     {2, "wrong usage"},
+     {3, "no track could be opened"},
+     {4, "standard output could not be written"}}};
 
-int RunView(int argc, const char* const* argv) {
-  const auto parsed = ParseViewOptions(argc, argv);
-  if (const auto* const text = std::get_if<std::string>(&parsed)) {
-    std::fputs(text->c_str(), stdout);
-    return kExitFine;
-  }
-  const ViewOptions& options = std::get<ViewOptions>(parsed);
+namespace {
+
+int View(const ViewOptions& options) {
   StartHost(orl::mv::logging::ILogger::Level_NoLog);
   LiveTracks live = OpenUnlessInterrupted(options.tracks);
   if (Interrupted())
@@ -139,6 +139,12 @@ int RunView(int argc, const char* const* argv) {
                      static_cast<int>(std::max(1u, std::thread::hardware_concurrency()))});
   Serve(engine, options.port);
   return kExitFine;
+}
+
+}  // namespace
+
+int RunView(int argc, const char* const* argv) {
+  return RunParsed(ParseViewOptions(argc, argv), &View);
 }
 
 }  // namespace Moravel::Play
