@@ -1,11 +1,12 @@
 #include "command/Host.h"
 
 #include <fcntl.h>
+#include <sys/resource.h>
 #include <unistd.h>
 
-#include <sys/resource.h>
-#include "command/ExitCode.h"
+#include <memory>
 
+#include "command/ExitCode.h"
 #include "command/Interrupt.h"
 #include "elements/BuiltinElements.h"
 #include "host/HostLogging.h"

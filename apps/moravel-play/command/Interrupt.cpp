@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <atomic>
+#include <thread>
 
 #include "command/ExitCode.h"
 
@@ -11,23 +12,26 @@ namespace Moravel::Play {
 
 namespace {
 
-// Signal handlers reach nothing but what is global.
 std::atomic<bool> interrupted = false;
-static_assert(std::atomic<bool>::is_always_lock_free);
 
-void OnSignal(int) {
-  if (interrupted.exchange(true))
-    ::_exit(kExitInterrupted);
+void AwaitSignals(const sigset_t& signals) {
+  for (int signal = 0;;) {
+    if (::sigwait(&signals, &signal) == 0 && interrupted.exchange(true))
+      ::_exit(kExitInterrupted);
+  }
 }
 
 }  // namespace
 
+// All threads to come keep them blocked, too: none is interrupted in what it does.
 void CatchSignals() {
+  sigset_t signals;
+  ::sigemptyset(&signals);
+  ::sigaddset(&signals, SIGINT);
+  ::sigaddset(&signals, SIGTERM);
+  ::pthread_sigmask(SIG_BLOCK, &signals, nullptr);
+  std::thread([signals] { AwaitSignals(signals); }).detach();
   struct sigaction action = {};
-  action.sa_handler = OnSignal;
-  action.sa_flags = SA_RESTART;
-  ::sigaction(SIGINT, &action, nullptr);
-  ::sigaction(SIGTERM, &action, nullptr);
   action.sa_handler = SIG_IGN;
   ::sigaction(SIGPIPE, &action, nullptr);
 }
