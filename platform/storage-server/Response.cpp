@@ -3,7 +3,6 @@
 #include <unistd.h>
 
 #include <algorithm>
-
 #include <utility>
 
 #include "qelCore/OutOfMemory.h"
