@@ -12,7 +12,7 @@ for_bench=("${base[@]}" "${muxer[@]}" libgtest-dev libgmock-dev libbenchmark-dev
   gstreamer1.0-tools gstreamer1.0-plugins-base gstreamer1.0-plugins-good)
 for_fuzz=("${base[@]}" "${muxer[@]}" clang-14 libclang-rt-14-dev)
 for_check=("${for_bench[@]}" "${for_fuzz[@]}" "${for_package[@]}" git clang-format-14 clang-tidy-14
-  doxygen cloc chromium chromium-driver)
+  doxygen cloc lintian chromium chromium-driver)
 
 as_root() { if ((EUID == 0)); then "$@"; else sudo "$@"; fi; }
 
