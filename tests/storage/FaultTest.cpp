@@ -1,4 +1,8 @@
+#include <fcntl.h>
+#include <signal.h>
 #include <sys/socket.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <array>
@@ -250,6 +254,9 @@ TEST_F(Faults, AServerThatDripsOrComesLateIsLeftAfterItsTime) {
   const Fault lines{.stall = {{Part::Header, 30}}, .drip = "X: y\r\n"};
   const Fault oneLine{.headerLines = "X: " + std::string(200'000, 'x') + "\r\n"};
   const Fault bytes{.stall = {{Part::Body, 100}}, .drip = "!"};
+  Fault chunk{.stall = {{Part::Body, 0}}, .drip = "1;" + std::string(1 << 20, 'x')};
+  chunk.headerLines = "Transfer-Encoding: chunked\r\n";
+  chunk.isFlood = true;
   const Fault late{.stall = {{Part::Header, 0}}, .late = std::chrono::milliseconds(150)};
   const struct {
     const char* limit;
@@ -260,6 +267,7 @@ TEST_F(Faults, AServerThatDripsOrComesLateIsLeftAfterItsTime) {
       {"answer_timeout_ms", interim, "header within the 200 ms", "header within the 200 ms"},
       {"answer_timeout_ms", oneLine, "header line that is longer", "header line that is longer"},
       {"answer_timeout_ms", lines, "header within the 200 ms", "header within the 200 ms"},
+      {"stall_timeout_ms", chunk, "server ", "server "},  // sent nothing that belongs to an answer
       {"rate_window_ms", bytes, "in 200 ms, where at least 16384", "bytes in 200 ms"},
       {"open_timeout_ms", bytes, "opening takes longer than the 200 ms", nullptr},
       {"open_timeout_ms", late, "opening takes longer than the 200 ms", ""}};
@@ -278,6 +286,71 @@ TEST_F(Faults, AServerThatDripsOrComesLateIsLeftAfterItsTime) {
     Mend();
     EXPECT_EQ(AllBytes(source.Read(8)), clip.samples[8]);
   }
+}
+
+// Stopped for longer than a server may be silent, and a server waits.
+TEST(StoppedProcess, ReadsOnWhenItIsContinued) {
+  const TempFolder folder;
+  const Clip clip = MakeClip({.file = folder / "a", .pictures = 40});
+  std::array<int, 2> orders{}, answers{};
+  ASSERT_EQ(::pipe2(orders.data(), O_CLOEXEC), 0);
+  ASSERT_EQ(::pipe2(answers.data(), O_CLOEXEC), 0);
+  const pid_t reader = ::fork();
+  if (reader == 0) {
+    ::close(orders[1]);
+    SourceUnderTest source;
+    source.timeoutMs = 400;
+    uint16_t port = 0;
+    bool isOpen = false;
+    for (size_t number = 0; ::read(orders[0], &port, sizeof port) == sizeof port; ++number) {
+      const std::string error = ErrorOf([&] {
+        if (!isOpen)
+          source.Init(port);
+        isOpen = true;
+        if (AllBytes(source.Read(static_cast<int64_t>(number))) != clip.samples[number])
+          throw qel::QELRuntimeError("other bytes");
+      });
+      ::write(answers[1], (error + '\n').c_str(), error.size() + 1);
+    }
+    ::_exit(0);
+  }
+  ::close(answers[1]);
+  FaultyServer server;
+  server.SetTrack(1, clip.file);
+  const auto order = [&] {
+    const uint16_t port = server.Port();
+    ::write(orders[1], &port, sizeof port);
+  };
+  const auto answer = [&] {
+    std::string text;
+    for (char c = 0; ::read(answers[0], &c, 1) == 1 && c != '\n';)
+      text += c;
+    return text;
+  };
+  // The first one while it opens the track.
+  for (const bool isCut : {true, false, true}) {
+    Fault fault{.stall = {{Part::Body, 100}}};
+    if (isCut)
+      fault.cut = fault.stall;
+    const uint64_t before = server.RequestCount();
+    server.SetFault(fault, 1);
+    order();
+    while (server.RequestCount() == before)
+      std::this_thread::sleep_for(1ms);
+    ::kill(reader, SIGSTOP);
+    ::waitpid(reader, nullptr, WUNTRACED);
+    if (isCut)
+      server.ReleaseStalls();
+    std::this_thread::sleep_for(550ms);
+    ::kill(reader, SIGCONT);
+    if (!isCut) {
+      std::this_thread::sleep_for(100ms);  // has looked at the clock
+      server.ReleaseStalls();
+    }
+    EXPECT_EQ(answer(), "") << isCut;
+  }
+  ::close(orders[1]);
+  ::waitpid(reader, nullptr, 0);
 }
 
 TEST_F(Faults, AnIndexTakesNoMoreRequestsThanAllowed) {

@@ -138,14 +138,16 @@ void FaultyServer::Accept() {
 
 // False when the client is gone.
 bool FaultyServer::Stall(const Descriptor& client, const Fault& fault, uint64_t releases) {
-  constexpr std::chrono::milliseconds kStep(5);
+  const std::chrono::milliseconds step(fault.isFlood ? 0 : 5);
   const auto end = std::chrono::steady_clock::now() + fault.late;
   std::unique_lock lock(access_);
   while (std::chrono::steady_clock::now() < end) {
-    if (released_.wait_for(lock, kStep, [&] { return closing_ || releases_ != releases; }))
+    if (released_.wait_for(lock, step, [&] { return closing_ || releases_ != releases; }))
       return true;
+    lock.unlock();
     if (!Send(client, fault.drip))
       return false;
+    lock.lock();
   }
   return true;
 }

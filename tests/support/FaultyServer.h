@@ -26,6 +26,7 @@ struct Fault {
 
   std::optional<Point> stall = {};  // sends nothing more until ReleaseStalls
   std::string drip = {};            // but this, over and over, every few milliseconds
+  bool isFlood = false;             // or as fast as the client takes it
   std::chrono::milliseconds late{std::chrono::hours(1)};  // and goes on after that time
   std::optional<Point> cut = {};                          // closes the connection there
   int status = 0;                 // this status, 206 and 200 with a body, others without

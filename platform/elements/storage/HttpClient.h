@@ -67,8 +67,6 @@ class HttpClient {
   void Remove(CURL* transfer);
   // Does what can be done at once for all transfers.
   void Perform();
-  // When Perform was called last.
-  std::chrono::steady_clock::time_point PerformedAt() const { return performedAt_; }
   // Returns when there is something to do, at the latest after some milliseconds.
   void Wait();
   // Ends the wait under way, or else the next one. Any thread may call it while the client lives.
@@ -77,6 +75,8 @@ class HttpClient {
   // For how long the server has been waited for in all: the clock of all limits. It stands still
   // while nobody waits, and while the process is stopped.
   Duration Listened() const { return listened_; }
+  // For how long the process was stopped meanwhile.
+  Duration Missed() const { return missed_; }
 
   // Of all transfers together.
   void CountReceived(size_t bytes) { received_ += static_cast<int64_t>(bytes); }
@@ -88,12 +88,14 @@ class HttpClient {
     void operator()(CURLM* multi) const { curl_multi_cleanup(multi); }
   };
 
+  void CountListened(std::chrono::steady_clock::time_point begin);
+
   const StorageAddress address_;
   const HttpLimits limits_;
   const std::unique_ptr<CURLM, MultiCleanup> multi_;
   std::vector<CurlEasy> idle_;
-  std::chrono::steady_clock::time_point performedAt_;
   Duration listened_{};
+  Duration missed_{};
   int64_t received_ = 0;
   LinkEstimate link_;
 };

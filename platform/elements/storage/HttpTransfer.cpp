@@ -59,15 +59,11 @@ HttpTransfer::HttpTransfer(HttpClient& client, CURLU* url, const ByteRange& rang
       receiver_(receiver),
       easy_(client.TakeEasy()) {
   SetOption(easy_, CURLOPT_CURLU, url_);
-  SetOption(easy_, CURLOPT_RANGE, range_.Text().c_str());
   SetOption(easy_, CURLOPT_USERAGENT, "moravel/" MORAVEL_VERSION);
   SetOption(easy_, CURLOPT_HEADERFUNCTION, &HttpTransfer::OnHeader);
   SetOption(easy_, CURLOPT_HEADERDATA, this);
   SetOption(easy_, CURLOPT_WRITEFUNCTION, &HttpTransfer::OnBody);
   SetOption(easy_, CURLOPT_WRITEDATA, this);
-  SetOption(easy_, CURLOPT_XFERINFOFUNCTION, &HttpTransfer::OnProgress);
-  SetOption(easy_, CURLOPT_XFERINFODATA, this);
-  SetOption(easy_, CURLOPT_NOPROGRESS, 0L);
   SetOption(easy_, CURLOPT_PRIVATE, static_cast<IHttpTransfer*>(this));
   SetPrecondition();
   Start();
@@ -91,10 +87,35 @@ void HttpTransfer::SetPrecondition() {
 }
 
 void HttpTransfer::Start() {
+  SetOption(easy_, CURLOPT_RANGE, Rest().Text().c_str());
   started_ = lastProgress_ = client_.Listened();
+  missed_ = client_.Missed();
   asked_ = Clock::now();
   client_.Add(easy_.get());
   isRunning_ = true;
+}
+
+// A server does not wait for long for a process that was stopped.
+bool HttpTransfer::IsCutByAPause(CURLcode result) const {
+  const bool isCut = result == CURLE_PARTIAL_FILE || result == CURLE_RECV_ERROR ||
+                     result == CURLE_SEND_ERROR || result == CURLE_GOT_NOTHING;
+  return isCut && client_.Missed() - missed_ >= client_.Limits().stall;
+}
+
+void HttpTransfer::Resume() {
+  if (received_ > 0 && known_ == nullptr) {
+    known_ = &version_;
+    SetPrecondition();
+  }
+  isChecked_ = false;
+  headerBytes_ = 0;
+  Start();
+}
+
+// What has not come yet of the range, as far as the file is known to have it.
+ByteRange HttpTransfer::Rest() const {
+  const int64_t end = received_ > 0 ? std::min(range_.End(), version_.size) : range_.End();
+  return {range_.offset + received_, end - range_.offset - received_};
 }
 
 void HttpTransfer::Listen() {
@@ -235,10 +256,10 @@ void HttpTransfer::CheckResponse() {
                               Field(easy_, "content-length"), Field(easy_, "etag"),
                               Field(easy_, "last-modified")};
   if (known_ != nullptr) {
-    response.CheckNext(range_, *known_);
+    response.CheckNext(Rest(), *known_);
     version_ = *known_;
   } else {
-    version_ = response.CheckFirst(range_);
+    version_ = response.CheckFirst(Rest());
   }
   isChecked_ = true;
   windowStart_ = client_.Listened();
@@ -258,22 +279,6 @@ void HttpTransfer::MeasureBody() {
     client_.Link().Received(client_.Received() - clientReceived_, Clock::now() - answered_);
 }
 
-// While bytes come that are neither header nor body (chunk extensions), libcurl does not return.
-int HttpTransfer::OnProgress(void* self, curl_off_t, curl_off_t, curl_off_t, curl_off_t) {
-  auto* const transfer = static_cast<HttpTransfer*>(self);
-  try {
-    const auto begin = std::max(transfer->client_.PerformedAt(), transfer->lastTaken_);
-    if (StopScope::Current().stop_requested())
-      throw QELRuntimeError("stopped by the host");
-    if (Clock::now() - begin >= transfer->client_.Limits().stall)
-      throw QELRuntimeError("server keeps sending what belongs to no answer");
-    return 0;
-  } catch (...) {
-    transfer->error_ = std::current_exception();
-    return 1;
-  }
-}
-
 size_t HttpTransfer::OnHeader(char* bytes, size_t, size_t size, void* self) {
   auto* const transfer = static_cast<HttpTransfer*>(self);
   try {
@@ -287,7 +292,6 @@ size_t HttpTransfer::OnHeader(char* bytes, size_t, size_t size, void* self) {
 
 void HttpTransfer::TakeHeaderLine(std::string_view line) {
   lastProgress_ = client_.Listened();
-  lastTaken_ = Clock::now();
   headerBytes_ += line.size();
   if (headerBytes_ > kMaxHeaderBytes) {
     throw QELRuntimeError(
@@ -309,7 +313,6 @@ size_t HttpTransfer::OnBody(char* bytes, size_t, size_t size, void* self) {
 
 size_t HttpTransfer::TakeBody(std::span<const uint8_t> bytes) {
   lastProgress_ = client_.Listened();
-  lastTaken_ = Clock::now();
   if (!isChecked_)
     CheckResponse();
   if (static_cast<int64_t>(bytes.size()) > range_.size - received_) {
@@ -335,6 +338,8 @@ void HttpTransfer::OnDone(CURLcode result) noexcept {
     if (result == CURLE_OPERATION_TIMEDOUT &&
         client_.Listened() - started_ < client_.Limits().connect / 2)
       return Start();
+    if (IsCutByAPause(result))
+      return Resume();
     if (result == CURLE_OK && !isChecked_)
       CheckResponse();
   } catch (...) {

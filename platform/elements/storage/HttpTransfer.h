@@ -32,8 +32,9 @@ class IRangeReceiver {
 
 // One request for a range of a file, and its answer. It is under way from its construction on,
 // while any transfer of the client is received, until it is complete or destroyed, which costs its
-// connection unless it is complete. Failures are QELRuntimeError that says what the server did and
-// what would be right. Used by one thread at a time, the client's.
+// connection unless it is complete. When a server closes the connection because this process was
+// stopped meanwhile, the rest is asked for again. Failures are QELRuntimeError that says what the
+// server did and what would be right. Used by one thread at a time, the client's.
 class HttpTransfer : private IHttpTransfer {
  public:
   // `known`: the version that the answer must be of, null for whichever the server has. The client,
@@ -60,6 +61,9 @@ class HttpTransfer : private IHttpTransfer {
 
   void SetPrecondition();
   void Start();
+  bool IsCutByAPause(CURLcode result) const;
+  void Resume();
+  ByteRange Rest() const;
   void Listen();
   void CheckTime(Duration until);
   void CheckRate(Duration now);
@@ -70,7 +74,6 @@ class HttpTransfer : private IHttpTransfer {
   void CheckRedirect() const;
   void CheckResponse();
 
-  static int OnProgress(void* self, curl_off_t, curl_off_t, curl_off_t, curl_off_t);
   static size_t OnHeader(char* bytes, size_t, size_t size, void* self);
   static size_t OnBody(char* bytes, size_t, size_t size, void* self);
   void TakeHeaderLine(std::string_view line);
@@ -80,7 +83,7 @@ class HttpTransfer : private IHttpTransfer {
   HttpClient& client_;
   CURLU* const url_;
   const ByteRange range_;
-  const FileVersion* const known_;
+  const FileVersion* known_;
   IRangeReceiver& receiver_;
   std::unique_ptr<curl_slist, ListCleanup> precondition_;
   CurlEasy easy_;
@@ -97,6 +100,7 @@ class HttpTransfer : private IHttpTransfer {
 
   // By the client's clock.
   Duration started_{};
+  Duration missed_{};  // when it was started
   Duration lastProgress_{};
   Duration windowStart_{};
   int64_t windowStartReceived_ = 0;
@@ -104,7 +108,6 @@ class HttpTransfer : private IHttpTransfer {
   // For the client's estimate of its link.
   using Clock = std::chrono::steady_clock;
   Clock::time_point asked_;
-  Clock::time_point lastTaken_;  // bytes of a header or a body
   Clock::time_point answered_;
   int64_t clientReceived_ = 0;  // when it was answered
   bool isAwaitedFromStart_ = false;
