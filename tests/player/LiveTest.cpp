@@ -55,6 +55,21 @@ class Live : public ::testing::Test {
                            .generation = kind == Kind::Show ? ++generation_ : generation_});
   }
 
+  // The server has got its request, and nothing of its answer comes.
+  std::future<LivePicture> OrderThatStalls(int64_t sample, Kind kind) {
+    const auto reading = std::make_shared<std::latch>(1);
+    const auto first = std::make_shared<std::atomic<bool>>(true);
+    server_.SetFaults([=](uint64_t) {
+      if (!first->exchange(false))
+        return Fault{};
+      reading->count_down();
+      return Fault{.stall = Fault::Point{Fault::Part::Body, 9}};
+    });
+    auto order = Order(sample, kind);
+    reading->wait();
+    return order;
+  }
+
   Moravel::Test::TempFolder folder_;
   Moravel::Test::Clip clip_;
   Moravel::Test::FaultyServer server_;
@@ -64,16 +79,7 @@ class Live : public ::testing::Test {
 
 TEST_F(Live, TheNewestOrderGoesFirstAndStaleOnesAreNeverRead) {
   Open({.connections = 1});
-  std::latch reading(1);
-  std::atomic<bool> first = true;
-  server_.SetFaults([&](uint64_t) {
-    if (!first.exchange(false))
-      return Fault{};
-    reading.count_down();
-    return Fault{.stall = Fault::Point{Fault::Part::Body, 0}};
-  });
-  auto read = Order(0);
-  reading.wait();
+  auto read = OrderThatStalls(0, Kind::Show);
   std::vector<std::future<LivePicture>> dragged;
   auto thumbnail = Order(7, Kind::Thumbnail);
   for (const int64_t sample : {50, 150, 250, 350})
@@ -90,25 +96,22 @@ TEST_F(Live, TheNewestOrderGoesFirstAndStaleOnesAreNeverRead) {
 }
 
 // Nobody releases the stall: the server would be given up after five seconds.
-TEST_F(Live, AStaleReadingThatStallsHoldsNobodyUp) {
+TEST_F(Live, AReadingThatStallsHoldsNothingUpThatIsMoreUrgent) {
   Open({.connections = 1});
   EXPECT_EQ(NumberOf(Order(1).get()), 1);
-  std::latch reading(1);
-  std::atomic<bool> first = true;
-  server_.SetFaults([&](uint64_t) {
-    if (!first.exchange(false))
-      return Fault{};
-    reading.count_down();
-    return Fault{.stall = Fault::Point{Fault::Part::Body, 9}};
-  });
-  auto stalled = Order(100);
-  reading.wait();
-  const Clock::time_point begin = Clock::now();
-  EXPECT_EQ(NumberOf(Order(300).get()), 300);
-  EXPECT_LT(Clock::now() - begin, std::chrono::seconds(4));
-  EXPECT_EQ(stalled.get().state, State::Stale);
-  EXPECT_EQ(engine_->CurrentFigures().fetching.servers.at(0).failure, "");
-  EXPECT_EQ(NumberOf(Order(100).get()), 100);
+  for (const Kind kind : {Kind::Show, Kind::Play, Kind::Thumbnail}) {
+    const int64_t sample = 100 + static_cast<int64_t>(kind);
+    auto stalled = OrderThatStalls(sample, kind);
+    const Clock::time_point begin = Clock::now();
+    EXPECT_EQ(NumberOf(Order(sample + 100).get()), sample + 100);
+    EXPECT_LT(Clock::now() - begin, std::chrono::seconds(4));
+    if (kind == Kind::Thumbnail)
+      EXPECT_EQ(NumberOf(stalled.get()), sample);
+    else
+      EXPECT_EQ(stalled.get().state, State::Stale);
+    EXPECT_EQ(engine_->CurrentFigures().fetching.servers.at(0).failure, "");
+    EXPECT_EQ(NumberOf(Order(sample).get()), sample);
+  }
 }
 
 TEST_F(Live, APlaybackFindsWhatItNeedsNext) {

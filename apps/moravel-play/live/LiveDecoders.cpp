@@ -50,7 +50,7 @@ Player::ISampleDecoder& LiveDecoders::DecodersFor(const Track& track, const Size
   } else {
     known_.push_front(
         {track.index, size,
-         TrackDecoders(std::make_shared<DescribedSource>(track), qel::FourCC_I420, {size})});
+         TrackDecoders(std::make_shared<DescribedSource>(track), qel::FourCC_I422, {size})});
     if (known_.size() > kMaxKnown)
       known_.pop_back();
   }

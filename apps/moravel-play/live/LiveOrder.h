@@ -53,7 +53,7 @@ struct LivePicture {
   };
 
   State state = State::Failed;
-  qel::VideoSampleConstPtr image = {};  // Shown and Damaged: shared, never changed
+  qel::VideoSampleConstPtr image = {};  // Shown and Damaged: I422; shared, never changed
   std::string reason = {};              // Damaged, Broken, Failed: a line for people
   bool cached = false;                  // its sample was there already
   Clock::duration latency{};            // from the order to the picture

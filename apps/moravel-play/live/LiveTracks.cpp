@@ -16,7 +16,7 @@ OpenedLiveServer OpenLiveServer(const std::vector<NamedTrack>& tracks,
                                 const std::stop_token& stop) {
   OpenedLiveServer opened;
   opened.server.name = tracks.front().id.StorageId().ToString();
-  opened.server.reader = std::make_unique<SampleReader>();
+  opened.server.reader = std::make_unique<LiveConnection>();
   for (const NamedTrack& named : tracks) {
     try {
       opened.server.reader->Open(named.id, stop);

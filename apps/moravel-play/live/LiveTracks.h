@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "live/SampleReader.h"
+#include "live/LiveConnection.h"
 #include "tracks/NamedTracks.h"
 #include "tracks/Track.h"
 
@@ -15,7 +15,7 @@ namespace Moravel::Play {
 struct LiveServer {
   std::string name;
   std::vector<Track> tracks;
-  std::unique_ptr<SampleReader> reader;
+  std::unique_ptr<LiveConnection> reader;
 };
 
 // The tracks that could be opened, each server's through one connection, and those that could not.

@@ -27,6 +27,15 @@ int32_t PriorityOf(Kind kind, int32_t serial) {
   return kNearbyPriority;
 }
 
+OrderBook::Wanted OrderBook::Entry::HowWanted() const {
+  if (waiting.empty())
+    return Wanted::ByNobody;
+  const bool isThumbnail = std::all_of(waiting.begin(), waiting.end(), [](const auto& picture) {
+    return picture->Order().kind == Kind::Thumbnail;
+  });
+  return isThumbnail ? Wanted::AsThumbnail : Wanted::AsPicture;
+}
+
 // A thumbnail is nothing's neighbour, and what is shown is wanted from whoever is free.
 bool OrderBook::Entry::IsSequence() const {
   const bool isShown = std::any_of(waiting.begin(), waiting.end(), [](const auto& picture) {
@@ -154,14 +163,15 @@ PendingPictureList OrderBook::PutBack(const SampleKey& key) {
   return stale;
 }
 
-void OrderBook::StopStale(Clock::time_point begunBefore) {
-  const bool isWaitedFor = std::any_of(entries_.begin(), entries_.end(), [](const auto& known) {
-    return !known.second.isReading && !known.second.waiting.empty();
-  });
-  if (!isWaitedFor)
-    return;
+void OrderBook::StopStalled(Clock::time_point begunBefore) {
+  Wanted next = Wanted::ByNobody;
+  for (const auto& [key, entry] : entries_) {
+    if (!entry.isReading)
+      next = std::max(next, entry.HowWanted());
+  }
   for (auto& [key, entry] : entries_) {
-    if (entry.isReading && entry.waiting.empty() && !entry.ahead && entry.readSince < begunBefore)
+    if (entry.isReading && !entry.ahead && entry.HowWanted() < next &&
+        entry.readSince < begunBefore)
       entry.stop.request_stop();
   }
 }

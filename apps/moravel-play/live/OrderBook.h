@@ -49,9 +49,9 @@ class OrderBook {
   // Its reading was stopped: returns those that became stale. It is read later for whoever has come
   // to wait for it since.
   PendingPictureList PutBack(const SampleKey& key);
-  // Requests the stop of readings that began before that time and that nobody waits for any more,
-  // while others wait to be read.
-  void StopStale(Clock::time_point begunBefore);
+  // Requests the stop of readings that began before that time, while something waits to be read
+  // that is wanted more: they are for a thumbnail, or nobody waits for them any more.
+  void StopStalled(Clock::time_point begunBefore);
 
   // Enters nothing, and drops what the order makes stale.
   PendingPictureList DropStale(const LiveOrder& newer);
@@ -62,6 +62,8 @@ class OrderBook {
   bool Holds(const SampleKey& key) const { return entries_.contains(key); }
 
  private:
+  enum class Wanted { ByNobody, AsThumbnail, AsPicture };
+
   struct Entry {
     explicit Entry(const Player::PreloadOrder& preload) : order(preload) {}
 
@@ -74,6 +76,7 @@ class OrderBook {
     std::stop_source stop;
     PendingPictureList outdated;  // who waited when a newer order came while it was being read
 
+    Wanted HowWanted() const;
     bool IsSequence() const;
     bool IsForgotten() const { return !isReading && waiting.empty() && !ahead && !isNearby; }
     void DropStale(const LiveOrder& newer, PendingPictureList& stale);

@@ -15,7 +15,8 @@ constexpr int64_t kPartOfStoreAhead = 4;
 constexpr int64_t kNearbySamples = 8;
 constexpr std::chrono::milliseconds kCalm{100};
 
-// A reading of a stale order is stopped when it takes longer, and so many times longer than usual.
+// A reading is stopped for something more urgent when it takes longer, and so many times longer
+// than usual.
 constexpr std::chrono::milliseconds kPatience{300};
 constexpr double kTimesUsual = 4;
 constexpr std::chrono::milliseconds kWatchEvery{50};
@@ -27,7 +28,8 @@ bool IsInside(const Track& track, int64_t sample) {
 }
 
 // An order that finds its track open waits for no index. What cannot be opened is tried again then.
-void OpenAll(const std::vector<Track>& tracks, SampleReader& reader, const std::stop_token& stop) {
+void OpenAll(const std::vector<Track>& tracks, LiveConnection& reader,
+             const std::stop_token& stop) {
   for (const Track& track : tracks) {
     try {
       reader.Open(track.id, stop);
@@ -182,8 +184,8 @@ std::optional<OrderBook::Read> SampleFetcher::WaitForRead(Line& line, OrderBook:
 
 void SampleFetcher::Serve(size_t server, int connection, std::stop_token stop) {
   const LiveServer& known = servers_[server];
-  SampleReader own;
-  SampleReader& reader = connection == 0 ? *known.reader : own;
+  LiveConnection own;
+  LiveConnection& reader = connection == 0 ? *known.reader : own;
   if (connection != 0)
     OpenAll(known.tracks, reader, stop);
   Line& line = *lines_[server];
@@ -191,7 +193,7 @@ void SampleFetcher::Serve(size_t server, int connection, std::stop_token stop) {
   while (auto read = WaitForRead(line, kind, stop)) {
     const std::stop_callback end(stop, [&] { read->stop.request_stop(); });
     const Clock::time_point begin = Clock::now();
-    SampleReader::Result result = reader.Read(read->order, read->stop.get_token());
+    LiveConnection::Result result = reader.Read(read->order, read->stop.get_token());
     CountReading(line, Clock::now() - begin);
     const bool isStopped = read->stop.stop_requested() && !stop.stop_requested();
     if (isStopped && !result.failure.empty())
@@ -230,14 +232,14 @@ void SampleFetcher::Watch(std::stop_token stop) {
           line->readings.PercentileMilliseconds(kMedian));
       const auto patience = std::max<Clock::duration>(
           kPatience, std::chrono::duration_cast<Clock::duration>(kTimesUsual * usual));
-      line->book.StopStale(Clock::now() - patience);
+      line->book.StopStalled(Clock::now() - patience);
     }
     if (stop.stop_requested())
       return;
   }
 }
 
-void SampleFetcher::Finish(Line& line, const SampleKey& key, SampleReader::Result result) {
+void SampleFetcher::Finish(Line& line, const SampleKey& key, LiveConnection::Result result) {
   PendingPictureList waiting;
   {
     const std::lock_guard<std::mutex> lock(access_);

@@ -38,8 +38,9 @@ struct FetchFigures {
 // through several connections at a time. Newest orders go first, and those that became stale never
 // reach a preloader. What a playback needs next is fetched ahead of it through one connection,
 // whose source can read ahead; what lies near the last picture shown, when nobody has ordered for a
-// while. A sample that nobody waits for any more is kept all the same; when its reading takes much
-// longer than usual and others wait, it is stopped. Thread-safe.
+// while. A sample that nobody waits for any more is kept all the same; when its reading, or that of
+// a thumbnail, takes much longer than usual and something more urgent waits, it is stopped.
+// Thread-safe.
 class SampleFetcher {
  public:
   // `sample` is empty where there is none (Missing), or `failure` says why.
@@ -88,9 +89,9 @@ class SampleFetcher {
                                              std::stop_token stop);
   void AddNearby(Line& line);
   void AddAhead(Line& line, const LiveOrder& order, const Track& track);
-  // Stops readings that stall for orders that became stale.
+  // Stops readings that stall and hold up something more urgent.
   void Watch(std::stop_token stop);
-  void Finish(Line& line, const SampleKey& key, SampleReader::Result result);
+  void Finish(Line& line, const SampleKey& key, LiveConnection::Result result);
   void PutBack(Line& line, const SampleKey& key);
   void CountReading(Line& line, Clock::duration time);
   int64_t MaxAhead() const;

@@ -91,14 +91,7 @@ class Worker {
     task.job.track->statistics.losses.Tell(
         track, state, NumberOf(task),
         track.interlaced && !track.weaves ? bottom ? "bottom" : "top" : "",
-        failure.empty() ? ReasonOfDamage(warning) : failure);
-  }
-
-  // The element names a stream, which is the same for all pictures of a track.
-  static std::string ReasonOfDamage(const std::string& warning) {
-    constexpr std::string_view kDamaged = "is damaged: ";
-    const size_t at = warning.find(kDamaged);
-    return at == std::string::npos ? warning : warning.substr(at + kDamaged.size());
+        failure.empty() ? warning : failure);
   }
 
   // Of a field that fails, the other one's rows stand in; that is a damaged frame.

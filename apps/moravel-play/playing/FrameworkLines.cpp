@@ -1,5 +1,6 @@
 #include "playing/FrameworkLines.h"
 
+#include <string_view>
 #include <utility>
 
 namespace Moravel::Play {
@@ -7,6 +8,13 @@ namespace Moravel::Play {
 namespace {
 
 thread_local CapturedWarnings* capturing = nullptr;
+
+// The element names a stream, which is the same for all pictures of a track.
+std::string WithoutStream(const std::string& warning) {
+  constexpr std::string_view kDamaged = "is damaged: ";
+  const size_t at = warning.find(kDamaged);
+  return at == std::string::npos ? warning : warning.substr(at + kDamaged.size());
+}
 
 }  // namespace
 
@@ -22,7 +30,7 @@ void FrameworkLines::WriteLog(qel::LogLevel level, const char* message, const ch
   if (level != qel::QEL_WARNING || capturing == nullptr)
     next_->WriteLog(level, message, context, file, line, reserved, threadId, time);
   else if (capturing->first_.empty())
-    capturing->first_ = message;
+    capturing->first_ = WithoutStream(message);
 }
 
 }  // namespace Moravel::Play

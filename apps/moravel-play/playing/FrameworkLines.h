@@ -17,7 +17,8 @@ class CapturedWarnings {
   CapturedWarnings(const CapturedWarnings&) = delete;
   CapturedWarnings& operator=(const CapturedWarnings&) = delete;
 
-  // The first one; empty when there was none.
+  // What the first one says of the picture ("Premature end of JPEG file"); empty when there was
+  // none.
   const std::string& First() const { return first_; }
 
  private:

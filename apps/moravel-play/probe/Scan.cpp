@@ -30,13 +30,6 @@ constexpr int kMaxSlowFailures = 10;
 constexpr std::chrono::seconds kSlowFailures{2};
 constexpr size_t kMaxReasons = 1000;
 
-// The element names a stream, which is the same for all pictures of a track.
-std::string WithoutStream(const std::string& warning) {
-  constexpr std::string_view kDamaged = "is damaged: ";
-  const size_t at = warning.find(kDamaged);
-  return at == std::string::npos ? warning : warning.substr(at + kDamaged.size());
-}
-
 struct SampleFault {
   PictureState state;
   std::string reason;
@@ -169,7 +162,7 @@ class Scan {
     }
     if (warnings.First().empty())
       return std::nullopt;
-    return SampleFault{PictureState::Damaged, field + WithoutStream(warnings.First())};
+    return SampleFault{PictureState::Damaged, field + warnings.First()};
   }
 
   // Under the lock.

@@ -11,14 +11,14 @@ namespace Moravel::Play {
 
 namespace {
 
-constexpr int kQuality = 90;
+constexpr int kQuality = 95;
 
 std::string Compress(const uint8_t* planes, int width, int height) {
   const std::unique_ptr<void, decltype(&::tjDestroy)> compressor(::tjInitCompress(), &::tjDestroy);
-  std::string jpeg(::tjBufSize(width, height, TJSAMP_420), '\0');
+  std::string jpeg(::tjBufSize(width, height, TJSAMP_422), '\0');
   auto* data = reinterpret_cast<unsigned char*>(jpeg.data());
   unsigned long size = jpeg.size();
-  if (!compressor || ::tjCompressFromYUV(compressor.get(), planes, width, 1, height, TJSAMP_420,
+  if (!compressor || ::tjCompressFromYUV(compressor.get(), planes, width, 1, height, TJSAMP_422,
                                          &data, &size, kQuality, TJFLAG_NOREALLOC) != 0)
     throw std::runtime_error(std::string("a picture cannot be written as JPEG: ") +
                              qel::TurboJpegError(compressor.get()));

@@ -11,9 +11,9 @@ namespace Moravel::Play {
 
 // One connection to a storage server: a preloader with one source. Used by one thread at a time;
 // what it reads ends at once when the stop of the call is requested.
-class SampleReader {
+class LiveConnection {
  public:
-  SampleReader();
+  LiveConnection();
 
   // Opens the track, when it is not open. Throws what the framework throws.
   void Open(const Player::TrackId& id, std::stop_token stop);

@@ -1,4 +1,4 @@
-#include "live/SampleReader.h"
+#include "live/LiveConnection.h"
 
 #include <utility>
 
@@ -20,16 +20,16 @@ int64_t DataBytes(const Player::ISample& sample) {
 
 }  // namespace
 
-SampleReader::SampleReader() = default;
+LiveConnection::LiveConnection() = default;
 
-void SampleReader::Open(const Player::TrackId& id, std::stop_token stop) {
+void LiveConnection::Open(const Player::TrackId& id, std::stop_token stop) {
   const qel::StopScope scope(std::move(stop));
   source_.Select(id);
   if (!std::exchange(hasSource_, true))
     preloader_.SetStorageSource(id.StorageId(), source_.Media(), source_.Control());
 }
 
-SampleReader::Result SampleReader::Read(Player::PreloadOrder order, std::stop_token stop) {
+LiveConnection::Result LiveConnection::Read(Player::PreloadOrder order, std::stop_token stop) {
   Result result;
   inbox_.sample.reset();
   order.queue_ = &inbox_;
