@@ -99,16 +99,21 @@ TEST_F(Live, TheNewestOrderGoesFirstAndStaleOnesAreNeverRead) {
 TEST_F(Live, AReadingThatStallsHoldsNothingUpThatIsMoreUrgent) {
   Open({.connections = 1});
   EXPECT_EQ(NumberOf(Order(1).get()), 1);
-  for (const Kind kind : {Kind::Show, Kind::Play, Kind::Thumbnail}) {
-    const int64_t sample = 100 + static_cast<int64_t>(kind);
+  constexpr int64_t kSeen = 1;
+  const struct {
+    Kind kind;
+    int64_t sample, next;
+    State state;
+  } cases[] = {{Kind::Show, 40, 120, State::Stale},
+               {Kind::Show, 160, kSeen, State::Stale},
+               {Kind::Play, 200, 240, State::Stale},
+               {Kind::Thumbnail, 280, 320, State::Shown}};
+  for (const auto& [kind, sample, next, state] : cases) {
     auto stalled = OrderThatStalls(sample, kind);
     const Clock::time_point begin = Clock::now();
-    EXPECT_EQ(NumberOf(Order(sample + 100).get()), sample + 100);
+    EXPECT_EQ(NumberOf(Order(next).get()), next);
+    EXPECT_EQ(stalled.get().state, state);
     EXPECT_LT(Clock::now() - begin, std::chrono::seconds(4));
-    if (kind == Kind::Thumbnail)
-      EXPECT_EQ(NumberOf(stalled.get()), sample);
-    else
-      EXPECT_EQ(stalled.get().state, State::Stale);
     EXPECT_EQ(engine_->CurrentFigures().fetching.servers.at(0).failure, "");
     EXPECT_EQ(NumberOf(Order(sample).get()), sample);
   }

@@ -163,17 +163,24 @@ PendingPictureList OrderBook::PutBack(const SampleKey& key) {
   return stale;
 }
 
-void OrderBook::StopStalled(Clock::time_point begunBefore) {
+PendingPictureList OrderBook::StopStalled(Clock::time_point begunBefore) {
   Wanted next = Wanted::ByNobody;
   for (const auto& [key, entry] : entries_) {
     if (!entry.isReading)
       next = std::max(next, entry.HowWanted());
   }
+  PendingPictureList stale;
   for (auto& [key, entry] : entries_) {
-    if (entry.isReading && !entry.ahead && entry.HowWanted() < next &&
-        entry.readSince < begunBefore)
+    if (!entry.isReading || entry.readSince >= begunBefore)
+      continue;
+    const Wanted wanted = entry.HowWanted();
+    const bool isOutdated = wanted == Wanted::ByNobody && !entry.outdated.empty();
+    if (!entry.ahead && (isOutdated || wanted < next))
       entry.stop.request_stop();
+    std::move(entry.outdated.begin(), entry.outdated.end(), std::back_inserter(stale));
+    entry.outdated.clear();
   }
+  return stale;
 }
 
 }  // namespace Moravel::Play

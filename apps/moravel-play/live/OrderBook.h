@@ -49,9 +49,10 @@ class OrderBook {
   // Its reading was stopped: returns those that became stale. It is read later for whoever has come
   // to wait for it since.
   PendingPictureList PutBack(const SampleKey& key);
-  // Requests the stop of readings that began before that time, while something waits to be read
-  // that is wanted more: they are for a thumbnail, or nobody waits for them any more.
-  void StopStalled(Clock::time_point begunBefore);
+  // Of the readings that began before that time: returns who became stale while they went on, and
+  // requests the stop of those that nobody else waits for, or that are wanted less than something
+  // that waits to be read.
+  PendingPictureList StopStalled(Clock::time_point begunBefore);
 
   // Enters nothing, and drops what the order makes stale.
   PendingPictureList DropStale(const LiveOrder& newer);

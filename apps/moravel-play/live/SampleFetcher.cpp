@@ -223,20 +223,31 @@ void SampleFetcher::PutBack(Line& line, const SampleKey& key) {
 }
 
 void SampleFetcher::Watch(std::stop_token stop) {
-  constexpr double kMedian = 0.5;
   std::unique_lock<std::mutex> lock(access_);
   while (isReading_.wait(lock, stop, [this] { return reading_ != 0; })) {
     isReading_.wait_for(lock, stop, kWatchEvery, [] { return false; });
-    for (const auto& line : lines_) {
-      const std::chrono::duration<double, std::milli> usual(
-          line->readings.PercentileMilliseconds(kMedian));
-      const auto patience = std::max<Clock::duration>(
-          kPatience, std::chrono::duration_cast<Clock::duration>(kTimesUsual * usual));
-      line->book.StopStalled(Clock::now() - patience);
-    }
     if (stop.stop_requested())
       return;
+    const PendingPictureList stale = StopStalled();
+    lock.unlock();
+    AnswerStale(stale);
+    lock.lock();
   }
+}
+
+PendingPictureList SampleFetcher::StopStalled() {
+  constexpr double kMedian = 0.5;
+  PendingPictureList stale;
+  for (const auto& line : lines_) {
+    const std::chrono::duration<double, std::milli> usual(
+        line->readings.PercentileMilliseconds(kMedian));
+    const auto patience = std::max<Clock::duration>(
+        kPatience, std::chrono::duration_cast<Clock::duration>(kTimesUsual * usual));
+    PendingPictureList ofLine = line->book.StopStalled(Clock::now() - patience);
+    std::move(ofLine.begin(), ofLine.end(), std::back_inserter(stale));
+  }
+  figures_.stale += static_cast<int64_t>(stale.size());
+  return stale;
 }
 
 void SampleFetcher::Finish(Line& line, const SampleKey& key, LiveConnection::Result result) {

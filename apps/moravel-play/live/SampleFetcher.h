@@ -89,8 +89,10 @@ class SampleFetcher {
                                              std::stop_token stop);
   void AddNearby(Line& line);
   void AddAhead(Line& line, const LiveOrder& order, const Track& track);
-  // Stops readings that stall and hold up something more urgent.
+  // Stops readings that stall and hold up something more urgent; whoever became stale meanwhile is
+  // told so, and can order anew.
   void Watch(std::stop_token stop);
+  PendingPictureList StopStalled();  // under the lock
   void Finish(Line& line, const SampleKey& key, LiveConnection::Result result);
   void PutBack(Line& line, const SampleKey& key);
   void CountReading(Line& line, Clock::duration time);
