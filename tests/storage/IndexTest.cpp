@@ -174,6 +174,7 @@ TEST_F(TrackIndex, TakesWhatThereIsAndTellsWhatIsNot) {
       {Patched(mov, "elst", 12, {0, 0, 0, 80}), 2},  // of a thousandth of a second
       {fields, 10, "", TopFirst, 24},
       {Patched(fields, "AVI1", -6, Bytes8(200)), 10, "", TopFirst, 24},
+      {Patched(fields, "\x11\x08", 3, {23}), 10, "", TopFirst, 24},  // a frame of 47 rows
       {each, 10, "", TopFirst, 24},
       {Patched(each, "jpeg", 30, {24}), 20, "", Progressive, 24},  // the height in the header
   };

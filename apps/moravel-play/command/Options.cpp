@@ -202,7 +202,7 @@ const CommandText kPlayText = {
       "writes the pictures of the last two seconds as they are stored"},
      {"moravel-play --size 960x540 --y4m - clip.avi | ffplay -", "shows it on a screen"}},
     {{0, "all pictures are there"},
-     {1, "some pictures are missing or damaged"},
+     {1, "some pictures are missing, damaged or (with --realtime) late"},
      {2, "wrong usage"},
      {3, "a storage server or a track could not be reached or read"},
      {4, "a picture or the report could not be written (full disk, unwritable folder)"},

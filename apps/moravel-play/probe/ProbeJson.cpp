@@ -51,7 +51,7 @@ Json ToJson(const ProbedTrack& probed) {
   const Track& track = probed.track;
   const qel::TrackFacts& facts = probed.Facts();
   const Player::SampleRate average = track.AverageRate();
-  const Size frame = {track.ownSize.width, track.ownSize.height * (track.interlaced ? 2 : 1)};
+  const Size frame = track.FrameSize();
   return {{"track", track.name},
           {"container", facts.container},
           {"width", frame.width},

@@ -43,9 +43,7 @@ std::string DurationText(double seconds) {
 
 std::string PicturesText(const ProbedTrack& probed) {
   const qel::TrackFacts& facts = probed.Facts();
-  const Size own = probed.track.ownSize;
-  const Size frame = {own.width, own.height * (probed.track.interlaced ? 2 : 1)};
-  std::string text = frame.ToString();
+  std::string text = probed.track.FrameSize().ToString();
   if (facts.pixelAspectWidth != facts.pixelAspectHeight)
     text += Format(", pixels %u:%u", facts.pixelAspectWidth, facts.pixelAspectHeight);
   if (!probed.sampling.empty())

@@ -26,7 +26,7 @@ SampleSizes Measure(const qel::TrackIndex& index) {
   measured.least = *least;
   measured.most = *most;
   measured.mean = static_cast<double>(measured.total) / static_cast<double>(sizes.size());
-  const auto p99 = sizes.begin() + static_cast<ptrdiff_t>((sizes.size() - 1) * 99 / 100);
+  const auto p99 = sizes.begin() + static_cast<ptrdiff_t>((sizes.size() * 99 + 99) / 100 - 1);
   std::nth_element(sizes.begin(), p99, sizes.end());
   measured.p99 = *p99;
   return measured;

@@ -33,7 +33,8 @@ std::string Title(const Track& track) {
 }
 
 std::string Facts(const Track& track, const Size& size) {
-  const std::string from = size == track.ownSize ? "" : " from " + track.ownSize.ToString();
+  const Size own = track.PictureSize();
+  const std::string from = size == own ? "" : " from " + own.ToString();
   return size.ToString() + from + kDot + ToRateText(track) + kDot +
          (track.interlaced ? "interlaced" : "progressive") + kDot +
          std::to_string(track.sequence.Count()) + " of " + std::to_string(track.sampleCount) +

@@ -63,6 +63,8 @@ struct Track {
   }
   // A field shows every second row of the frame.
   Size FrameSize() const { return {ownSize.width, ownSize.height * (interlaced ? 2 : 1)}; }
+  // Of the pictures that are played, where no other size is asked for.
+  Size PictureSize() const { return weaves ? FrameSize() : ownSize; }
   // The shape in which the pictures are meant to be seen, whatever their size, as width to height:
   // pixels need not be squares.
   std::pair<int64_t, int64_t> DisplayShape() const {

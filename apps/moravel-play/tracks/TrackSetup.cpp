@@ -12,7 +12,7 @@ std::vector<Size> ChooseSizes(const Options& options, const Track& track) {
     return {};
   if (!options.sizes.empty())
     return options.sizes;
-  return {track.weaves ? track.FrameSize() : track.ownSize};
+  return {track.PictureSize()};
 }
 
 // From the first sample that is asked for to the end, where neither count nor duration is given.

@@ -120,7 +120,8 @@ class PictureLooks {
     return std::nullopt;
   }
 
-  // The second picture of a sample, as large as the first.
+  // The second picture of a sample, as large as the first, or a row more or less: one field of a
+  // frame of odd height has it.
   std::optional<JpegFacts> ReadSecond(const Look& look) {
     const SamplePlaces::Place place = track_.places.At(look.number);
     std::vector<uint8_t> sample(std::min<size_t>(place.size, size_t{kMaxWholeBytes}));
@@ -128,7 +129,7 @@ class PictureLooks {
     file_.ReadExactly(place.offset, sample);
     const auto at = FindSecondPicture(sample);
     const auto facts = at ? ReadJpegFacts(std::span(sample).subspan(*at)) : std::nullopt;
-    const bool isSecondField = facts && facts->height == look.picture.height;
+    const bool isSecondField = facts && std::abs(facts->height - look.picture.height) <= 1;
     return isSecondField ? facts : std::nullopt;
   }
 
@@ -158,6 +159,7 @@ class PictureLooks {
                                    ? second->polarity == FieldPolarity::Odd
                                    : track_.fields && track_.fields->isBottomStoredFirst;
     SetOrder(isBottomFirst, IsMarked(look.picture) || IsMarked(*second));
+    facts_.height = std::max(facts_.height, second->height);
     return true;
   }
 
