@@ -66,3 +66,7 @@ endif()
 
 moravel_install(library MoravelPlayerQEL moravel-player-qel MoravelPlayerQEL)
 moravel_install_headers(library-dev ${interfaceFolder} ${libraryHeaders})
+set(documentsFolder ${CMAKE_INSTALL_DATADIR}/doc/libmoravelplayerqel-dev)
+install(FILES docs/embedding.md docs/elements.md docs/platform.md
+  DESTINATION ${documentsFolder}/docs COMPONENT library-dev)
+install(DIRECTORY examples DESTINATION ${documentsFolder} COMPONENT library-dev)
