@@ -53,12 +53,9 @@ if(NOT MORAVEL_SYSTEM_PLATFORM)
   endforeach()
 
   moravel_install(elements MoravelElements moravel-elements qelElements)
-  install(FILES platform/elements/BuiltinElements.h platform/elements/StopScope.h
-    DESTINATION ${platformFolder}/elements COMPONENT elements-dev)
-  foreach(header TrackInfo TrackIndex TrackFacts ContainerTrack FileBytes ReadAheadCache SamplePlaces
-      SampleTimes)  # TrackInfo, and what it is made of
-    install(FILES platform/elements/storage/${header}.h
-      DESTINATION ${platformFolder}/elements/storage COMPONENT elements-dev)
+  foreach(header ${elementsHeaders})
+    cmake_path(GET header PARENT_PATH parent)
+    install(FILES platform/${header} DESTINATION ${platformFolder}/${parent} COMPONENT elements-dev)
   endforeach()
 
   install(TARGETS moravel-play RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT tools)

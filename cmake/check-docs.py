@@ -24,7 +24,7 @@ NOT_HERE = {
     r"\./dev (build|test|check|bench|package|fuzz|soak|clean)\b": "CI runs it, or its user does",
     r"\./dev play$": "builds a player of its own; CI has built this one",
     r"\.ci/run": "runs this",
-    r"cmake |c\+\+ ": "cmake/check-install.sh does it, with the packages",
+    r"cmake |c\+\+ |export PKG_": "cmake/check-install.sh does it, with what is installed",
 }
 # Options of other programs that the documents name.
 OF_OTHERS = {"--build", "--cflags", "--install", "--libs", "--prefix", "--preset", "--smoke"}

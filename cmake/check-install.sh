@@ -17,7 +17,6 @@ fail() { echo "check-install.sh: $*" >&2; exit 1; }
 
 # block FILE LANGUAGE: the code blocks of that language.
 block() { awk -v open="^\`\`\`$2\$" '/^```$/ {on = 0} on; $0 ~ open {on = 1}' "$root/$1"; }
-readme_block() { block README.md "$1"; }
 
 # install_packages FOLDER NAME...: what the packages put on a machine.
 install_packages() {
@@ -44,7 +43,7 @@ start_nginx() {
   {
     echo "daemon off; pid $work/nginx.pid; events {} http { access_log off;"
     for kind in client_body proxy fastcgi uwsgi scgi; do echo "${kind}_temp_path $work/temp;"; done
-    readme_block nginx |
+    block README.md nginx |
       sed "s#listen .*;#listen 127.0.0.1:$port; listen 127.0.0.2:$port;#; s#/srv/media#$work/media#"
     echo "}"
   } >"$work/nginx.conf"
@@ -93,7 +92,7 @@ try_documents() {
     echo 'cmake_minimum_required(VERSION 3.25)
 project(Documents LANGUAGES CXX)
 add_executable(host host.cpp)'
-    readme_block cmake
+    block README.md cmake
   } >"$work/documents/CMakeLists.txt"
   {
     echo '#include "Player/QELSample.h"
@@ -106,6 +105,35 @@ int main() {}'
   } >"$work/documents/host.cpp"
   cmake -S "$work/documents" -B "$work/documents/build" -G Ninja -DCMAKE_PREFIX_PATH="$1" >/dev/null
   ninja --quiet -C "$work/documents/build" || fail "the documents' code does not compile"
+}
+
+# run_lines FOLDER COMMANDS: a document's, one after the other, until one fails.
+run_lines() {
+  (cd "$1" && bash -exc "$2") >"$work/said" 2>&1 </dev/null || { cat "$work/said" >&2; fail "$2"; }
+}
+
+# What README.md says to build and install this tree, and docs/embedding.md to build a host with it.
+try_commands() {
+  local host=$work/commands program
+  run_lines "$root" "$(sed -n 's/^    \(cmake [^#]*\).*/\1/p' "$root/README.md" | sed "s#PREFIX#$work/prefix#")"
+  mkdir "$host"
+  cp "$root"/examples/*.cpp "$host"
+  block docs/embedding.md cmake >"$host/CMakeLists.txt"
+  run_lines "$host" "$(block docs/embedding.md sh | sed "s#\(=\|,\)PREFIX#\1$work/prefix#g")"
+  for program in "$host/build/host" "$host/host"; do
+    said=$("$program" 127.0.0.1 "$port" 7 2>&1) || fail "$program: $said"
+  done
+}
+
+# Whoever includes the headers may ask the compiler for more warnings than we do.
+try_warnings() {
+  local cxx
+  (cd "$1/include" && find . -name '*.h' | sed 's#^\./[^/]*/\(.*\)#\#include "\1"#') >"$work/all.cpp"
+  for cxx in g++ clang++-14; do
+    "$cxx" -std=c++20 -fsyntax-only -Werror -Wall -Wextra -Wpedantic -Wconversion -Wsign-conversion \
+      -Wshadow -Wold-style-cast -Wnon-virtual-dtor -Woverloaded-virtual -Wextra-semi \
+      -I"$1/include/moravel" -I"$1/include/moravel-platform" "$work/all.cpp" || fail "$cxx warns of headers"
+  done
 }
 
 # A host with elements of its own needs the library's and the platform's packages only.
@@ -135,7 +163,7 @@ lintian --allow-root --fail-on error,warning --suppress-tags bogus-mail-host,roo
   --suppress-tags bogus-mail-host-in-debian-changelog,initial-upload-closes-no-bugs \
   --suppress-tags maintscript-calls-ldconfig,package-name-doesnt-match-sonames \
   "$packages"/*.deb || fail "lintian finds fault with the packages"
-readme_block cpp | diff - "$root/examples/one-picture.cpp" || fail "README.md shows another program"
+block README.md cpp | diff - "$root/examples/one-picture.cpp" || fail "README.md shows another program"
 so=$(dpkg-deb -f "$packages"/libmoravelplayerqel[0-9]*.deb Package)
 platform=$(dpkg-deb -f "$packages"/libmoravelplatform[0-9]*.deb Package)
 ! dpkg-deb -f "$packages"/libmoravelplayerqel-dev_*.deb Depends | grep -E "curl|libav|jpeg|yuv" ||
@@ -157,6 +185,8 @@ install_packages "$work/all" "$platform" libmoravelplatform-dev "$so" libmoravel
 start_nginx
 with_cmake cmake "$work/all/usr"
 try_documents "$work/all/usr"
+try_warnings "$work/all/usr"
+try_commands
 with_pkg_config pkg-config "$work/all/usr"
 said=$("$work/cmake/host" 127.0.0.1 "$port" 8 2>&1) || fail "host: $said"
 [[ $(grep -c "top field 640x180, .* 172800 bytes" <<<"$said") == 8 &&
@@ -164,8 +194,8 @@ said=$("$work/cmake/host" 127.0.0.1 "$port" 8 2>&1) || fail "host: $said"
   fail "host said of interlaced material: $said"
 
 install_packages "$work/platform" "$platform" libmoravelplatform-dev libmoravelelements-dev
-cmake -S "$root" -B "$work/library" -G Ninja -DMORAVEL_SYSTEM_PLATFORM=ON -DMORAVEL_WERROR=ON \
-  -DCMAKE_PREFIX_PATH="$work/platform/usr" >/dev/null
+run_lines "$root" "$(block docs/platform.md sh |
+  sed "s#=PLATFORM#=$work/platform/usr -G Ninja -DMORAVEL_WERROR=ON#; s#build/library#$work/library#")"
 ninja --quiet -C "$work/library"
 cmake --install "$work/library" --prefix "$work/own" >/dev/null
 with_cmake cmake-own "$work/own;$work/platform/usr"

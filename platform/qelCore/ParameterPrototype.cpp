@@ -10,6 +10,25 @@ namespace {
 
 using Prototype = ParametersCollectionPrototype;
 
+const char* Name(Prototype::Type type) {
+  switch (type) {
+    case Prototype::Type::Int64:
+      return "an int64";
+    case Prototype::Type::UTF8String:
+      return "a string";
+    case Prototype::Type::FourCC:
+      break;
+  }
+  return "a FourCC";
+}
+
+std::string Keys(const Prototype::ParameterMap& parameters) {
+  std::string keys;
+  for (const auto& [key, parameter] : parameters)
+    keys += (keys.empty() ? "\"" : ", \"") + key + "\"";
+  return keys;
+}
+
 class Instance : public IParametersCollectionInstance {
  public:
   explicit Instance(std::shared_ptr<const Prototype> prototype)
@@ -39,9 +58,11 @@ class Instance : public IParametersCollectionInstance {
   const Prototype::Parameter& Find(const std::string& key, Prototype::Type type) const {
     const auto entry = prototype_->Parameters().find(key);
     if (entry == prototype_->Parameters().end())
-      QEL_RAISE("parameter collection has no key \"" << key << "\"");
+      QEL_RAISE("there is no parameter \"" << key << "\"; there are "
+                                           << Keys(prototype_->Parameters()));
     if (entry->second.type != type)
-      QEL_RAISE("parameter \"" << key << "\" is of another type");
+      QEL_RAISE("parameter \"" << key << "\" is " << Name(entry->second.type) << ", not "
+                               << Name(type));
     return entry->second;
   }
 

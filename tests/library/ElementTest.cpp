@@ -56,9 +56,12 @@ TEST_F(ElementTest, ParametersHaveKeysTypesAndDefaults) {
   EXPECT_EQ(config->GetParamUTF8String("text"), "default");
   config->SetParamInt64("number", 7);
   config->SetParamUTF8String("text", "mine");
-  for (const char* key : {"number", "text", "none"}) {
-    EXPECT_THROW(config->SetParamFourCC(key, qel::FourCC_I420), qel::QELRuntimeError) << key;
-    EXPECT_THROW(config->GetParamFourCC(key), qel::QELRuntimeError) << key;
+  for (const auto& [key, error] : std::map<std::string, std::string>{
+           {"number", "parameter \"number\" is an int64, not a FourCC"},
+           {"text", "parameter \"text\" is a string, not a FourCC"},
+           {"none", "there is no parameter \"none\"; there are \"number\", \"text\""}}) {
+    EXPECT_EQ(ErrorOf([&] { config->SetParamFourCC(key, qel::FourCC_I420); }), error);
+    EXPECT_EQ(ErrorOf([&] { config->GetParamFourCC(key); }), error);
   }
   EXPECT_EQ(config->GetParamInt64("number"), 7);
   EXPECT_EQ(config->GetParamUTF8String("text"), "mine");

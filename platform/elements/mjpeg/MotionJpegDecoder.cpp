@@ -13,6 +13,7 @@
 #include "elements/mjpeg/SharedPictures.h"
 #include "qel/WorkflowStepImplementation.h"
 #include "qelCore/ParameterPrototype.h"
+#include "qelCore/Printable.h"
 #include "qelCore/Registry.h"
 #include "qelCore/SampleFactory.h"
 
@@ -26,14 +27,22 @@ constexpr char kOutputFourCC[] = "OutputFourCC";
 constexpr char kOutputWidth[] = "output_width";
 constexpr char kOutputHeight[] = "output_height";
 
+// Its four characters.
+std::string Text(FourCC fourCC) {
+  std::string text;
+  for (int shift = 0; shift < 32; shift += 8)
+    text += static_cast<char>(fourCC >> shift);
+  return Printable(text);
+}
+
 FourCC ReadOutputFourCC(const ParametersCollectionInstanceConstPtr& config) {
   if (!config)
     throw QELRuntimeError("motion-JPEG decoder needs an init configuration");
   const FourCC fourCC = config->GetParamFourCC(kOutputFourCC).value_or(FourCC_I420);
   if (FindPixelFormat(fourCC) == nullptr) {
-    throw QELRuntimeError(QEL_TEXT("OutputFourCC " << uint32_t{fourCC}
-                                                   << " is not supported; supported are "
-                                                   << SupportedFormats()));
+    throw QELRuntimeError(QEL_TEXT("OutputFourCC \"" << Text(fourCC)
+                                                     << "\" is not supported; supported are "
+                                                     << SupportedFormats()));
   }
   return fourCC;
 }
