@@ -15,6 +15,7 @@
 #include "SourceFixture.h"
 #include "elements/StopScope.h"
 #include "elements/storage/HttpFile.h"
+#include "elements/storage/TrackInfo.h"
 #include "storage-server/Listening.h"
 #include "support/FaultyServer.h"
 
@@ -383,6 +384,27 @@ TEST(HttpResponse, SendsBackNothingThatIsNoValidator) {
       {"", "", ""}};
   for (const auto& [etag, lastModified, expected] : cases)
     EXPECT_EQ((qel::FileVersion{1, etag, lastModified}.Precondition()), expected) << etag;
+}
+
+const qel::TrackIndex* IndexOf(const SourceUnderTest& source) {
+  const auto info = source.media->GetDefinedOutput("")->GetVideoInfoList().at(0);
+  return dynamic_cast<const qel::TrackInfo&>(*info).Index().get();
+}
+
+TEST_F(Faults, OnlyAStrongValidatorLetsSourcesShareAnIndex) {
+  const std::string date = "Last-Modified: Sun, 06 Nov 1994 08:49:37 GMT\r\n";
+  const std::pair<Fault, bool> cases[] = {{{}, true},
+                                          {{.etag = "W/\"a\""}, false},
+                                          {{.etag = "a"}, false},
+                                          {{.headerLines = date, .etag = ""}, false},
+                                          {{.etag = ""}, false}};
+  for (const auto& [fault, isShared] : cases) {
+    server.SetFault(fault);
+    SourceUnderTest first, second;
+    first.Init(server.Port());
+    second.Init(server.Port());
+    EXPECT_EQ(IndexOf(first) == IndexOf(second), isShared) << fault.etag.value_or("as it is");
+  }
 }
 
 // Two files of the same size, whatever validator the server gives.

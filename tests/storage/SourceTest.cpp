@@ -320,6 +320,52 @@ TEST_F(Served, KeepsSoManyTracksOpenAndNoMore) {
   EXPECT_EQ(AllBytes(source.Read(0)), clip.samples[0]);
 }
 
+Bytes8 Big32(size_t number) {
+  return {uint8_t(number >> 24), uint8_t(number >> 16), uint8_t(number >> 8), uint8_t(number)};
+}
+
+// A file that announces ten million samples of one size, in chunks of two, and holds the places of
+// so many chunks.
+std::filesystem::path GreatMov(const std::filesystem::path& file, size_t chunks) {
+  Bytes8 mov = ReadFile(MakeClip({.file = file, .container = Container::Mov, .pictures = 1}).file);
+  mov = Patched(mov, "stsz", 8, {0, 0, 4, 0, 0, 0x98, 0x96, 0x80});
+  mov = Patched(mov, "stsc", 16, Big32(2));
+  mov = Patched(mov, "stco", 8, Big32(chunks));
+  const auto at = [&](std::string_view name) {
+    return static_cast<size_t>(std::search(mov.begin(), mov.end(), name.begin(), name.end()) -
+                               mov.begin());
+  };
+  const size_t end = at("stco") + 12 + 4 * chunks;
+  for (const char* box : {"moov", "trak", "mdia", "minf", "stbl", "stco"})
+    mov = Patched(mov, box, -4, Big32(end - at(box) + 4));
+  mov.resize(std::min(mov.size(), end));
+  WriteFile(file, mov);
+  std::filesystem::resize_file(file, end);
+  return file;
+}
+
+// What a file merely announces takes none.
+TEST_F(Served, KeepsIndexesWithinTheirMemory) {
+  constexpr int64_t kMebi = 1 << 20;
+  Serve({});
+  for (int64_t id = 10; id < 22; ++id)
+    server.AddTrack(id, GreatMov(folder / "announces", 10));
+  const int64_t before = MemoryInUse();
+  for (int64_t id = 10; id < 22; ++id)
+    source.Update("track_id", id);
+  EXPECT_LT(MemoryInUse() - before, kMebi);
+
+  for (int64_t id = 30; id < 33; ++id) {
+    server.AddTrack(id, GreatMov(folder / "holds", 5'000'000));
+    EXPECT_THAT(ErrorOf([&] { source.Update("track_id", id); }),
+                Says(id < 32 ? "" : ":T32: the indexes of the open tracks take"));
+    EXPECT_LT(MemoryInUse() - before, qel::kMaxIndexMemory + kMebi) << id;
+  }
+  for (const int64_t id : {30, 31})
+    source.Update("remove_track", id);
+  EXPECT_LT(MemoryInUse() - before, kMebi);
+}
+
 TEST_F(Served, ReadsSamplesAsLargeAsAllowed) {
   const Clip clip = Serve({.container = Container::Mov, .pictures = 1});
   const auto mov = ReadFile(clip.file);

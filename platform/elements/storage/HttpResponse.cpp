@@ -69,6 +69,10 @@ std::string FileVersion::Precondition() const {
   return {};
 }
 
+bool FileVersion::IsCertain() const {
+  return IsEntityTag(etag);
+}
+
 std::optional<HttpResponse::ContentRange> HttpResponse::ParseContentRange(std::string_view text) {
   constexpr std::string_view kUnit = "bytes ";
   const size_t dash = text.find('-');

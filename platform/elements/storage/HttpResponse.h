@@ -33,6 +33,9 @@ struct FileVersion {
   // validators only, and what a server sent goes back to it only if it is made of the bytes that a
   // validator may have (RFC 9110, sections 8.8.3 and 5.6.7).
   std::string Precondition() const;
+  // Whether another file never has the same one: only of a strong ETag is that so, as files of one
+  // size may follow each other within the second that a date tells.
+  bool IsCertain() const;
 };
 
 // The server has another version of the file than the one that its index was read from.

@@ -8,7 +8,7 @@ namespace qel {
 
 namespace {
 
-using Key = std::tuple<std::string, int64_t, std::string, std::string>;
+using Key = std::tuple<std::string, int64_t, std::string>;
 
 // Of the process, as the sources of one server know nothing of each other.
 struct IndexesInUse {
@@ -25,10 +25,10 @@ IndexesInUse& Indexes() {
 
 std::shared_ptr<const TrackIndex> ShareIndex(const std::string& track, const FileVersion& version,
                                              const std::function<TrackIndex()>& read) {
-  if (version.etag.empty() && version.lastModified.empty())
+  if (!version.IsCertain())
     return std::make_shared<const TrackIndex>(read());
   IndexesInUse& indexes = Indexes();
-  const Key key(track, version.size, version.etag, version.lastModified);
+  const Key key(track, version.size, version.etag);
   const auto find = [&]() -> std::shared_ptr<const TrackIndex> {
     const auto found = indexes.known.find(key);
     return found == indexes.known.end() ? nullptr : found->second.lock();
