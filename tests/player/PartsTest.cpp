@@ -4,6 +4,7 @@
 
 #include "command/Options.h"
 #include "host/LiveQueues.h"
+#include "playing/FailuresInARow.h"
 #include "playing/Losses.h"
 #include "playing/Statistics.h"
 #include "qelCore/Printable.h"
@@ -32,6 +33,20 @@ TEST(TrackArgument, IsATrackIdOrAFile) {
         "http://h:1/tracks/", "http://h:1/7", "http://:1/tracks/7", "http://h:/tracks/7",
         "http://h:70000/tracks/7", "http://u@h/tracks/7", "https://h/tracks/7"})
     EXPECT_THROW(ParseTrackArgument(text), UsageError) << text;
+}
+
+TEST(FailuresInARow, AreHopelessWhenTheyAreManyOrLong) {
+  using std::chrono::seconds;
+  const std::tuple<int, seconds, bool> cases[] = {{9, seconds(1), false},  {10, seconds(1), true},
+                                                  {9, seconds(29), false}, {2, seconds(30), true},
+                                                  {1, seconds(30), false}, {0, seconds(99), false}};
+  for (const auto& [count, time, areHopeless] : cases) {
+    FailuresInARow failures;
+    const FailuresInARow::Clock::time_point begin;
+    for (int i = 0; i < count; ++i)
+      failures.Add(begin + i * time / count);
+    EXPECT_EQ(failures.AreHopeless(begin + time), areHopeless) << count;
+  }
 }
 
 TEST(Printable, HasNoControlCharacters) {

@@ -14,9 +14,6 @@ namespace Moravel::Play {
 
 namespace {
 
-// A server that comes back within some seconds costs a few pictures. After that many failures in a
-// row of the server its tracks are given up, and of a track, that track alone.
-constexpr int kMaxFailuresInARow = 10;
 constexpr std::chrono::milliseconds kPauseAfterFailure{100};
 
 int64_t CompressedBytes(const Player::ISample& sample) {
@@ -124,6 +121,7 @@ void Connection::Preload(const Job& job, std::stop_token stop) {
   TrackStatistics& statistics = track.statistics;
   const int64_t number = track.facts.sequence.SampleAt(job.position);
   const bool isOrdered = !job.isLate && !track.facts.LastsNoTime(number);
+  const Clock::time_point begin = Clock::now();
   const Answer answer = isOrdered ? Order(track, job.position) : Answer();
   if (stop.stop_requested() && answer.failure != Answer::Failure::None)
     return;
@@ -147,9 +145,9 @@ void Connection::Preload(const Job& job, std::stop_token stop) {
   }
   playback_.queue.Push(task);
   if (answer.failure != Answer::Failure::None) {
-    CountFailure(track, answer.failure, stop);
+    CountFailure(track, answer.failure, begin, stop);
   } else if (isOrdered) {
-    failuresInARow_ = 0;
+    failures_ = {};
     failuresOfTrack_.erase(&track);
   }
 }
@@ -182,15 +180,22 @@ Connection::Answer Connection::Order(PlayingTrack& track, int64_t position) {
   return answer;
 }
 
-// What is wrong with the file stays wrong, and says nothing of its server.
-void Connection::CountFailure(PlayingTrack& track, Answer::Failure failure, std::stop_token stop) {
+// What is wrong with the file stays wrong, and says nothing of its server. All tracks of a hopeless
+// server are given up, one by one, and of a hopeless track, that track alone.
+void Connection::CountFailure(PlayingTrack& track, Answer::Failure failure, Clock::time_point begin,
+                              std::stop_token stop) {
   if (failure == Answer::Failure::OfTheFile)
     return;
-  const int failures = std::max(++failuresInARow_, ++failuresOfTrack_[&track]);
-  if (failures >= kMaxFailuresInARow)
-    GiveUp(track);
-  else if (failure == Answer::Failure::Passing)
-    Pause(kPauseAfterFailure * failures, stop);
+  FailuresInARow& ofTrack = failuresOfTrack_[&track];
+  failures_.Add(begin);
+  ofTrack.Add(begin);
+  const Clock::time_point now = Clock::now();
+  for (const FailuresInARow& failures : {failures_, ofTrack}) {
+    if (failures.AreHopeless(now))
+      return GiveUp(track, failures.Count());
+  }
+  if (failure == Answer::Failure::Passing)
+    Pause(kPauseAfterFailure * std::max(failures_.Count(), ofTrack.Count()), stop);
 }
 
 void Connection::Pause(std::chrono::milliseconds time, std::stop_token stop) {
@@ -202,14 +207,14 @@ void Connection::Pause(std::chrono::milliseconds time, std::stop_token stop) {
   plan_.statistics->pausing.Add(Clock::now() - start);
 }
 
-void Connection::GiveUp(PlayingTrack& track) {
+void Connection::GiveUp(PlayingTrack& track, int failures) {
   const auto position = playback_.schedule.Close(track);
   if (!position)
     return;
   const int64_t left = track.facts.sequence.Count() - *position;
   track.statistics.missing += left;
   AddUnplayed(track, *position);
-  PrintProblem(track.facts.name + ": gave up after " + std::to_string(kMaxFailuresInARow) +
+  PrintProblem(track.facts.name + ": gave up after " + std::to_string(failures) +
                " failures in a row, " + std::to_string(left) + " samples not played");
 }
 

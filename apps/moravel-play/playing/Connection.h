@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "Player/QELPreloader.h"
+#include "playing/FailuresInARow.h"
 #include "playing/Playback.h"
 #include "tracks/TrackSource.h"
 
@@ -43,16 +44,17 @@ class Connection {
   Answer Order(PlayingTrack& track, int64_t position);
   void SelectSource(const Player::TrackId& id);
   void Pause(std::chrono::milliseconds time, std::stop_token stop);
-  void CountFailure(PlayingTrack& track, Answer::Failure failure, std::stop_token stop);
-  void GiveUp(PlayingTrack& track);
+  void CountFailure(PlayingTrack& track, Answer::Failure failure, Clock::time_point begin,
+                    std::stop_token stop);
+  void GiveUp(PlayingTrack& track, int failures);
 
   const ConnectionPlan plan_;
   const Playback& playback_;
   TrackSource source_;
   Player::QELPreloader preloader_;
-  bool hasSource_ = false;                              // the preloader
-  int failuresInARow_ = 0;                              // of the server
-  std::map<const PlayingTrack*, int> failuresOfTrack_;  // of those whose last order failed
+  bool hasSource_ = false;                                         // the preloader
+  FailuresInARow failures_;                                        // of the server
+  std::map<const PlayingTrack*, FailuresInARow> failuresOfTrack_;  // whose last order failed
 };
 
 }  // namespace Moravel::Play

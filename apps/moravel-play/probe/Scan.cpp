@@ -23,11 +23,12 @@ namespace Moravel::Play {
 
 namespace {
 
-// A server that answers nothing is given up: after so many failures in a row, or so many that took
-// so long. What is wrong with a file is told at once, and seldom of so many samples.
+// A server that answers nothing is given up: after so many failures in a row, or fewer the
+// longer they take. What is wrong with a file is told at once, and seldom of so many samples.
 constexpr int kMaxFailures = 1000;
 constexpr int kMaxSlowFailures = 10;
 constexpr std::chrono::seconds kSlowFailures{2};
+constexpr std::chrono::seconds kVerySlowFailures{30};
 constexpr size_t kMaxReasons = 1000;
 
 struct SampleFault {
@@ -127,7 +128,7 @@ class Scan {
     const auto now = std::chrono::steady_clock::now();
     if (failuresInARow_++ == 0)
       firstFailure_ = now;
-    return failuresInARow_ >= kMaxFailures ||
+    return failuresInARow_ >= kMaxFailures || now - firstFailure_ >= kVerySlowFailures ||
            (failuresInARow_ >= kMaxSlowFailures && now - firstFailure_ >= kSlowFailures);
   }
 
