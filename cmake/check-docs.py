@@ -2,7 +2,7 @@
 """Tries what the documents say, in a scratch folder: check_docs.py PLAYER CLIP
 
 Runs each command of README.md, CONTRIBUTING.md, docs/ and the player's --help, and looks up each
-option, ./dev command and path that they name.
+option, ./dev command, path, class and operation that they name.
 """
 
 import os
@@ -28,6 +28,8 @@ NOT_HERE = {
 }
 # Options of other programs that the documents name.
 OF_OTHERS = {"--build", "--cflags", "--install", "--libs", "--prefix", "--preset", "--smoke"}
+# Where classes, operations and targets have their names.
+ROOMS_OF_SOURCES = ["Player", "qel", "Time", "logging", "platform", "apps", "tests", "benchmarks", "cmake"]
 # Where the paths of documents begin.
 ROOMS = ["", "docs", "platform", "apps/moravel-play"]
 # These end when they are interrupted, after they have said where they are.
@@ -136,9 +138,19 @@ def try_commands(work):
     return tried
 
 
+def words_of_sources():
+    words = set()
+    for room in ROOMS_OF_SOURCES:
+        for path in (ROOT / room).rglob("*"):
+            if path.suffix in (".h", ".cpp", ".cmake", ".in", ".txt", ".py", ".map"):
+                words |= set(re.findall(r"\w+", path.read_text())) | {path.name, path.stem}
+    return words
+
+
 def look_up_names():
     known = OF_OTHERS | set(re.findall(r"--[a-z0-9-]+", help_texts()))
     dev = (ROOT / "dev").read_text()
+    words = words_of_sources()
     for path in DOCUMENTS:
         text = path.read_text()
         for option in set(re.findall(r"(?<![-\w])--[a-z][a-z0-9-]*[a-z]", text)) - known:
@@ -148,6 +160,9 @@ def look_up_names():
                 problems.append(f"{path.name}: there is no command ./dev {word}")
         names = set(re.findall(r"\]\(([^)#:]+)\)", text))
         names |= set(re.findall(r"`([\w-]+/[\w/.-]+\.(?:h|cpp|md|py|sh|map|cmake|in))`", text))
+        for name in set(re.findall(r"`((?:\w+::)*k?[A-Z]+[a-z]\w*(?<!_)(?:\.h|\.cpp)?)`", text)):
+            if name.split("::")[-1] not in words:
+                problems.append(f"{path.name}: nothing is called {name}")
         for name in names:
             if not any((ROOT / room / name).exists() for room in ROOMS):
                 problems.append(f"{path.name}: there is no file {name}")
