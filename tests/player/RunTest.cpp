@@ -148,6 +148,8 @@ TEST_F(Run, WrongInputGetsOneLineAndItsExitCode) {
       {{unknown}, kUnreadable, unknown},
       {{clip, "--png", text + "/x"}, kUnwritable, "text.avi/x"},
       {{clip, "--contact-sheet", folder_ / "no/sheet.png"}, kUnwritable, "no/sheet.png"},
+      {{clip, "--contact-sheet", std::string(60'000, 'x')}, kUnwritable, "xxx [...] xxx"},
+      {{std::string(60'000, 'x')}, kUnreadable, "xxx: cannot be read: File name too long"},
       {{clip, "--y4m", folder_ / "no/clip.y4m"}, kUnwritable, "no/clip.y4m"},
       {{clip, "--y4m", "/dev/full", "--quiet"}, kUnwritable, "No space"},
       {{clip, "--contact-sheet", "/dev/full", "--quiet"}, kUnwritable, "No space"},

@@ -16,10 +16,19 @@ namespace {
 // Erases what the progress bar may have left in the line.
 constexpr std::string_view kEraseLine = "\033[K";
 
+// What is quoted in a message may be of any length: its beginning and its end tell enough.
+std::string Shortened(const std::string& text) {
+  constexpr size_t kMost = 2000;
+  constexpr size_t kEnd = 500;
+  if (text.size() <= kMost)
+    return text;
+  return text.substr(0, kMost - kEnd) + " [...] " + text.substr(text.size() - kEnd);
+}
+
 }  // namespace
 
 void PrintProblem(const std::string& text) {
-  const std::string line = "moravel-play: " + qel::Printable(text) + '\n';
+  const std::string line = "moravel-play: " + qel::Printable(Shortened(text)) + '\n';
   static const bool terminal = ::isatty(STDERR_FILENO) == 1;
   std::fputs(terminal ? (std::string(kEraseLine) + line).c_str() : line.c_str(), stderr);
 }

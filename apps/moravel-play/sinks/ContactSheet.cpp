@@ -52,11 +52,12 @@ void CheckWritable(const std::filesystem::path& path) {
   std::error_code unreachable;
   const bool isThere = std::filesystem::exists(path, unreachable);
   const std::filesystem::path folder = path.has_parent_path() ? path.parent_path() : ".";
-  int error = 0;
-  if (isThere ? ::access(path.c_str(), W_OK) : ::access(folder.c_str(), W_OK | X_OK))
-    error = errno;
-  else if (std::filesystem::is_directory(path))
+  int error = unreachable.value();
+  if (error == 0 && isThere && std::filesystem::is_directory(path))
     error = EISDIR;
+  if (error == 0 &&
+      (isThere ? ::access(path.c_str(), W_OK) : ::access(folder.c_str(), W_OK | X_OK)) != 0)
+    error = errno;
   if (error != 0) {
     throw OutputError(path.string() +
                       ": cannot be written: " + std::generic_category().message(error));

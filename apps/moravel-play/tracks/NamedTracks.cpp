@@ -8,7 +8,10 @@ namespace Moravel::Play {
 namespace {
 
 void CheckFile(const std::string& name) {
-  const auto status = std::filesystem::status(name);
+  std::error_code unreachable;
+  const auto status = std::filesystem::status(name, unreachable);
+  if (unreachable && status.type() == std::filesystem::file_type::none)
+    throw std::runtime_error("cannot be read: " + unreachable.message());
   if (!std::filesystem::exists(status))
     throw std::runtime_error("no such file (a track of a server is ADDRESS:PORT:Tn)");
   if (!std::filesystem::is_regular_file(status))
