@@ -27,7 +27,7 @@ Descriptor Listen(int family, const sockaddr* address, socklen_t length, const s
   }
   if (!result || ::bind(result.Get(), address, length) != 0 ||
       ::listen(result.Get(), kBacklog) != 0) {
-    throw std::runtime_error("storage server: cannot listen on " + name + ": " +
+    throw std::runtime_error("cannot listen on " + name + ": " +
                              std::generic_category().message(errno));
   }
   return result;

@@ -19,7 +19,10 @@ using ::testing::StartsWith;
 class View : public ::testing::Test {
  protected:
   View() {
-    MakeClip({.file = folder_ / "clip.avi", .pictures = 40, .interlaced = true});
+    MakeClip({.file = folder_ / "clip.avi",
+              .pictures = 40,
+              .interlaced = true,
+              .timecode = "23:59:59:20"});
     run_ = std::make_unique<PlayerRun>(
         std::vector<std::string>{"view", (folder_ / "clip.avi").string()});
     while (!address_.ends_with('\n') && address_.size() < 200)
@@ -30,15 +33,20 @@ class View : public ::testing::Test {
     path_ = address_.substr(path);
   }
 
-  // The whole answer. `lines`: more of the header, with their line ends.
-  std::string Ask(const std::string& path, const std::string& lines = "",
-                  const std::string& host = "", const std::string& method = "GET") {
+  Player::Descriptor Connect() const {
     Player::Descriptor socket(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
     sockaddr_in to = {};
     to.sin_family = AF_INET;
     to.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
     to.sin_port = htons(static_cast<uint16_t>(std::stoi(host_.substr(host_.find(':') + 1))));
     EXPECT_EQ(::connect(socket.Get(), reinterpret_cast<sockaddr*>(&to), sizeof to), 0);
+    return socket;
+  }
+
+  // The whole answer. `lines`: more of the header, with their line ends.
+  std::string Ask(const std::string& path, const std::string& lines = "",
+                  const std::string& host = "", const std::string& method = "GET") {
+    const Player::Descriptor socket = Connect();
     const std::string request = method + " " + path + " HTTP/1.1\r\nConnection: close\r\nHost: " +
                                 (host.empty() ? host_ : host) + "\r\n" + lines + "\r\n";
     EXPECT_EQ(::send(socket.Get(), request.data(), request.size(), MSG_NOSIGNAL),
@@ -99,7 +107,7 @@ TEST_F(View, RefusesWrongParametersWithAWord) {
     return Ask(path_ + query);
   };
   EXPECT_THAT(picture({}), AllOf(StartsWith("HTTP/1.1 200"), HasSubstr("image/jpeg"),
-                                 HasSubstr("X-Picture: shown"), HasSubstr("00:00:00:03")));
+                                 HasSubstr("X-Picture: shown"), HasSubstr("23:59:59:23")));
   const std::pair<const char*, const char*> wrong[] = {{"track", "2"},
                                                        {"track", "1x"},
                                                        {"sample", "40"},
@@ -118,8 +126,39 @@ TEST_F(View, RefusesWrongParametersWithAWord) {
         << name << "=" << value;
   }
   EXPECT_THAT(Ask(path_ + "times?track=2"), StartsWith("HTTP/1.1 400"));
-  EXPECT_THAT(Ask(path_ + "sample?track=1&time=%23137"), StartsWith("HTTP/1.1 400"));
-  EXPECT_THAT(Ask(path_ + "sample?track=1&time=00:00:01:02"), HasSubstr("{\"sample\":27}"));
+}
+
+TEST_F(View, FindsTheSampleOfATime) {
+  const struct {
+    const char* time;
+    const char* status;
+    const char* says;
+  } cases[] = {
+      {"00:00:01:02", "200", "{\"sample\":27}"},
+      {"%23137", "400", "the last picture is at 00:00:01:14"},
+      {"TC+23:59:59:24", "200", "{\"sample\":4}"},
+      {"tc00:00:01:00", "200", "{\"sample\":30}"},
+      {"00:00:00%3B02", "200", "{\"sample\":7}"},
+      {"TC+23:59:59:19", "400", "from TC 23:59:59:20 to 00:00:01:09"},
+      {"TC+00:00:02", "400", "from TC 23:59:59:20"},
+      {"TC", "400", "from TC 23:59:59:20"},
+      {"TC+00:00:00:99", "400", "from TC 23:59:59:20"},
+  };
+  for (const auto& [time, status, says] : cases) {
+    EXPECT_THAT(Ask(path_ + "sample?track=1&time=" + time),
+                AllOf(StartsWith(std::string("HTTP/1.1 ") + status), HasSubstr(says)))
+        << time;
+  }
+}
+
+// Their requests never end.
+TEST_F(View, AFloodOfStrangersKeepsNobodyOut) {
+  std::vector<Player::Descriptor> strangers;
+  for (int i = 0; i < 300; ++i) {
+    strangers.push_back(Connect());
+    ASSERT_GT(::send(strangers.back().Get(), "GET / HTTP/1.1\r\nHost: ", 22, MSG_NOSIGNAL), 0);
+  }
+  EXPECT_THAT(Ask(path_), StartsWith("HTTP/1.1 200"));
 }
 
 TEST_F(View, EndsAtAnInterrupt) {

@@ -101,6 +101,8 @@ class Muxer {
     if (spec.headerFirst)
       av_dict_set(&options, "movflags", "faststart", 0);
     av_dict_parse_string(&options, spec.options.c_str(), "=", ":", 0);
+    if (!spec.timecode.empty())
+      av_dict_set(&context_->metadata, "timecode", spec.timecode.c_str(), 0);
     const int result = avformat_write_header(context_, &options);
     av_dict_free(&options);
     Checked(result, "header");

@@ -45,6 +45,7 @@ struct ClipSpec {
   int64_t padding = 0;        // zeros behind each picture, holes of the file where there are many
   bool headerFirst = false;   // in a MOV file
   bool fieldEach = false;     // each field is a sample of its own
+  std::string timecode = {};  // of the first picture, "10:00:00:00"
   std::string options = {};   // of the muxer, "name=value:name=value"
 };
 

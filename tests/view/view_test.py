@@ -132,7 +132,8 @@ def make_clip(path):
     """One picture of it is damaged, and the first was dropped by the recorder."""
     subprocess.run(["ffmpeg", "-nostdin", "-v", "error", "-y", "-f", "lavfi", "-i",
                     f"color=size=160x90:rate=25,geq={CELLS}", "-frames:v", str(PICTURES), "-c:v",
-                    "mjpeg", "-q:v", "4", "-pix_fmt", "yuvj420p", str(path)], check=True)
+                    "mjpeg", "-q:v", "4", "-pix_fmt", "yuvj420p", "-metadata",
+                    "timecode=10:00:00:00", str(path)], check=True)
     data = bytearray(path.read_bytes())
     index, movi = data.rindex(b"idx1") + 8, data.index(b"movi")
     for number in (DAMAGED, DROPPED):
@@ -213,7 +214,9 @@ def test(browser, server, address, screenshot):
     wait("keys step", lambda: shows(at + 2))
     browser.keys("g")
     browser.keys(*"00:00:05:12", "\ue007")
-    wait("a time is gone to", lambda: shows(137))
+    wait("a time is gone to", lambda: shows(137) and text("timecode") == "TC 10:00:05:12")
+    browser.keys("g", *"tc 10:00:05:20", "\ue007")
+    wait("a time code of the file is gone to", lambda: shows(145))
 
     click("forward")
     wait("it plays", lambda: canvas()[1] >= 150)
@@ -233,7 +236,7 @@ def test(browser, server, address, screenshot):
     wait("thumbnails come", lambda: browser.run(
         "const s = document.getElementById('strip');"
         "return s.children.length > 2 && s.querySelectorAll('img').length === s.children.length"))
-    wait("figures are told", lambda: re.search(r"order[\d.]+ msdecode[\d.]+ ms.*cache.*MB, \d+ %",
+    wait("figures are told", lambda: re.search(r"order[\d.]+ msdecode[\d.]+ ms.*cache.*MBfound\d+ %link.*MB/sbusy\d+ %",
                                                re.sub(r"\n\s*", "", text("figures"))))
     for number, state in ((DAMAGED, ("damaged", "broken")), (DROPPED, ("missing",))):
         browser.run(f"location.hash = '#track=1&sample={number}'; location.reload()")

@@ -11,8 +11,9 @@ namespace Moravel::Play {
 
 namespace {
 
-// A browser has six connections to a server.
-constexpr unsigned kMaxConnections = 64;
+// A browser has six connections to a server; those of strangers are fewer, but for what is being
+// closed.
+constexpr unsigned kMaxConnections = 256;
 constexpr unsigned kIdleSeconds = 60;
 
 std::optional<std::string> Value(MHD_Connection* connection, MHD_ValueKind kind, const char* name) {
@@ -56,27 +57,42 @@ void LoopbackServer::Stopper::operator()(MHD_Daemon* daemon) const {
   ::MHD_stop_daemon(daemon);
 }
 
-LoopbackServer::LoopbackServer(uint16_t port, Handler handler) : handler_(std::move(handler)) {
-  Player::Descriptor listening = Player::ListenOnTcp("127.0.0.1", port);
-  port_ = Player::PortOf(listening);
-  const auto answer = [](void* self, MHD_Connection* connection, const char* path,
-                         const char* method, const char*, const char*, size_t* uploaded,
-                         void** request) {
+struct LoopbackServer::Callbacks {
+  static MHD_Result Answer(void* self, MHD_Connection* connection, const char* path,
+                           const char* method, const char*, const char*, size_t* uploaded,
+                           void** request) {
     // The first call is for the header alone; a body is thrown away.
     if (*request == nullptr || *uploaded != 0) {
       *request = self;
       *uploaded = 0;
       return MHD_YES;
     }
-    return Send(connection,
-                static_cast<LoopbackServer*>(self)->Answer(HttpRequest(connection, path), method));
-  };
+    auto& server = *static_cast<LoopbackServer*>(self);
+    HttpAnswer answer = server.Answer(HttpRequest(connection, path), method);
+    if (answer.status != MHD_HTTP_FORBIDDEN && answer.status != MHD_HTTP_METHOD_NOT_ALLOWED)
+      server.strangers_.Leave(connection);
+    return Send(connection, std::move(answer));
+  }
+
+  static void Notify(void* self, MHD_Connection* connection, void**,
+                     MHD_ConnectionNotificationCode what) {
+    Strangers& strangers = static_cast<LoopbackServer*>(self)->strangers_;
+    if (what == MHD_CONNECTION_NOTIFY_STARTED)
+      strangers.Enter(connection);
+    else
+      strangers.Leave(connection);
+  }
+};
+
+LoopbackServer::LoopbackServer(uint16_t port, Handler handler) : handler_(std::move(handler)) {
+  Player::Descriptor listening = Player::ListenOnTcp("127.0.0.1", port);
+  port_ = Player::PortOf(listening);
   // The daemon owns the socket from here on.
   daemon_.reset(::MHD_start_daemon(
       MHD_USE_THREAD_PER_CONNECTION | MHD_USE_INTERNAL_POLLING_THREAD | MHD_USE_POLL, 0, nullptr,
-      nullptr, +answer, this, MHD_OPTION_LISTEN_SOCKET, listening.Release(),
+      nullptr, &Callbacks::Answer, this, MHD_OPTION_LISTEN_SOCKET, listening.Release(),
       MHD_OPTION_CONNECTION_LIMIT, kMaxConnections, MHD_OPTION_CONNECTION_TIMEOUT, kIdleSeconds,
-      MHD_OPTION_END));
+      MHD_OPTION_NOTIFY_CONNECTION, &Callbacks::Notify, this, MHD_OPTION_END));
   if (!daemon_)
     throw std::runtime_error("the page's server cannot start its threads");
 }

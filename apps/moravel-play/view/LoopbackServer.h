@@ -9,6 +9,8 @@
 #include <utility>
 #include <vector>
 
+#include "view/Strangers.h"
+
 struct MHD_Connection;
 struct MHD_Daemon;
 
@@ -39,7 +41,7 @@ struct HttpAnswer {
 
 // An HTTP server on the loopback interface, for the browser of whoever runs the program. It has a
 // thread for each connection, within a limit: an answer may be waited for. Other methods than GET
-// get 405.
+// get 405. Connections that got nothing but refusals make room for newer ones.
 class LoopbackServer {
  public:
   // Called by several threads at once. What it throws becomes a 500.
@@ -59,10 +61,13 @@ class LoopbackServer {
     void operator()(MHD_Daemon* daemon) const;
   };
 
+  struct Callbacks;
+
   HttpAnswer Answer(const HttpRequest& request, std::string_view method) const noexcept;
 
   const Handler handler_;
   uint16_t port_ = 0;
+  Strangers strangers_;
   std::unique_ptr<MHD_Daemon, Stopper> daemon_;  // the last: its threads use all of the above
 };
 

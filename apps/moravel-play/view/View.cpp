@@ -39,7 +39,8 @@ std::variant<ViewOptions, std::string> ParseViewOptions(int argc, const char* co
   line.Group("Options");
   line.App().add_option("TRACK", tracks)->required();
   line.App()
-      .add_option("--port", options.port, "Port of the page (one that is free)")
+      .add_option("--port", options.port, "Port of the page, 0 for a free one (0)")
+      ->check(CLI::Range(0, UINT16_MAX).description(""))
       ->type_name("N");
   line.App()
       .add_option("--connections", options.connections, "To each server, 1 to 16 (4)")

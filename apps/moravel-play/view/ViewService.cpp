@@ -9,6 +9,7 @@
 #include "command/UsageError.h"
 #include "sinks/WovenFrame.h"
 #include "tracks/TrackTimes.h"
+#include "view/FileTimecode.h"
 #include "view/JpegWriter.h"
 #include "view/PageFiles.h"
 #include "view/Parameters.h"
@@ -83,6 +84,7 @@ json ToJson(const Track& track, const LiveEngine::Marks& marks) {
           {"bottomFirst", track.bottomFirst},
           {"variable", track.IsVariableRate()},
           {"samples", track.sampleCount},
+          {"timecode", FileTimecodeOf(track, 0)},
           {"rate", {track.sampleRate.Numerator(), track.sampleRate.Denominator()}},
           {"damaged", marks.damaged},
           {"missing", marks.missing}};
@@ -229,6 +231,8 @@ HttpAnswer ViewService::Figures() const {
 HttpAnswer ViewService::SampleAt(const HttpRequest& request) const {
   const Track& track = TrackOf(request);
   const std::string text = request.Argument("time").value_or("");
+  if (IsFileTimecode(text))
+    return ToAnswer({{"sample", SampleOfFileTimecode(text, track)}});
   const int64_t sample = SampleOf(ParseTimeArgument("time", text), track);
   if (sample >= track.sampleCount)
     throw BadRequest(text + ": the last picture is at " + ToTimeCode(track, track.sampleCount - 1));
@@ -241,7 +245,7 @@ HttpAnswer ViewService::Picture(const HttpRequest& request) {
   constexpr size_t kFrame = 0;
   constexpr size_t kBottom = 2;
   const size_t field = WordParameter(request, "field", {"frame", "top", "bottom"});
-  const std::string timecode = ToTimeCode(track, order.key.sample);
+  const std::string timecode = FileTimecodeOf(track, order.key.sample);
   const bool weaves = track.interlaced && field == kFrame;
   order.bottom = track.interlaced && field == kBottom;
   if (track.LastsNoTime(order.key.sample))  // an order for its time brings the next one

@@ -15,9 +15,11 @@ namespace Moravel::Play {
 //   tracks           JSON: what the tracks are, and the marks met so far
 //   times?track=     JSON: when the samples of a track of variable rate are shown
 //   figures          JSON: what the engine does
-//   sample?track=&time=          JSON: the sample of a time as --start takes it
+//   sample?track=&time=          JSON: the sample of a time as --start takes it, or of a time code
+//                                of the file ("TC 10:00:05:12")
 //   picture?track=&sample=&scale=&field=&kind=&step=&lane=&generation=
 //                    a picture as JPEG, its size divided by the scale; its headers tell the state
+//                    and the file's time code
 //
 // A parameter that is missing or wrong is 400, with a line that says what would be right.
 class ViewService {

@@ -14,7 +14,7 @@ export class Bar {
         return;
       bar.setPointerCapture(event.pointerId);
       bar.focus();
-      this.drag(event);
+      this.seek(this.sampleAt(event));
     });
     bar.addEventListener("pointermove", event => {
       this.point(event);

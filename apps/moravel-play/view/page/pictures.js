@@ -3,8 +3,8 @@
 const page = Math.random().toString(36).slice(2, 12);
 
 // One picture of `order` {track, sample, scale, field, kind, step, lane, generation}:
-// {state, picture (a blob), reason, timecode}. The states are the program's, and "gone" when it
-// does not answer at all.
+// {state, picture (a blob), reason, timecode (the file's)}. The states are the program's, and "gone"
+// when it does not answer at all, or another one does.
 export async function fetchPicture(order) {
   const query = new URLSearchParams({...order, lane: `${page}-${order.lane}`});
   let response;
@@ -16,10 +16,13 @@ export async function fetchPicture(order) {
       const reason = JSON.parse(response.headers.get("X-Reason") ?? '""');
       return {state, picture: await response.blob(), reason, timecode};
     }
-    return {state, picture: null, reason: await response.text(), timecode};
+    if (response.status !== 403)
+      return {state, picture: null, reason: await response.text(), timecode};
   } catch {
-    return {state: "gone", picture: null, reason: "moravel-play does not answer any more", timecode: ""};
+    // It is gone.
   }
+  const reason = "moravel-play has ended. Start it again, and open the address that it prints then.";
+  return {state: "gone", picture: null, reason, timecode: ""};
 }
 
 export async function fetchJson(name) {

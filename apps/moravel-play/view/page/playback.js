@@ -1,4 +1,4 @@
-// Plays by the clock: pictures that come too late are left out.
+// Plays by the clock: pictures that come too late are left out, and counted.
 
 import {fetchPicture} from "./pictures.js";
 
@@ -8,10 +8,10 @@ const mostReady = 8;
 const longestPause = 1000;  // milliseconds
 
 export class Playback {
-  // make(picture): the order of a picture; draw(picture, answer, bitmap): shows it;
-  // end(picture, answer): nothing more comes after that one; answer: of the picture that failed.
-  constructor(make, draw, end) {
-    Object.assign(this, {make, draw, end});
+  // make(picture): the order of a picture; draw(picture, answer, bitmap): shows it; late(count): so
+  // many were left out; end(picture, answer): nothing more comes after that one; answer: of the picture that failed.
+  constructor(make, draw, late, end) {
+    Object.assign(this, {make, draw, late, end});
     this.running = null;
   }
 
@@ -86,20 +86,25 @@ export class Playback {
     requestAnimationFrame(later => this.tick(run, later));
   }
 
+  // One that comes when a later one is shown already is left out, too.
   drawUntil(run, time) {
     const isDue = picture => (run.due(picture) - time) * run.step <= 0;
+    const isPassed = picture => (picture - run.last) * run.step <= 0;
     const due = [...run.ready.keys()].filter(isDue).sort((a, b) => (a - b) * run.step);
-    due.forEach((picture, i) => {
+    const shown = due.filter(picture => !isPassed(picture)).at(-1);
+    let late = due.length - (shown === undefined ? 0 : 1);
+    for (const picture of due) {
       const {answer, bitmap} = run.ready.get(picture);
       run.ready.delete(picture);
-      if (i === due.length - 1) {
+      if (picture === shown) {
         run.last = picture;
         this.draw(picture, answer, bitmap);
       }
       bitmap?.close();
-    });
-    while (isDue(run.next) && run.next + run.step >= 0 && run.next + run.step < run.count)
+    }
+    for (; isDue(run.next) && run.next + run.step >= 0 && run.next + run.step < run.count; ++late)
       run.next += run.step;
+    this.late(late);
     this.fill(run);
   }
 }

@@ -3,8 +3,14 @@
 
 import {fetchPicture} from "./pictures.js";
 
-const thumbnailWidth = 100;
+const thumbnailHeight = 54;  // as in view.css
 const mostKept = 500;
+
+// When somebody sees the page.
+async function seen() {
+  while (document.hidden)
+    await new Promise(resolve => document.addEventListener("visibilitychange", resolve, {once: true}));
+}
 
 export class Strip {
   // mark(sample, state): told of thumbnails whose pictures are not whole.
@@ -24,10 +30,11 @@ export class Strip {
 
   async fill() {
     const {track} = this;
-    const number = Math.min(track?.samples ?? 0, Math.max(2, Math.floor(this.strip.clientWidth / thumbnailWidth)));
+    const number = Math.min(track?.samples ?? 0, Math.max(2, Math.floor(this.strip.clientWidth / this.thumbnailWidth)));
     if (number === this.number || this.strip.clientHeight === 0)
       return;
     this.number = number;
+    this.strip.classList.toggle("wide", this.shape > this.strip.clientWidth / number / thumbnailHeight);
     const generation = ++this.generation;
     const duration = this.times.start(track.samples);
     const near = duration / number / 4;
@@ -42,9 +49,18 @@ export class Strip {
         this.put(button, kept);
         continue;
       }
+      await seen();
       while (generation === this.generation && !await this.load(button, generation))
         await new Promise(resolve => setTimeout(resolve, 2000));
     }
+  }
+
+  get shape() {
+    return this.track === null ? 1 : this.track.shape[0] / this.track.shape[1];
+  }
+
+  get thumbnailWidth() {
+    return Math.min(240, Math.max(40, Math.round(thumbnailHeight * this.shape) + 2));
   }
 
   key(sample) {
@@ -60,6 +76,7 @@ export class Strip {
   put(button, address) {
     const image = new Image();
     image.alt = "";
+    image.style.aspectRatio = this.shape;
     image.src = address;
     button.replaceChildren(image);
   }
@@ -86,7 +103,7 @@ export class Strip {
 
   // False when it is to be tried again.
   async load(button, generation) {
-    const scale = [8, 4, 2].find(each => this.track.width / each >= thumbnailWidth) ?? 1;
+    const scale = [8, 4, 2].find(each => this.track.height / each >= thumbnailHeight) ?? 1;
     const answer = await fetchPicture({track: this.track.number, sample: button.dataset.sample, scale,
                                        field: "frame", kind: "thumbnail", lane: "strip", generation});
     if (answer.picture && generation === this.generation) {

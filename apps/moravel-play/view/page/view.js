@@ -1,6 +1,7 @@
 // The page: what is shown, and what keys and buttons do.
 
 import {Bar} from "./bar.js";
+import {Figures} from "./figures.js";
 import {Shower, fetchJson} from "./pictures.js";
 import {Playback} from "./playback.js";
 import {Strip} from "./strip.js";
@@ -13,8 +14,6 @@ let tracks = [];
 let track = null;
 let times = null;     // of the track
 let picture = 0;      // the one that is wanted, or played: a sample, or a field of one
-const latencies = []; // from an order to its picture on the page, in milliseconds
-let drawn = 0;        // pictures, since the figures were last told
 
 const label = number => times?.label(number) ?? "";
 const picturesEach = () => track.interlaced && $("field").value === "turn" ? 2 : 1;
@@ -23,19 +22,19 @@ const sampleNow = () => sampleOf(picture);
 const bar = new Bar($("bar"), number => goTo(number), label);
 const strip = new Strip($("strip"), number => goTo(number), label,
                         (number, state) => bar.mark(number, state));
+const figures = new Figures();
 const shower = new Shower(orderOf, async (position, answer, since) => {
   const bitmap = answer.picture && await createImageBitmap(answer.picture);
   show(position, answer, bitmap);
   bitmap?.close();
-  if (answer.picture) {
-    latencies.push(performance.now() - since);
-    latencies.splice(0, latencies.length - 64);
-  }
+  if (answer.picture)
+    figures.addLatency(performance.now() - since);
 });
 const playback = new Playback(orderOf, (position, answer, bitmap) => {
   show(position, answer, bitmap);
   setPicture(position);
-}, endPlaying);
+  expect();
+}, late => { figures.late += late; }, endPlaying);
 
 function orderOf(position) {
   return {track: track.number, sample: sampleOf(position), scale: scale(), field: fieldOf(position)};
@@ -78,6 +77,7 @@ function place() {
 }
 
 function show(position, answer, bitmap) {
+  expect(false);
   tell(answer);
   if (answer.state === "failed" || answer.state === "gone")
     return;
@@ -92,7 +92,8 @@ function show(position, answer, bitmap) {
     $("note").className = answer.state;
   }
   draw(bitmap);
-  ++drawn;
+  ++figures.drawn;
+  $("timecode").textContent = answer.timecode && `TC ${answer.timecode}`;
   canvas.dataset.sample = sample;
   canvas.dataset.field = fieldOf(position);
   canvas.dataset.state = answer.state;
@@ -111,12 +112,27 @@ function draw(bitmap) {
     context.clearRect(0, 0, canvas.width, canvas.height);
 }
 
+// A picture that takes long is waited for in words, until it is shown.
+let expected = 0;
+function expect(isExpected = true) {
+  clearTimeout(expected);
+  $("wait").hidden = true;
+  if (isExpected) {
+    expected = setTimeout(() => {
+      $("wait").textContent = `Waiting for ${track.name} …`;
+      $("wait").hidden = false;
+    }, 700);
+  }
+}
+
 // What is wrong with a server, while it is.
 function tell(answer) {
   const isWrong = answer.state === "failed" || answer.state === "gone";
   $("banner").hidden = !isWrong;
-  if (isWrong)
-    $("banner").textContent = `${track.name}: ${answer.reason}. Trying again.`;
+  if (isWrong) {
+    $("banner").textContent = answer.state === "gone" ? answer.reason
+      : `${track.name}: ${answer.reason}. Trying again.`;
+  }
 }
 
 function setPicture(number) {
@@ -129,7 +145,7 @@ function setPicture(number) {
   remember();
 }
 
-// The address keeps the place; browsers refuse to have it changed too often.
+// Browsers refuse to have the address changed too often.
 let remembered = 0;
 function remember() {
   clearTimeout(remembered);
@@ -144,6 +160,7 @@ function goTo(sample) {
 function goToPicture(number) {
   pause();
   setPicture(Math.min(track.samples * picturesEach() - 1, Math.max(0, number)));
+  expect();
   shower.show(picture);
 }
 
@@ -167,12 +184,14 @@ function play(direction) {
   playback.start(picture, {count: last + 1, time, rate: track.rate[0] / track.rate[1] * each, each},
                  direction * Number($("speed").value), shower.supersede());
   tellPlaying(direction);
+  expect();
 }
 
 function pause() {
   if (!playback.isRunning)
     return;
   playback.stop();
+  expect(false);
   tellPlaying(0);
 }
 
@@ -198,6 +217,7 @@ function toggle(wanted) {
 // The end of the track, or a server that does not answer: shown until it does, then played on.
 function endPlaying(last, failure) {
   const resumed = direction();
+  expect(false);
   tellPlaying(0);
   if (!failure) {
     goToPicture(resumed > 0 ? track.samples * picturesEach() - 1 : 0);  // steps may have gone past it
@@ -228,7 +248,14 @@ function shuttle(wanted) {
 // Tracks.
 
 let choosing = 0;
-async function choose(number, at) {
+function choose(number, at) {
+  load(number, at).catch(error => {
+    $("banner").hidden = false;
+    $("banner").textContent = `The track cannot be read: ${error.message}`;
+  });
+}
+
+async function load(number, at) {
   const chosen = tracks.find(each => each.number === number) ?? tracks[0];
   const serial = ++choosing;
   const variable = chosen.variable ? await fetchJson(`times?track=${chosen.number}`) : null;
@@ -247,6 +274,8 @@ async function choose(number, at) {
                  label(track.samples)];
   if (track.interlaced)
     facts.push(`${track.bottomFirst ? "bottom" : "top"} field first`);
+  if (track.timecode)
+    facts.push(`TC from ${track.timecode}`);
   $("facts").textContent = $("facts").title = facts.join(", ");
   document.title = `${track.name} – moravel-play view`;
   bar.setTrack(times, track.damaged, track.missing);
@@ -267,9 +296,8 @@ async function seek(text) {
     $("time").blur();
   } catch (error) {
     $("time").classList.add("wrong");
-    $("note").hidden = false;
-    $("note").className = "missing";
-    $("note").textContent = error.message;
+    $("time").setCustomValidity(error.message);
+    $("time").reportValidity();
   }
 }
 
@@ -304,6 +332,8 @@ const keys = {
 
 document.addEventListener("keydown", event => {
   const isTyping = event.target.matches("input, select") || $("help").open;
+  if (event.key === " " && event.target.matches("button"))
+    return;
   const key = event.key.length === 1 ? event.key.toLowerCase() : event.key;
   if (event.key === "Escape" && event.target === $("time"))
     $("time").blur();
@@ -313,6 +343,11 @@ document.addEventListener("keydown", event => {
   keys[key](event);
 });
 
+// Who uses the mouse finds the keys do what they always do; who moves with tab keeps the place.
+document.addEventListener("click", event => {
+  if (event.detail > 0)
+    event.target.closest("button")?.blur();
+});
 $("first").onclick = keys.Home;
 $("previous").onclick = keys.ArrowLeft;
 $("backward").onclick = () => toggle(-1);
@@ -329,10 +364,14 @@ $("field").onchange = () => {
   goTo(sample);
 };
 $("speed").onchange = () => { if (direction() !== 0) play(direction()); };
-$("time").oninput = () => $("time").classList.remove("wrong");
+function clearWrong() {
+  $("time").classList.remove("wrong");
+  $("time").setCustomValidity("");
+}
+$("time").oninput = clearWrong;
 $("time").onblur = () => {
   $("time").value = label(sampleNow());
-  $("time").classList.remove("wrong");
+  clearWrong();
 };
 $("seek").onsubmit = event => {
   event.preventDefault();
@@ -347,38 +386,11 @@ new ResizeObserver(() => {
   resized = setTimeout(showAgain, 150);
 }).observe(canvas.parentElement);
 
-// Figures.
+// The address keeps the place: #track=2&sample=137.
 
-const megabytes = bytes => bytes / 1e6;
-const milliseconds = value => value === undefined || value === 0 ? "–" : `${value.toFixed(value < 10 ? 1 : 0)} ms`;
-
-function median(values) {
-  return [...values].sort((a, b) => a - b)[Math.floor(values.length / 2)];
-}
-
-let before = null;
-async function tellFigures() {
-  try {
-    const now = await fetchJson("figures");
-    const at = performance.now();
-    if (before !== null) {
-      const read = megabytes(now.bytesRead - before.now.bytesRead);
-      const seconds = now.secondsReading - before.now.secondsReading;
-      if (seconds > 0 && read > 0)
-        $("link").textContent = `${(read / seconds).toFixed(1)} MB/s`;
-      $("rate").textContent = `${(drawn / (at - before.at) * 1000).toFixed(0)} /s`;
-    }
-    drawn = 0;
-    $("latency").textContent = milliseconds(median(latencies));
-    $("decode").textContent = milliseconds(now.decodeMs);
-    const hits = now.orders === 0 ? 0 : now.cacheHits / now.orders;
-    $("cache").textContent =
-      `${megabytes(now.cacheBytes).toFixed(0)} of ${megabytes(now.cacheMaxBytes).toFixed(0)} MB, ${Math.round(hits * 100)} %`;
-    before = {now, at};
-  } catch {
-    // The pictures tell that the program is gone.
-  }
-  setTimeout(tellFigures, 1000);
+function goToAddress() {
+  const at = new URLSearchParams(location.hash.slice(1));
+  choose(Number(at.get("track") ?? tracks[0].number), Number(at.get("sample") ?? 0));
 }
 
 async function begin() {
@@ -389,9 +401,8 @@ async function begin() {
     option.title = each.path;
     $("track").append(option);
   }
-  const at = new URLSearchParams(location.hash.slice(1));
-  await choose(Number(at.get("track") ?? tracks[0].number), Number(at.get("sample") ?? 0));
-  tellFigures();
+  goToAddress();
+  window.addEventListener("hashchange", goToAddress);
 }
 
 begin().catch(error => {
