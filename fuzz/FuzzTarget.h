@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
+#include <ctime>
 #include <vector>
 
 // What every fuzz target defines.
@@ -23,5 +24,20 @@ inline void Require(bool holds, const char* promise) {
   std::fprintf(stderr, "does not hold: %s\n", promise);
   std::abort();
 }
+
+// While an input is looked at: a second of the processor's time is allowed, however long a busy or
+// a frozen machine takes for it.
+class Stopwatch {
+ public:
+  Stopwatch() = default;
+  Stopwatch(const Stopwatch&) = delete;
+  Stopwatch& operator=(const Stopwatch&) = delete;
+  ~Stopwatch() {
+    Require(std::clock() - begin_ <= CLOCKS_PER_SEC, "takes no longer than a second");
+  }
+
+ private:
+  const std::clock_t begin_ = std::clock();
+};
 
 }  // namespace Moravel::Fuzz

@@ -21,6 +21,7 @@ struct SilentWriter : qel::ILoggerWriter {
 // picture or an error comes out, never an earlier picture.
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   using Moravel::Fuzz::Require;
+  const Moravel::Fuzz::Stopwatch stopwatch;
   qel::SetCurrentLoggerWriter(std::make_shared<SilentWriter>());
   if (size == 0)
     return 0;

@@ -30,6 +30,7 @@ class MemoryBytes : public qel::IFileBytes {
 // anything.
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   using Moravel::Fuzz::Require;
+  const Moravel::Fuzz::Stopwatch stopwatch;
   if (const auto second = qel::FindSecondPicture({data, size}))
     Require(*second + 1 < size && data[*second] == 0xFF && data[*second + 1] == 0xD8,
             "a second picture begins as a picture does");

@@ -95,6 +95,13 @@ TEST_F(PlayerFaults, WantOfThreadsIsOneLine) {
               HasSubstr("thread"));
 }
 
+TEST_F(PlayerFaults, WantOfDescriptorsIsToldOfEachFile) {
+  const std::string clip = " " + MakeTrack("clip.avi");
+  const std::string output = UnderShell("ulimit -n 20;", clip + clip + " --quiet", 3);
+  EXPECT_EQ(std::count(output.begin(), output.end(), '\n'), 2) << output;
+  EXPECT_THAT(output, HasSubstr("too many open files (this process may have 20 descriptors"));
+}
+
 // Wherever the memory comes to its end, and whichever library finds that out.
 TEST_F(PlayerFaults, WantOfMemoryIsOneLine) {
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
