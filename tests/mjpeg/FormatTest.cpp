@@ -4,6 +4,50 @@
 
 namespace qel::mjpeg {
 
+// A picture of one colour: its Y, U and V tell which byte is which.
+Bytes MakePlainJpeg(int width, int height) {
+  Bytes yuv;
+  for (const int value : {220, 60, 140})
+    yuv.insert(yuv.end(), size_t(width * height), uint8_t(value));
+  const std::unique_ptr<void, decltype(&tjDestroy)> handle(tjInitCompress(), &tjDestroy);
+  Bytes jpeg(tjBufSize(width, height, TJSAMP_444));
+  uint8_t* to = jpeg.data();
+  unsigned long size = jpeg.size();
+  tjCompressFromYUV(handle.get(), yuv.data(), width, 1, height, TJSAMP_444, &to, &size, 95,
+                    TJFLAG_NOREALLOC);
+  jpeg.resize(size);
+  return jpeg;
+}
+
+// A letter a byte.
+std::string LayoutOf(const Bytes& picture) {
+  std::string layout;
+  for (const uint8_t byte : picture)
+    layout += byte > 200 ? 'Y' : byte > 100 ? 'V' : 'U';
+  return layout;
+}
+
+std::string Times(int count, const std::string& text) {
+  std::string all;
+  while (count-- > 0)
+    all += text;
+  return all;
+}
+
+TEST(FormatTest, LaysPlanesAndPixelsOutAsDocumented) {
+  const Bytes jpeg = MakePlainJpeg(10, 7);
+  const auto planes = [](int chroma, const char* first, const char* second) {
+    return Times(70, "Y") + Times(chroma, first) + Times(chroma, second);
+  };
+  const std::pair<FourCC, std::string> formats[] = {
+      {FourCC_Y800, Times(70, "Y")},          {FourCC_I420, planes(5 * 4, "U", "V")},
+      {FourCC_YV12, planes(5 * 4, "V", "U")}, {FourCC_I422, planes(5 * 7, "U", "V")},
+      {FourCC_YV16, planes(5 * 7, "V", "U")}, {FourCC_YUYV, Times(5 * 7, "YUYV")},
+      {FourCC_YVYU, Times(5 * 7, "YVYU")},    {FourCC_UYVY, Times(5 * 7, "UYVY")}};
+  for (const auto& [fourCC, layout] : formats)
+    EXPECT_EQ(LayoutOf(BytesOf(TestDecoder(NewTrack(), fourCC).Decode(jpeg))), layout) << fourCC;
+}
+
 // RGB and grey of every subsampling, at even, odd and smallest sizes. That the other formats show
 // the same is seen in the player's pictures.
 TEST(FormatTest, ShowsWhatTurboJpegShows) {
