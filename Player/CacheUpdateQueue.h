@@ -1,11 +1,10 @@
 #pragma once
 
+#include "Player/ISample.h"
 #include "Time/TimePoint.h"
 #include "qel/Export.h"
 
 namespace Moravel::Player {
-
-class ISample;
 
 // What a preload order brings: a sample, or none at that time. The sample travels with the record:
 // whoever accepts the record owns it. Destroying a record leaves its sample alone.

@@ -82,8 +82,7 @@ moravel_package(library-dev libmoravelplayerqel-dev libdevel
   "preloading and decoding of motion-JPEG tracks, headers"
   "For hosts of the library libmoravelplayerqel${so}: its headers, and what finds it
 for CMake and pkg-config."
-  "libmoravelplayerqel${so} ${same}" "libmoravelplatform-dev ${same}" libboost-thread-dev
-  libboost-system-dev)
+  "libmoravelplayerqel${so} ${same}" "libmoravelplatform-dev ${same}" libboost-system-dev)
 moravel_package(platform libmoravelplatform${so} libs
   "media framework and host services of the Moravel player"
   "A small working stand-in for the platform that the Moravel player's libraries
@@ -92,7 +91,7 @@ moravel_package(platform-dev libmoravelplatform-dev libdevel
   "interfaces of the Moravel player's framework and host"
   "What the Moravel player's libraries are built against: the interfaces of the
 media framework and of the host player, and the headers of their stand-in."
-  "libmoravelplatform${so} ${same}")
+  "libmoravelplatform${so} ${same}" libboost-thread-dev)
 moravel_package(elements-dev libmoravelelements-dev libdevel
   "storage source and motion-JPEG decoder for the Moravel player"
   "A static library: a source that reads motion-JPEG tracks from HTTP servers by

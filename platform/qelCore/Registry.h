@@ -10,6 +10,8 @@
 // How elements enter the framework's registry.
 namespace qel {
 
+// What an element is found and made with. All are needed; a manifest, an initial and an update
+// configuration may be without keys (qelCore/ParameterPrototype.h).
 struct ElementRegistration {
   std::shared_ptr<IElementFactory> factory;
   std::shared_ptr<const IParametersCollectionInstance> manifest;

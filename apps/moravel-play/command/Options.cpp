@@ -8,6 +8,7 @@
 #include "command/CommandLine.h"
 #include "command/OutputCheck.h"
 #include "command/SizeArgument.h"
+#include "elements/mjpeg/PixelFormat.h"
 
 namespace Moravel::Play {
 
@@ -18,12 +19,6 @@ constexpr int64_t kMaxMemoryMib = 1 << 20;
 
 const std::map<std::string, Order> kOrders = {
     {"forward", Order::Forward}, {"reverse", Order::Reverse}, {"random", Order::Random}};
-
-const std::map<std::string, qel::FourCC> kFormats = {
-    {"Y800", qel::FourCC_Y800}, {"YUYV", qel::FourCC_YUYV}, {"YVYU", qel::FourCC_YVYU},
-    {"UYVY", qel::FourCC_UYVY}, {"YV12", qel::FourCC_YV12}, {"YV16", qel::FourCC_YV16},
-    {"I420", qel::FourCC_I420}, {"I422", qel::FourCC_I422}, {"BGR3", qel::FourCC_BGR3},
-    {"BGRA", qel::FourCC_BGRA}, {"RGB3", qel::FourCC_RGB3}, {"RGBA", qel::FourCC_RGBA}};
 
 // Values that go through a check of their own after parsing.
 struct RawOptions {
@@ -83,7 +78,7 @@ void DeclarePictures(CommandLine& line, Options& options, RawOptions& raw) {
       ->allow_extra_args(false)
       ->type_name("WxH");
   line.AddChoice(
-      "--format", raw.format, kFormats, "FOURCC",
+      "--format", raw.format, qel::mjpeg::FormatsByName(), "FOURCC",
       "Pixel format: I420, YV12, I422, YV16, YUYV, YVYU, UYVY, Y800, BGR3, RGB3, BGRA or "
       "RGBA (I420; BGRA for --png, which keeps all colour)");
   line.AddPath("--png", options.pngFolder, "DIR", "Write each picture into this folder");

@@ -37,7 +37,7 @@ YuvPicture UnpackPlanes(const PixelFormat& format, const uint8_t* bytes, Size si
   const std::shared_ptr<uint8_t[]> memory =
       TakePictureMemory(y.Bytes() + first.Bytes() + second.Bytes());
   uint8_t* const chroma = memory.get() + y.Bytes();
-  const auto split = format.fourCC == FourCC_UYVY ? libyuv::UYVYToI422 : libyuv::YUY2ToI422;
+  const auto split = format.layout == Layout::Uyvy ? libyuv::UYVYToI422 : libyuv::YUY2ToI422;
   split(bytes, RowsOf(format, size)[0].rowBytes, memory.get(), y.rowBytes, chroma, first.rowBytes,
         chroma + first.Bytes(), second.rowBytes, size.width, size.height);
   YuvPicture picture = PlanesOf(planar, memory.get(), size);
@@ -92,7 +92,8 @@ BufferConstPtr MakeBgraPicture(const IVideoSample& picture, Size size) {
     case Layout::Planar420:
     case Layout::Planar422:
       return MakeOutputPicture(PlanesOf(*format, bytes, from), FourCC_BGRA, size);
-    case Layout::Packed422:
+    case Layout::Yuyv:
+    case Layout::Uyvy:
       return MakeOutputPicture(UnpackPlanes(*format, bytes, from), FourCC_BGRA, size);
     case Layout::Luma:
     case Layout::Rgb:

@@ -29,7 +29,8 @@ Size ChromaSize(Layout layout, Size size, const YuvPicture& picture) {
     case Layout::Planar420:
       return quarter;
     case Layout::Planar422:
-    case Layout::Packed422:
+    case Layout::Yuyv:
+    case Layout::Uyvy:
       return half;
     case Layout::Rgb:
       break;
@@ -119,7 +120,8 @@ class Output {
       case Layout::Planar420:
       case Layout::Planar422:
         return MakePlanar(3);
-      case Layout::Packed422:
+      case Layout::Yuyv:
+      case Layout::Uyvy:
         return MakePacked();
       case Layout::Rgb:
         break;
@@ -167,7 +169,7 @@ class Output {
     const int stride = Half(size_.width) * 4;
     const size_t bytes = size_t(stride) * size_t(size_.height);
     const std::shared_ptr<uint8_t[]> memory = TakePictureMemory(bytes);
-    const auto pack = format_.fourCC == FourCC_UYVY ? libyuv::I422ToUYVY : libyuv::I422ToYUY2;
+    const auto pack = format_.layout == Layout::Uyvy ? libyuv::I422ToUYVY : libyuv::I422ToYUY2;
     const auto& [y, u, v] = planes_;
     pack(y.data, y.stride, u.data, u.stride, v.data, v.stride, memory.get(), stride, size_.width,
          size_.height);

@@ -9,9 +9,9 @@ namespace {
 
 constexpr PixelFormat kFormats[] = {
     {FourCC_Y800, "Y800", Layout::Luma},
-    {FourCC_YUYV, "YUYV", Layout::Packed422},
-    {FourCC_YVYU, "YVYU", Layout::Packed422, true},
-    {FourCC_UYVY, "UYVY", Layout::Packed422},
+    {FourCC_YUYV, "YUYV", Layout::Yuyv},
+    {FourCC_YVYU, "YVYU", Layout::Yuyv, true},
+    {FourCC_UYVY, "UYVY", Layout::Uyvy},
     {FourCC_YV12, "YV12", Layout::Planar420, true},
     {FourCC_YV16, "YV16", Layout::Planar422, true},
     {FourCC_I420, "I420", Layout::Planar420},
@@ -29,6 +29,13 @@ const PixelFormat* FindPixelFormat(FourCC fourCC) {
       std::find_if(std::begin(kFormats), std::end(kFormats),
                    [fourCC](const PixelFormat& format) { return format.fourCC == fourCC; });
   return found == std::end(kFormats) ? nullptr : found;
+}
+
+std::map<std::string, FourCC> FormatsByName() {
+  std::map<std::string, FourCC> formats;
+  for (const PixelFormat& format : kFormats)
+    formats.emplace(format.name, format.fourCC);
+  return formats;
 }
 
 std::string SupportedFormats() {
@@ -51,7 +58,8 @@ PictureRows RowsOf(const PixelFormat& format, Size size) {
       const PlaneRows chroma = {Half(width), height};
       return {PlaneRows{width, height}, chroma, chroma};
     }
-    case Layout::Packed422:
+    case Layout::Yuyv:
+    case Layout::Uyvy:
       return {PlaneRows{Half(width) * 4, height}};
     case Layout::Rgb:
       return {PlaneRows{width * format.bytesPerPixel, height}};

@@ -2,6 +2,7 @@
 
 #include <array>
 #include <cstddef>
+#include <map>
 #include <string>
 
 #include "elements/mjpeg/YuvPicture.h"
@@ -9,7 +10,8 @@
 
 namespace qel::mjpeg {
 
-enum class Layout { Luma, Planar420, Planar422, Packed422, Rgb };
+// Packed 4:2:2 begins with luma (Yuyv) or with chroma (Uyvy).
+enum class Layout { Luma, Planar420, Planar422, Yuyv, Uyvy, Rgb };
 
 // One of the formats that pictures are delivered in: planes one after the other, rows without
 // padding, full range (docs/elements.md).
@@ -26,7 +28,8 @@ struct PixelFormat {
 // Null for a format that is not one of them.
 const PixelFormat* FindPixelFormat(FourCC fourCC);
 
-// The names of all of them.
+// All of them by name, and their names in a line.
+std::map<std::string, FourCC> FormatsByName();
 std::string SupportedFormats();
 
 // The rows of one plane, in bytes. A format that has fewer than three planes has empty ones.
