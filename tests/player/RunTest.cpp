@@ -173,6 +173,8 @@ TEST_F(Run, NeverWritesOverATrackOrTwiceToOneFile) {
   const std::vector<std::string> cases[] = {
       {clip, "--contact-sheet", folder_ / "./clip.avi"},
       {clip, "--contact-sheet", folder_ / "hard.png"},
+      {"--contact-sheet", clip, other},
+      {"--y4m", other, clip},
       {clip, "--y4m", link("soft.png", clip)},
       {clip, "--y4m", fresh, "--contact-sheet", fresh},
       {clip, "--y4m", fresh, "--contact-sheet", dangling},

@@ -4,7 +4,9 @@
 #include <sys/sysmacros.h>
 #include <unistd.h>
 
+#include <fstream>
 #include <optional>
+#include <string_view>
 #include <utility>
 
 #include "command/UsageError.h"
@@ -58,6 +60,21 @@ std::string NameOf(const OutputName& output) {
   return output.second == "-" ? output.first : output.first + " " + output.second.string();
 }
 
+// What is there already is replaced only if it is of the same kind, or empty.
+void CheckReplaced(const OutputName& output) {
+  const auto& [option, path] = output;
+  const std::string_view start = option == "--y4m" ? "YUV4MPEG2" : "\x89PNG";
+  std::error_code ignored;
+  if (path == "-" || !fs::is_regular_file(path, ignored) || fs::file_size(path, ignored) == 0)
+    return;
+  std::string there(start.size(), '\0');
+  std::ifstream file(path, std::ios::binary);
+  if (file.read(there.data(), static_cast<std::streamsize>(there.size())) && there == start)
+    return;
+  throw UsageError(NameOf(output) + " would overwrite a file that is no " +
+                   (option == "--y4m" ? "y4m video" : "PNG picture") + ": give another name");
+}
+
 }  // namespace
 
 void CheckOutputs(const std::vector<fs::path>& inputs, const std::vector<OutputName>& outputs) {
@@ -82,6 +99,8 @@ void CheckOutputs(const std::vector<fs::path>& inputs, const std::vector<OutputN
       }
     }
   }
+  for (const OutputName& output : outputs)
+    CheckReplaced(output);
 }
 
 void CheckOutputFolder(const std::string& option, const fs::path& folder,

@@ -11,8 +11,9 @@ namespace Moravel::Play {
 using OutputName = std::pair<std::string, std::filesystem::path>;
 
 // Throws UsageError when one of the outputs is one of the inputs, or two outputs are the same file,
-// by name, through links or as descriptors ("/dev/fd/1"). The null device may be given to all.
-// Opens nothing.
+// by name, through links or as descriptors ("/dev/fd/1"), or when a file that is there already is
+// no picture or video of the kind that the option writes: "--contact-sheet *.avi" names a clip. The
+// null device may be given to all. Opens nothing for writing.
 void CheckOutputs(const std::vector<std::filesystem::path>& inputs,
                   const std::vector<OutputName>& outputs);
 
