@@ -25,6 +25,7 @@ class LocalFile : public qel::IFileBytes {
     stream_.seekg(offset);
     stream_.read(reinterpret_cast<char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
   }
+  qel::ReadCost Cost() const override { return {}; }
 
  private:
   const int64_t size_;

@@ -19,6 +19,7 @@ class MemoryBytes : public qel::IFileBytes {
                            "reads inside");
     std::copy_n(bytes_.begin() + offset, bytes.size(), bytes.begin());
   }
+  qel::ReadCost Cost() const override { return {}; }
 
  private:
   const std::span<const uint8_t> bytes_;

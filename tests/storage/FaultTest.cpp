@@ -7,8 +7,10 @@
 #include <algorithm>
 #include <array>
 #include <chrono>
+#include <future>
 #include <list>
 #include <optional>
+#include <thread>
 
 #include "Player/QELPreloader.h"
 #include "Player/QELSample.h"
@@ -258,7 +260,7 @@ TEST_F(Faults, AServerThatDripsOrComesLateIsLeftAfterItsTime) {
   Fault chunk{.stall = {{Part::Body, 0}}, .drip = "1;" + std::string(1 << 20, 'x')};
   chunk.headerLines = "Transfer-Encoding: chunked\r\n";
   chunk.isFlood = true;
-  const Fault late{.stall = {{Part::Header, 0}}, .late = std::chrono::milliseconds(150)};
+  const Fault late{.stall = {{Part::Header, 0}}, .late = std::chrono::milliseconds(250)};
   const struct {
     const char* limit;
     Fault fault;
@@ -354,18 +356,55 @@ TEST(StoppedProcess, ReadsOnWhenItIsContinued) {
   ::waitpid(reader, nullptr, 0);
 }
 
-TEST_F(Faults, AnIndexTakesNoMoreRequestsThanAllowed) {
-  const qel::HttpLimits limits{5s, 5s, 5s, 60s, 0, 5s};
-  qel::HttpClient client(qel::StorageAddress("127.0.0.1", server.Port(), ""), limits);
-  qel::HttpFile file(client, 1);
-  file.Open();
-  std::array<uint8_t, 1> byte{};
-  const std::string error = ErrorOf([&] {
-    for (int i = 0; i < 2 * qel::kMaxIndexRequests; ++i)
-      file.ReadAt(20'000 + i, byte);
+TEST_F(Faults, ATrackIsOpenedByItsFirstAndLastBytesAtOnce) {
+  std::promise<void> second;
+  server.SetFaults([&](uint64_t request) {
+    if (request == 1)
+      second.set_value();
+    return request < 2 ? Fault{.stall = {{Part::Header, 0}}} : Fault{};
   });
-  EXPECT_THAT(error, HasSubstr("more than the 1024 requests"));
-  EXPECT_EQ(server.RequestCount(), qel::kMaxIndexRequests);
+  const std::jthread release([&, isThere = second.get_future()] {
+    isThere.wait_for(10s);
+    server.ReleaseStalls();
+  });
+  SourceUnderTest source;
+  source.Init(server.Port());
+  EXPECT_EQ(server.RequestCount(), 2);
+  EXPECT_EQ(AllBytes(source.Read(8)), clip.samples[8]);
+}
+
+TEST_F(Faults, LastBytesThatTheServerDoesNotGiveAreAskedForByTheirPlace) {
+  for (const Fault& fault : {Fault{.ignoreRange = true}, Fault{.status = 416}, Fault{.status = 501},
+                             Fault{.contentRange = "bytes 0-9/99999"}, Fault{.bodyExcess = -1},
+                             Fault{.etag = "\"other\""}, Fault{.cut = {{Part::Body, 99}}}}) {
+    Fault ofLast = fault;
+    ofLast.ofLastBytes = true;
+    server.SetFault(ofLast);
+    SourceUnderTest source;
+    source.Init(server.Port());
+    EXPECT_EQ(AllBytes(source.Read(39)), clip.samples[39]);
+  }
+}
+
+// The middle of a file that a hostile index points into, byte by byte.
+TEST_F(Faults, AnIndexTakesNoMoreRequestsAndTimeThanAllowed) {
+  WriteFile(folder / "zeros", std::vector<uint8_t>(1 << 20));
+  server.SetTrack(4, folder / "zeros");
+  const auto errorOf = [&](const qel::HttpLimits& limits) {
+    qel::HttpClient client(qel::StorageAddress("127.0.0.1", server.Port(), ""), limits);
+    qel::HttpFile file(client, 4);
+    file.Open(true);
+    std::array<uint8_t, 1> byte{};
+    return ErrorOf([&] {
+      for (int i = 0; i < 2 * qel::kMaxIndexRequests; ++i)
+        file.ReadAt(500'000 + i, byte);
+    });
+  };
+  EXPECT_THAT(errorOf({5s, 5s, 5s, 60s, 0, 5s}), HasSubstr("more than the 1024 requests"));
+  EXPECT_EQ(server.RequestCount(), qel::kMaxIndexRequests + 1);  // the file's end
+
+  server.SetFault({.stall = {{Part::Header, 0}}, .late = 60ms});
+  EXPECT_THAT(errorOf({5s, 5s, 5s, 200ms, 0, 5s}), HasSubstr("longer than the 200 ms"));
 }
 
 // A server's validator is compared, and goes back to it only if it may stand in a header.

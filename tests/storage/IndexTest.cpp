@@ -20,6 +20,7 @@ struct CountedFile : qel::IFileBytes {
     in.seekg(offset);
     in.read(reinterpret_cast<char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
   }
+  qel::ReadCost Cost() const override { return {reads, bytesRead}; }
 
   std::ifstream in;
   const int64_t size;

@@ -164,8 +164,10 @@ void FaultyServer::Serve(const Descriptor& client) {
   for (std::string request; !(request = Receive(client, IsRequest)).empty();) {
     std::unique_lock lock(access_);
     const uint64_t number = requests_++, releases = releases_;
-    const Fault fault = chooser_ ? chooser_(number) : Fault{};
+    Fault fault = chooser_ ? chooser_(number) : Fault{};
     lock.unlock();
+    if (fault.ofLastBytes && request.find("bytes=-") == std::string::npos)
+      fault = {};
     Send(server, request.substr(0, request.find("\r\n") + 2) + "Host: localhost\r\n" +
                      (fault.ignoreRange ? "" : Cut(request, "Range")) + Cut(request, "If-Match") +
                      "\r\n");

@@ -35,6 +35,7 @@ struct Fault {
   int64_t bodyExcess = 0;         // the body, and its length in the header, is longer or shorter
   bool ignoreRange = false;       // answers 200 with the whole file
   std::optional<std::string> etag = {};  // in place of the right one, empty for none
+  bool ofLastBytes = false;  // only when a file's last bytes are asked for by their number
 };
 
 // The embedded storage server behind a proxy that breaks its answers on demand, on a loopback port

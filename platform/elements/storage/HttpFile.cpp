@@ -12,6 +12,8 @@ namespace {
 
 // Enough for the header of most files and the beginning of their first picture.
 constexpr int64_t kHeadBytes = 16 << 10;
+// Enough for the index of two or three minutes.
+constexpr int64_t kEndBytes = 64 << 10;
 
 // Fills a block of memory.
 class BlockReceiver : public IRangeReceiver {
@@ -30,34 +32,68 @@ class BlockReceiver : public IRangeReceiver {
   std::span<uint8_t> rest_;
 };
 
-// Collects what comes, which may be less than was asked for.
-class HeadReceiver : public IRangeReceiver {
- public:
-  explicit HeadReceiver(std::vector<uint8_t>& head) : head_(head) {}
+}  // namespace
 
-  bool Take(std::span<const uint8_t> bytes) override {
-    head_.insert(head_.end(), bytes.begin(), bytes.end());
+// Bytes that are kept, on their way or here: as many as the file has of those asked for.
+struct HttpFile::Part : IRangeReceiver {
+  Part(HttpClient& client, CURLU* url, const ByteRange& range)
+      : transfer(client, url, range, nullptr, *this) {}
+
+  bool Take(std::span<const uint8_t> more) override {
+    bytes.insert(bytes.end(), more.begin(), more.end());
     return true;
   }
   bool HasEnough() const override { return false; }
 
- private:
-  std::vector<uint8_t>& head_;
+  std::vector<uint8_t> bytes;
+  HttpTransfer transfer;
 };
-
-}  // namespace
 
 HttpFile::HttpFile(HttpClient& client, int64_t trackId)
     : client_(client), url_(client.Address().TrackUrl(trackId)) {}
 
-void HttpFile::Open() {
+HttpFile::~HttpFile() = default;
+
+void HttpFile::Open(bool withIndex) {
   openUntil_ = client_.Listened() + client_.Limits().open;
-  requests_ = 1;
-  head_.clear();
-  HeadReceiver receiver(head_);
-  HttpTransfer transfer(client_, url_.get(), {0, kHeadBytes}, nullptr, receiver);
-  transfer.Receive(openUntil_);
-  version_ = transfer.Version();
+  EndIndex();
+  Part head(client_, url_.get(), {0, kHeadBytes});
+  if (withIndex)
+    end_ = std::make_unique<Part>(client_, url_.get(), ByteRange::Last(kEndBytes));
+  head.transfer.Receive(openUntil_);
+  version_ = head.transfer.Version();
+  head_ = std::move(head.bytes);
+  cost_ = {1, static_cast<int64_t>(head_.size())};
+}
+
+void HttpFile::EndIndex() {
+  end_.reset();
+  head_ = {};
+}
+
+ReadCost HttpFile::Cost() const {
+  if (!end_)
+    return cost_;
+  return {cost_.requests + 1, cost_.bytes + static_cast<int64_t>(end_->bytes.size())};
+}
+
+// Not every server knows what the last bytes are: without them, or when they are another version's,
+// those that are wanted are asked for by their place, and what is wrong is told then.
+bool HttpFile::ReadEnd(int64_t offset, std::span<uint8_t> bytes) {
+  const int64_t begin = ByteRange::Last(kEndBytes).Inside(Size()).offset;
+  if (!end_ || offset < begin)
+    return false;
+  try {
+    end_->transfer.Receive(openUntil_);
+  } catch (const QELRuntimeError&) {
+    cost_ = Cost();
+    end_.reset();
+    return false;
+  }
+  if (end_->transfer.Version() != version_)
+    return false;
+  std::memcpy(bytes.data(), end_->bytes.data() + (offset - begin), bytes.size());
+  return true;
 }
 
 void HttpFile::ReadAt(int64_t offset, std::span<uint8_t> bytes) {
@@ -66,16 +102,18 @@ void HttpFile::ReadAt(int64_t offset, std::span<uint8_t> bytes) {
   if (inHead > 0)
     std::memcpy(bytes.data(), head_.data() + offset, static_cast<size_t>(inHead));
   bytes = bytes.subspan(static_cast<size_t>(inHead));
-  if (bytes.empty())
+  offset += inHead;
+  if (bytes.empty() || ReadEnd(offset, bytes))
     return;
-  if (++requests_ > kMaxIndexRequests) {
+  cost_.bytes += static_cast<int64_t>(bytes.size());
+  if (++cost_.requests > kMaxIndexRequests) {
     throw QELRuntimeError(QEL_TEXT(
         "the index takes more than the "
         << kMaxIndexRequests
         << " requests allowed: \"ffmpeg -i FILE -c copy OUT.mov\" writes it into one place"));
   }
   BlockReceiver receiver(bytes);
-  Start({offset + inHead, static_cast<int64_t>(bytes.size())}, receiver)->Receive(openUntil_);
+  Start({offset, static_cast<int64_t>(bytes.size())}, receiver)->Receive(openUntil_);
 }
 
 std::unique_ptr<HttpTransfer> HttpFile::Start(const ByteRange& range, IRangeReceiver& receiver) {

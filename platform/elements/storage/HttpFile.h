@@ -15,23 +15,29 @@ namespace qel {
 // own.
 constexpr int kMaxIndexRequests = 1024;
 
-// One track's file on a storage server. All answers belong to one version of it: the one that Open
-// found. Failures are QELRuntimeError that says what the server did and what would be right; the
-// next request starts afresh. Used by one thread at a time, the client's.
+// One track's file on a storage server. Its index lies at its beginning or at its end, and a server
+// that is far away is asked for both at once. All answers belong to one version of it: the one that
+// Open found. Failures are QELRuntimeError that says what the server did and what would be right;
+// the next request starts afresh. Used by one thread at a time, the client's.
 class HttpFile : public IFileBytes {
  public:
   // The client outlives the file.
   HttpFile(HttpClient& client, int64_t trackId);
+  ~HttpFile() override;
 
-  // Finds the version that the server has now, and keeps its first bytes for ReadAt. All transfers
-  // of an earlier version are over.
-  void Open();
+  // Finds the version that the server has now. With its index, the first and last bytes are kept
+  // for ReadAt. All transfers of an earlier version are over.
+  void Open(bool withIndex);
+  // No more ReadAt before the next Open: lets go what was kept for it.
+  void EndIndex();
 
   // That Open found.
   const FileVersion& Version() const { return version_; }
   int64_t Size() const override { return version_.size; }
   // For the index: within the time that opening may take, and the number of requests.
   void ReadAt(int64_t offset, std::span<uint8_t> bytes) override;
+  // Since Open.
+  ReadCost Cost() const override;
 
   // Bytes between two ranges that are better read than asked around with a request more, of so many
   // that are under way.
@@ -41,12 +47,17 @@ class HttpFile : public IFileBytes {
   std::unique_ptr<HttpTransfer> Start(const ByteRange& range, IRangeReceiver& receiver);
 
  private:
+  struct Part;
+
+  bool ReadEnd(int64_t offset, std::span<uint8_t> bytes);
+
   HttpClient& client_;
   const CurlUrl url_;
   FileVersion version_;
   std::vector<uint8_t> head_;
+  std::unique_ptr<Part> end_;  // empty when it is of no use
   HttpClient::Duration openUntil_{};
-  int requests_ = 0;
+  ReadCost cost_;  // without end_
 };
 
 }  // namespace qel

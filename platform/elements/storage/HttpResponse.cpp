@@ -57,7 +57,15 @@ const char* MeaningOf(int status) {
 
 }  // namespace
 
+ByteRange ByteRange::Inside(int64_t fileSize) const {
+  const int64_t first = offset < 0 ? std::max<int64_t>(fileSize + offset, 0) : offset;
+  const int64_t behind = offset < 0 ? fileSize : std::min(End(), fileSize);
+  return {first, behind - first};
+}
+
 std::string ByteRange::Text() const {
+  if (offset < 0)
+    return std::to_string(offset);
   return std::to_string(offset) + "-" + std::to_string(End() - 1);
 }
 
@@ -117,8 +125,8 @@ HttpResponse::ContentRange HttpResponse::Content(const ByteRange& asked) const {
 
 FileVersion HttpResponse::CheckFirst(const ByteRange& asked) const {
   const ContentRange content = Content(asked);
-  if (content.range.offset != asked.offset ||
-      content.range.End() != std::min(asked.End(), content.total)) {
+  const ByteRange expected = asked.Inside(content.total);
+  if (content.range.offset != expected.offset || content.range.size != expected.size) {
     throw QELRuntimeError(QEL_TEXT("server answered bytes " << content.range.Text() << " where "
                                                             << asked.Text() << " was asked for"));
   }

@@ -13,13 +13,16 @@ namespace qel {
 // Larger files are refused: no disk holds one, and positions can be added up without overflow.
 constexpr int64_t kMaxFileBytes = int64_t{1} << 53;
 
-// Bytes `offset` to `offset + size - 1` of a file.
+// Bytes `offset` to `offset + size - 1` of a file; below zero, its last `-offset` bytes.
 struct ByteRange {
   int64_t offset = 0;
   int64_t size = 0;
 
+  static ByteRange Last(int64_t size) { return {-size, size}; }
   int64_t End() const { return offset + size; }
-  // "first-last", as it stands in requests and answers.
+  // The part of it that a file of so many bytes has.
+  ByteRange Inside(int64_t fileSize) const;
+  // "first-last" or "-count", as it stands in requests and answers.
   std::string Text() const;
 };
 
@@ -28,6 +31,8 @@ struct FileVersion {
   int64_t size = 0;
   std::string etag;  // as sent, weak ones with their W/; empty when the server gives none
   std::string lastModified;
+
+  bool operator==(const FileVersion&) const = default;
 
   // The header line that asks for this version only, empty when none can: If-Match takes strong
   // validators only, and what a server sent goes back to it only if it is made of the bytes that a

@@ -225,7 +225,7 @@ void HttpTransfer::CheckComplete() const {
   }
   if (result_ != CURLE_OK)
     throw QELRuntimeError(FailureText());
-  const int64_t expected = std::min(range_.size, version_.size - range_.offset);
+  const int64_t expected = range_.Inside(version_.size).size;
   if (received_ != expected) {
     throw QELRuntimeError(
         QEL_TEXT("server sent " << received_ << " bytes where " << expected << " were to come"));

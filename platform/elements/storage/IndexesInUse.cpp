@@ -1,5 +1,6 @@
 #include "elements/storage/IndexesInUse.h"
 
+#include <algorithm>
 #include <map>
 #include <mutex>
 #include <tuple>
@@ -45,6 +46,16 @@ std::shared_ptr<const TrackIndex> ShareIndex(const std::string& track, const Fil
   std::erase_if(indexes.known, [](const auto& known) { return known.second.expired(); });
   indexes.known.emplace(key, index);
   return index;
+}
+
+bool IsIndexInUse(const std::string& track) {
+  IndexesInUse& indexes = Indexes();
+  const std::lock_guard<std::mutex> lock(indexes.access);
+  const auto first = indexes.known.lower_bound({track, 0, {}});
+  const auto isHeld = [&](const auto& known) {
+    return std::get<0>(known.first) == track && !known.second.expired();
+  };
+  return std::find_if(first, indexes.known.end(), isHeld) != indexes.known.end();
 }
 
 }  // namespace qel

@@ -18,4 +18,8 @@ namespace qel {
 std::shared_ptr<const TrackIndex> ShareIndex(const std::string& track, const FileVersion& version,
                                              const std::function<TrackIndex()>& read);
 
+// Whether somebody holds the index of a version of the track, most likely the one that its server
+// has. Thread-safe.
+bool IsIndexInUse(const std::string& track);
+
 }  // namespace qel

@@ -26,17 +26,16 @@ std::span<const uint8_t> ReadAheadCache::Held(int64_t offset) const {
   return std::span<const uint8_t>(block->second).subspan(inside);
 }
 
-void ReadAheadCache::CountRequest(int64_t bytes) {
+void ReadAheadCache::Count(int64_t bytes) {
   bytes_ += bytes;
   if (bytes_ > kMaxIndexBytes) {
     throw QELRuntimeError(QEL_TEXT("the index takes more than the "
                                    << kMaxIndexBytes << " bytes that are read of a file for it"));
   }
-  ++requests_;
 }
 
 void ReadAheadCache::FetchMissing(int64_t offset, int64_t end) {
-  CountRequest(end - offset);
+  Count(end - offset);
   std::vector<uint8_t> block(static_cast<size_t>(end - offset));
   file_.ReadAt(offset, block);
   lastEnd_ = end;
@@ -82,7 +81,7 @@ void ReadAheadCache::Read(int64_t offset, std::span<uint8_t> bytes) {
     ReadExactly(offset, bytes);
     return;
   }
-  CountRequest(static_cast<int64_t>(bytes.size()));
+  Count(static_cast<int64_t>(bytes.size()));
   file_.ReadAt(offset, bytes);
 }
 

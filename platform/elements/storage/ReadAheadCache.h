@@ -17,9 +17,6 @@ class ReadAheadCache {
   explicit ReadAheadCache(IFileBytes& file) : file_(file) {}
 
   int64_t Size() const { return file_.Size(); }
-  // That were made and fetched so far.
-  int64_t Requests() const { return requests_; }
-  int64_t BytesRead() const { return bytes_; }
 
   // Reads ahead exactly to `end`, or to the file's end. What is there already is not read again.
   void Fetch(int64_t offset, int64_t end);
@@ -33,12 +30,11 @@ class ReadAheadCache {
 
  private:
   std::span<const uint8_t> Held(int64_t offset) const;
-  void CountRequest(int64_t bytes);
+  void Count(int64_t bytes);
   void FetchMissing(int64_t offset, int64_t end);
 
   IFileBytes& file_;
   std::map<int64_t, std::vector<uint8_t>> blocks_;  // by their offset, without overlap
-  int64_t requests_ = 0;
   int64_t bytes_ = 0;
   int64_t lastEnd_ = 0;
   int64_t readAhead_ = 0;

@@ -34,8 +34,9 @@ auto StorageTrack::Named(Function function) {
 void StorageTrack::Reopen() {
   readAhead_.reset();
   Named([this] {
-    file_.Open();
+    file_.Open(!IsIndexInUse(name_));
     index_ = ShareIndex(name_, file_.Version(), [this] { return ReadTrackIndex(file_); });
+    file_.EndIndex();
   });
   readAhead_ = std::make_unique<ReadAhead>(file_, *index_, *pool_);
 }

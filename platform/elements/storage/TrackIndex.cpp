@@ -83,8 +83,8 @@ TrackIndex ReadTrackIndex(IFileBytes& bytes) {
   ContainerTrack track =
       ReadFileKind(file) == FileKind::Avi ? ReadAviTrack(file) : ReadMovTrack(file);
   TakePictureFacts(file, track);
-  track.facts.indexRequests = file.Requests();
-  track.facts.indexBytes = file.BytesRead();
+  track.facts.indexRequests = bytes.Cost().requests;
+  track.facts.indexBytes = bytes.Cost().bytes;
   return TrackIndex(std::move(track));
 }
 
