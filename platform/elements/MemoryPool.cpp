@@ -10,10 +10,10 @@ namespace {
 
 constexpr size_t kMaxIdleBlocks = 256;
 
-// Sizes are rounded up to steps of an eighth of a power of two, so that samples of about the same
+// Sizes are rounded up to steps of a sixteenth of a power of two, so that samples of about the same
 // size fit into each other's memory.
 size_t RoundUp(size_t size) {
-  const size_t step = std::max<size_t>(std::bit_floor(size) / 8, 64);
+  const size_t step = std::max<size_t>(std::bit_floor(size) / 16, 64);
   return (size + step - 1) / step * step;
 }
 

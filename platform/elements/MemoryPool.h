@@ -16,7 +16,7 @@ class MemoryPool : public std::enable_shared_from_this<MemoryPool> {
   // So many bytes wait at most for their next use, others go back to the system.
   explicit MemoryPool(size_t maxIdleBytes) : maxIdleBytes_(maxIdleBytes) {}
 
-  // `size` bytes of undefined content, from memory at most an eighth larger.
+  // `size` bytes of undefined content, from memory at most a sixteenth larger.
   std::shared_ptr<uint8_t[]> Take(size_t size);
 
  private:

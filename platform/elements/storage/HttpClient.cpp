@@ -16,7 +16,7 @@ using std::chrono::milliseconds;
 
 // Connections, and handles, that are kept without a transfer.
 constexpr size_t kMaxIdle = 24;
-constexpr long kReceiveBufferBytes = 512 << 10;
+constexpr long kReceiveBufferBytes = 128 << 10;
 constexpr milliseconds kLongestWait{50};
 
 CURLM* CreateMulti() {

@@ -24,7 +24,7 @@ constexpr int64_t kRateWindowMs = 10'000;
 constexpr int64_t kMaxTimeoutMs = 3'600'000;
 constexpr int64_t kMaxLeastRate = 1'000'000'000;
 // Free memory of samples that is kept.
-constexpr size_t kMaxIdleBytes = size_t{2} << 20;
+constexpr size_t kMaxIdleBytes = size_t{1} << 20;
 
 int64_t Number(const IParametersCollectionInstance& config, const std::string& key,
                int64_t defaultValue, int64_t least, int64_t most) {
