@@ -53,6 +53,11 @@ if(NOT MORAVEL_SYSTEM_PLATFORM)
   endforeach()
 
   moravel_install(elements MoravelElements moravel-elements qelElements)
+  # CMake strips programs and shared libraries itself, of static ones nothing.
+  install(CODE "if(CMAKE_INSTALL_DO_STRIP)
+    execute_process(COMMAND \"${CMAKE_STRIP}\" --strip-debug
+      \"\$ENV{DESTDIR}\${CMAKE_INSTALL_PREFIX}/${CMAKE_INSTALL_LIBDIR}/libqelElements.a\" COMMAND_ERROR_IS_FATAL ANY)
+  endif()" COMPONENT elements-dev)
   foreach(header ${elementsHeaders})
     cmake_path(GET header PARENT_PATH parent)
     install(FILES platform/${header} DESTINATION ${platformFolder}/${parent} COMPONENT elements-dev)

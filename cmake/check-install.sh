@@ -85,7 +85,7 @@ with_pkg_config() {
   try_examples "$folder"
 }
 
-# The code blocks of the documents: README's lines for CMake, and embedding.md's for a picture's size.
+# The code blocks of the documents: README's lines for CMake, and those of embedding.md.
 try_documents() {
   mkdir "$work/documents"
   {
@@ -95,10 +95,12 @@ add_executable(host host.cpp)'
     block README.md cmake
   } >"$work/documents/CMakeLists.txt"
   {
-    echo '#include "Player/QELSample.h"
+    echo '#include "Player/QELPreloader.h"
+#include "Player/QELSample.h"
+#include "qel/WorkflowStepImplementation.h"
 #include "elements/storage/TrackInfo.h"  // what docs/elements.md offers to hosts
 using namespace Moravel;
-void Show(const Player::ISample* picture, uint64_t& size) {'
+void Use(Player::QELPreloader& preloader, const Player::ISample* picture, uint64_t& size) {'
     block docs/embedding.md cpp
     echo '}
 int main() {}'

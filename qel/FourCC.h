@@ -9,7 +9,8 @@ constexpr uint32_t PackFourCC(char a, char b, char c, char d) {
          uint32_t(uint8_t(d)) << 24;
 }
 
-// Pixel formats; the value is the four characters packed little-endian.
+// Pixel formats; the value is the four characters packed little-endian. An element takes some of
+// them: docs/elements.md has those of the motion-JPEG decoder, and their layouts.
 enum FourCC : uint32_t {
   FourCC_undefined = 0,
   FourCC_Y800 = PackFourCC('Y', '8', '0', '0'),

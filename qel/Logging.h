@@ -7,6 +7,7 @@
 
 namespace qel {
 
+// The numbers are the framework's, and say nothing of weight.
 enum LogLevel { QEL_INFO = 0, QEL_WARNING = 1, QEL_ERROR = 2, QEL_DEBUG = 3, QEL_TRACE = 4 };
 
 // Where framework log lines go. The writer decides which levels it keeps. It may be called from
