@@ -1,6 +1,6 @@
 #include "probe/ProbedTrack.h"
 
-#include <algorithm>
+#include <map>
 #include <stdexcept>
 
 #include "elements/mjpeg/JpegPicture.h"
@@ -11,24 +11,30 @@ namespace Moravel::Play {
 
 namespace {
 
+// Takes memory for each size that there is, not for each sample: a small file may announce
+// millions.
 SampleSizes Measure(const qel::TrackIndex& index) {
-  std::vector<int64_t> sizes;
-  for (int64_t number = 0; number < index.Count(); ++number) {
-    if (const int64_t size = index.At(number).size)
-      sizes.push_back(size);
-  }
+  std::map<int64_t, int64_t> counts;  // by the size
   SampleSizes measured;
-  if (sizes.empty())
-    return measured;
-  for (const int64_t size : sizes)
+  int64_t samples = 0;
+  for (int64_t number = 0; number < index.Count(); ++number) {
+    const int64_t size = index.At(number).size;
+    if (size == 0)
+      continue;
+    ++counts[size];
+    ++samples;
     measured.total += size;
-  const auto [least, most] = std::minmax_element(sizes.begin(), sizes.end());
-  measured.least = *least;
-  measured.most = *most;
-  measured.mean = static_cast<double>(measured.total) / static_cast<double>(sizes.size());
-  const auto p99 = sizes.begin() + static_cast<ptrdiff_t>((sizes.size() * 99 + 99) / 100 - 1);
-  std::nth_element(sizes.begin(), p99, sizes.end());
-  measured.p99 = *p99;
+  }
+  if (samples == 0)
+    return measured;
+  measured.least = counts.begin()->first;
+  measured.most = counts.rbegin()->first;
+  measured.mean = static_cast<double>(measured.total) / static_cast<double>(samples);
+  int64_t above = samples / 100;  // as many samples may be larger
+  auto p99 = counts.rbegin();
+  for (; above >= p99->second; ++p99)
+    above -= p99->second;
+  measured.p99 = p99->first;
   return measured;
 }
 
