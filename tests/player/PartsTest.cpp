@@ -143,21 +143,19 @@ TEST(Verdict, NamesWhatHeldTheTrackUp) {
        "decoding is the limit (90 % of the time of 2 workers)"},
   };
   for (const auto& test : cases) {
-    const auto server = std::make_shared<ServerStatistics>();
-    server->connections = 2;
-    server->asking.Add(seconds(test.asking));
-    WorkerStatistics workers;
-    workers.decoding.Add(seconds(test.decoding));
-    workers.writing.Add(seconds(test.writing));
-    PlayingTrack track(TrackOf({25, 1}, 1000), server);
-    track.statistics.firstOrder = Clock::time_point();
-    track.statistics.lastDone = Clock::time_point() + seconds(10);
+    const auto connections = std::make_shared<ServingConnections>();
+    connections->count = 2;
+    PlayingTrack track(TrackOf({25, 1}, 1000), nullptr, connections);
+    const Clock::time_point start = Clock::now();
+    track.statistics.begin = {start, 30, 40, 50};  // spent before, on other tracks
+    Extend(track.statistics,
+           {start + seconds(10), 30.0 + test.asking, 40.0 + test.decoding, 50.0 + test.writing});
     track.statistics.samplesDone = test.samples;
     track.statistics.playTicks =
         Time::TimePoint::kTicksPerSecond / 25 * (test.samples - test.dropped);
     track.statistics.late = test.late;
     track.statistics.dropped = test.dropped;
-    EXPECT_EQ(Judge(track, workers, 2, 10, test.realtime).text, test.text);
+    EXPECT_EQ(Judge(track, 2, test.realtime).text, test.text);
   }
 }
 

@@ -173,7 +173,7 @@ TEST_F(PlayerFaults, OrdersAreHeldBackByWindowAndMemory) {
   const int64_t three = facts.BytesOf(0) + facts.BytesOf(1) + facts.BytesOf(2);
   const std::pair<int64_t, size_t> cases[] = {{1, 1}, {three, 3}, {three - 1, 2}, {1 << 30, 4}};
   for (const auto& [bytes, orders] : cases) {
-    Play::PlayingTrack track(facts, nullptr);
+    Play::PlayingTrack track(facts, nullptr, nullptr);
     Play::OrderSchedule schedule({.waitingBytes = bytes}, 1);
     schedule.Add(0, std::nullopt, 4, track);
     const auto next = [&] {

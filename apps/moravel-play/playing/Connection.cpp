@@ -92,7 +92,7 @@ void Connection::Open(const NamedTrack& named) {
     auto track = std::make_unique<PlayingTrack>(
         ChooseSamples(DescribeTrack(named, source_.Media()->GetDefinedOutput("")),
                       playback_.options),
-        plan_.statistics);
+        plan_.statistics, plan_.serving);
     TellProblems(track->facts);
     track->decoders = playback_.decoders.For(track->facts, source_.Media());
     PlayingTrack& added = playback_.tracks.Add(std::move(track));
@@ -107,7 +107,12 @@ void Connection::Open(const NamedTrack& named) {
     if (!playback_.stopper.Token().stop_requested())
       playback_.tracks.AddFailed(named.index, {named.name, ReasonOf(error, named.id)}, false);
   }
-  plan_.statistics->asking.Add(Clock::now() - start);
+  AddAsking(Clock::now() - start);
+}
+
+void Connection::AddAsking(Clock::duration time) {
+  plan_.statistics->asking.Add(time);
+  plan_.serving->asking.Add(time);
 }
 
 void Connection::SelectSource(const Player::TrackId& id) {
@@ -131,8 +136,7 @@ void Connection::Preload(const Job& job, std::stop_token stop) {
     statistics.bytes += CompressedBytes(*task.sample);
   } else if (job.isLate) {
     task.state = PictureState::Late;
-    ++statistics.dropped;
-    statistics.losses.Tell(track.facts, task.state, number, "", "its time had passed");
+    CountDropped(track, number);
   } else if (answer.failure != Answer::Failure::None) {
     task.state = PictureState::Unreadable;
     ++statistics.errors;
@@ -156,7 +160,7 @@ Connection::Answer Connection::Order(PlayingTrack& track, int64_t position) {
   using Failure = Answer::Failure;
   const Time::TimePoint time = track.facts.TimeOf(track.facts.sequence.SampleAt(position));
   const Player::PreloadOrder order(time, track.facts.OrderRate(), &track.cache, track.facts.id);
-  const Clock::time_point start = Clock::now();
+  const Moment begin = MomentOf(track, playback_.workers);
   Answer answer;
   try {
     if (!hasSource_)
@@ -168,15 +172,16 @@ Connection::Answer Connection::Order(PlayingTrack& track, int64_t position) {
   } catch (const std::exception& error) {
     answer = {Failure::Passing, ReasonOf(error, track.facts.id)};
   }
-  const Clock::time_point end = Clock::now();
-  plan_.statistics->asking.Add(end - start);
+  const Clock::duration taken = Clock::now() - begin.time;
+  AddAsking(taken);
   TrackStatistics& statistics = track.statistics;
-  statistics.asking.Add(end - start);
+  statistics.asking.Add(taken);
   const std::lock_guard<std::mutex> lock(statistics.ordersAccess);
-  statistics.firstOrder = std::min(start, statistics.firstOrder.value_or(start));
-  statistics.lastAnswer = std::max(end, statistics.lastAnswer);
+  if (!statistics.begin || begin.time < statistics.begin->time)
+    statistics.begin = begin;
+  Extend(statistics, MomentOf(track, playback_.workers));
   if (answer.failure == Failure::None)
-    statistics.latency.Add(end - start);
+    statistics.latency.Add(taken);
   return answer;
 }
 
@@ -205,6 +210,7 @@ void Connection::Pause(std::chrono::milliseconds time, std::stop_token stop) {
   std::unique_lock<std::mutex> lock(access);
   never.wait_for(lock, stop, time, [] { return false; });
   plan_.statistics->pausing.Add(Clock::now() - start);
+  plan_.serving->asking.Add(Clock::now() - start);
 }
 
 void Connection::GiveUp(PlayingTrack& track, int failures) {

@@ -19,6 +19,7 @@ struct ConnectionPlan {
   int connections = 1;  // of the lane
   std::vector<NamedTrack> toOpen;
   std::shared_ptr<ServerStatistics> statistics;
+  std::shared_ptr<ServingConnections> serving;
 };
 
 // One source of a storage server with a preloader of its own: opens tracks, one after the other,
@@ -42,6 +43,7 @@ class Connection {
   void Open(const NamedTrack& named);
   void Preload(const Job& job, std::stop_token stop);
   Answer Order(PlayingTrack& track, int64_t position);
+  void AddAsking(Clock::duration time);
   void SelectSource(const Player::TrackId& id);
   void Pause(std::chrono::milliseconds time, std::stop_token stop);
   void CountFailure(PlayingTrack& track, Answer::Failure failure, Clock::time_point begin,

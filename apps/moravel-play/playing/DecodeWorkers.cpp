@@ -16,12 +16,15 @@ class Worker {
   Worker(size_t number, const Playback& playback) : number_(number), playback_(playback) {}
 
   void Run() {
-    while (const std::optional<Task> task = playback_.queue.Pop(playback_.stopper.Token())) {
+    while (std::optional<Task> task = playback_.queue.Pop(playback_.stopper.Token())) {
       PlayingTrack& track = *task->job.track;
+      const bool hasSample = task->sample != nullptr;
+      if (hasSample && playback_.schedule.HasPassed(task->job))
+        Drop(*task);
       WriteStored(*task);
       for (int i = 0; i < track.facts.picturesPerSample; ++i)
         DecodeField(*task, track.facts.IsBottom(i));
-      if (task->sample != nullptr)
+      if (hasSample)
         track.cache.Release(track.facts.TimeOf(NumberOf(*task)));
       CountDone(*task);
       playback_.schedule.Release(task->job);
@@ -29,12 +32,20 @@ class Worker {
   }
 
  private:
-  static void CountDone(const Task& task) {
+  static void Drop(Task& task) {
+    task.sample = nullptr;
+    task.state = PictureState::Late;
+    task.job.isLate = true;
+    CountDropped(*task.job.track, NumberOf(task));
+  }
+
+  void CountDone(const Task& task) {
     TrackStatistics& statistics = task.job.track->statistics;
     ++statistics.samplesDone;
     if (!task.job.isLate)
       statistics.playTicks += task.job.track->facts.TicksOf(NumberOf(task));
-    statistics.lastDone = Clock::now();
+    const std::lock_guard<std::mutex> lock(statistics.ordersAccess);
+    Extend(statistics, MomentOf(*task.job.track, playback_.workers));
   }
 
   static int64_t NumberOf(const Task& task) {
@@ -78,8 +89,19 @@ class Worker {
     SizeStatistics& sizeStatistics = statistics.sizes[size];
     sizeStatistics.pictures += picture.image ? 1 : 0;
     sizeStatistics.damaged += picture.state != PictureState::Fine ? 1 : 0;
-    if (size == 0 && !playback_.schedule.PictureIsInTime(*task.job.track, task.job.position))
-      ++statistics.late;
+    if (size == 0)
+      CountLate(task);
+  }
+
+  void CountLate(const Task& task) {
+    const Clock::duration lateness = playback_.schedule.Lateness(task.job);
+    if (lateness == Clock::duration())
+      return;
+    TrackStatistics& statistics = task.job.track->statistics;
+    ++statistics.late;
+    const auto milliseconds = std::chrono::ceil<std::chrono::milliseconds>(lateness).count();
+    statistics.losses.Tell(task.job.track->facts, PictureState::Late, NumberOf(task), "",
+                           "came " + std::to_string(milliseconds) + " ms after its time");
   }
 
   static void TellLoss(const Task& task, bool bottom, bool isShown, const std::string& failure,
@@ -138,6 +160,8 @@ class Worker {
     const auto* const sample = dynamic_cast<const Player::QELSample*>(task.sample);
     if (sample == nullptr)
       return;
+    if (task.job.track->facts.sizes.empty())
+      CountLate(task);
     const Timed timed(playback_.workers.writing);
     const StoredSample stored = {task.job.track->facts, NumberOf(task), sample->GetContainer()};
     ForEachSink(playback_.sinks, playback_.stopper,

@@ -9,6 +9,8 @@ namespace {
 constexpr auto kFarAway = std::chrono::hours(24);
 // In real time, from a track's first picture to when it is due: what comes unevenly evens out.
 constexpr auto kPreroll = std::chrono::milliseconds(500);
+// What a track that is behind regains at least, so that it is not behind again at once.
+constexpr auto kLeastCatchUp = kPreroll / 2;
 
 }  // namespace
 
@@ -33,6 +35,8 @@ void OrderSchedule::Add(size_t lane, std::optional<int> connection, int window,
   const std::lock_guard<std::mutex> lock(access_);
   track.ordering.window = window;
   auto& tracks = lanes_[lane].tracks;
+  if (!tracks.empty())  // as far as the others
+    track.ordering.played = tracks.front().track->ordering.played;
   tracks.insert(tracks.begin(), {&track, connection});  // its first picture comes first
   Changed();
 }
@@ -61,7 +65,11 @@ std::optional<Job> OrderSchedule::TryNext(Lane& lane, int connection, Clock::tim
     if (each->connection.value_or(connection) != connection)
       continue;
     if (const auto job = Take(*each->track, wakeUp)) {
-      std::rotate(each, each + 1, tracks.end());
+      const auto isLessFar = [](std::chrono::microseconds played, const LaneTrack& other) {
+        return played < other.track->ordering.played;
+      };
+      const auto played = each->track->ordering.played;
+      std::rotate(each, each + 1, std::upper_bound(each + 1, tracks.end(), played, isLessFar));
       return job;
     }
   }
@@ -71,25 +79,40 @@ std::optional<Job> OrderSchedule::TryNext(Lane& lane, int connection, Clock::tim
 std::optional<Job> OrderSchedule::Take(PlayingTrack& track, Clock::time_point& wakeUp) {
   PlayingTrack::Ordering& ordering = track.ordering;
   Job job = {&track, ordering.next,
-             track.facts.BytesOf(track.facts.sequence.SampleAt(ordering.next)), false};
+             track.facts.BytesOf(track.facts.sequence.SampleAt(ordering.next)), false,
+             Clock::now()};
   if (ordering.clockStart) {
-    const Clock::time_point now = Clock::now();
     const Clock::time_point earliest = DueTime(track, ordering.next - ordering.window);
-    if (earliest > now) {
+    if (earliest > job.time) {
       wakeUp = std::min(wakeUp, earliest);
       return std::nullopt;
     }
-    job.isLate = DueTime(track, ordering.next + 1) <= now;
+    job.isLate = IsTooLate(track, job.time);
   }
   const bool hasRoom = waitingBytes_ == 0 || waitingBytes_ + job.bytes <= limits_.waitingBytes;
   if (job.isLate)
     job.bytes = 0;
   else if (ordering.waiting >= ordering.window || !hasRoom)
     return std::nullopt;
+  ordering.played += track.facts.PlayTime(ordering.next + 1) - track.facts.PlayTime(ordering.next);
   ++ordering.next;
   ++ordering.waiting;
   waitingBytes_ += job.bytes;
   return job;
+}
+
+bool OrderSchedule::IsTooLate(PlayingTrack& track, Clock::time_point now) {
+  PlayingTrack::Ordering& ordering = track.ordering;
+  const Clock::time_point due = DueTime(track, ordering.next);
+  ordering.isBehind |= due <= now;
+  // Half as early as an order may be at most.
+  const Clock::duration most = (due - DueTime(track, ordering.next - ordering.window)) / 2;
+  const Clock::duration early = std::max<Clock::duration>(ordering.catchUp, kLeastCatchUp);
+  if (ordering.isBehind && due - now < std::min(early, most))
+    return true;
+  if (std::exchange(ordering.isBehind, false))
+    ordering.resumed = ordering.next;
+  return false;
 }
 
 bool OrderSchedule::HasOrders(const Lane& lane, int connection) const {
@@ -114,16 +137,31 @@ std::optional<int64_t> OrderSchedule::Close(PlayingTrack& track) {
   return track.ordering.next;
 }
 
-bool OrderSchedule::PictureIsInTime(PlayingTrack& track, int64_t position) {
+// Pictures that were ordered before the track last caught up are told no news.
+Clock::duration OrderSchedule::Lateness(const Job& job) {
   const Clock::time_point now = Clock::now();
   const std::lock_guard<std::mutex> lock(access_);
   if (!limits_.realtime)
-    return true;
-  if (!track.ordering.clockStart) {
-    track.ordering.clockStart = now + kPreroll - track.facts.PlayTime(position);
+    return {};
+  PlayingTrack::Ordering& ordering = job.track->ordering;
+  if (!ordering.clockStart) {
+    ordering.clockStart = now + kPreroll - job.track->facts.PlayTime(job.position);
     Changed();
   }
-  return now <= DueTime(track, position);
+  const Clock::duration lateness = now - DueTime(*job.track, job.position);
+  if (lateness > Clock::duration() && job.position >= ordering.resumed) {
+    ordering.isBehind = true;
+    ordering.catchUp = now - job.time;
+  }
+  return std::max(lateness, Clock::duration());
+}
+
+bool OrderSchedule::HasPassed(const Job& job) {
+  const std::lock_guard<std::mutex> lock(access_);
+  if (!job.track->ordering.clockStart || DueTime(*job.track, job.position) > Clock::now())
+    return false;
+  job.track->ordering.isBehind |= job.position >= job.track->ordering.resumed;
+  return true;
 }
 
 Clock::time_point OrderSchedule::DueTime(const PlayingTrack& track, int64_t position) {

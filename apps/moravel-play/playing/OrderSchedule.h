@@ -14,15 +14,18 @@ namespace Moravel::Play {
 // One sample that is to be ordered.
 struct Job {
   PlayingTrack* track = nullptr;
-  int64_t position = 0;  // in the track's play sequence
-  int64_t bytes = 0;     // that it will hold while it waits
-  bool isLate = false;   // its time has passed: it is not to be asked for
+  int64_t position = 0;         // in the track's play sequence
+  int64_t bytes = 0;            // that it will hold while it waits
+  bool isLate = false;          // it would come too late: it is not to be asked for
+  Clock::time_point time = {};  // of the order
 };
 
-// Says which sample each connection orders next: one of each track in turn, in the order of its
-// play sequence, as far ahead as the track's window and the bytes allow that may wait in all tracks
-// together. In real time, nothing is ordered earlier than it would be by a player that shows the
-// pictures, and what comes too late is dropped, so that the newest position is ordered.
+// Says which sample each connection orders next: one of the track that is the least far in its
+// time, so that all play at the same speed, in the order of its play sequence, as far ahead as the
+// track's window and the bytes allow that may wait in all tracks together. In real time, nothing is
+// ordered earlier than it would be by a player that shows the pictures. A track whose pictures come
+// too late catches up: what is due soon is dropped, and orders go on where their pictures can be in
+// time.
 //
 // The tracks of a lane share its connections. Any thread may call anything.
 class OrderSchedule {
@@ -52,8 +55,10 @@ class OrderSchedule {
   std::optional<int64_t> Close(PlayingTrack& track);
 
   // Real time: the track's first picture is there, and its clock starts, half a second before that
-  // is due. Later ones: whether the picture came in time.
-  bool PictureIsInTime(PlayingTrack& track, int64_t position);
+  // is due. Later ones: how much too late the picture came, zero when in time.
+  Clock::duration Lateness(const Job& job);
+  // Real time: whether the picture cannot come in time any more.
+  bool HasPassed(const Job& job);
 
  private:
   struct LaneTrack {
@@ -62,11 +67,12 @@ class OrderSchedule {
   };
   struct Lane {
     int openers = 0;
-    std::vector<LaneTrack> tracks;  // such as have orders left, the one that is next first
+    std::vector<LaneTrack> tracks;  // such as have orders left, the least far in its time first
   };
 
   std::optional<Job> TryNext(Lane& lane, int connection, Clock::time_point& wakeUp);
   std::optional<Job> Take(PlayingTrack& track, Clock::time_point& wakeUp);
+  static bool IsTooLate(PlayingTrack& track, Clock::time_point now);
   bool HasOrders(const Lane& lane, int connection) const;
   static Clock::time_point DueTime(const PlayingTrack& track, int64_t position);
   void Changed();

@@ -59,8 +59,13 @@ std::vector<ConnectionPlan> PlanConnections(const NamedTracks& named, const Opti
       const size_t connections = options.order == Order::Random ? wanted : std::min(wanted, count);
       statistics->connections += static_cast<int>(connections);
       std::vector<ConnectionPlan> ofLane(connections);
-      for (size_t i = 0; i < connections; ++i)
-        ofLane[i] = {lane, static_cast<int>(i), static_cast<int>(connections), {}, statistics};
+      const auto all = std::make_shared<ServingConnections>();
+      all->count = static_cast<int>(connections);
+      for (size_t i = 0; i < connections; ++i) {
+        const auto own = std::make_shared<ServingConnections>();
+        ofLane[i] = {lane, static_cast<int>(i), static_cast<int>(connections),
+                     {},   statistics,          options.order == Order::Random ? all : own};
+      }
       for (size_t i = 0; i < count; ++i)
         ofLane[i % connections].toOpen.push_back(tracks[first + i]);
       plans.insert(plans.end(), ofLane.begin(), ofLane.end());

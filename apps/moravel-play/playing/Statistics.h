@@ -83,6 +83,20 @@ struct WorkerStatistics {
   TimeSum writing;
 };
 
+// The connections that may serve a track: its own one, or at random all of its lane.
+struct ServingConnections {
+  int count = 1;
+  TimeSum asking;  // and pausing after failures
+};
+
+// How much time had been spent until then, by all that a track shares with others.
+struct Moment {
+  Clock::time_point time;
+  double asking = 0;
+  double decoding = 0;
+  double writing = 0;
+};
+
 // What became of one track. The counters may be read at any time, the rest when the threads that
 // write it have ended.
 struct TrackStatistics {
@@ -97,15 +111,14 @@ struct TrackStatistics {
   TimeSum asking;  // from orders to answers
   std::mutex ordersAccess;
   LatencyHistogram latency;
-  std::optional<Clock::time_point> firstOrder;
-  Clock::time_point lastAnswer;
+  std::optional<Moment> begin;  // the first order
+  Moment end;                   // the last answer, or picture
 
   // Written by the decode workers.
   std::atomic<int64_t> samplesDone = 0;
   std::atomic<int64_t> playTicks = 0;  // that these last, without those that were dropped
   std::atomic<int64_t> late = 0;       // pictures that came after their time
   TimeSum decoding;
-  std::atomic<Clock::time_point> lastDone = Clock::time_point();
   std::deque<SizeStatistics> sizes;  // as the track's sizes
 
   Losses losses;

@@ -33,8 +33,7 @@ double LinkRate(const TrackStatistics& statistics) {
 }
 
 Verdict Judge(const PlayingTrack& track, const Outcome& outcome) {
-  return Judge(track, outcome.workers, outcome.options.jobs, outcome.seconds,
-               outcome.options.realtime);
+  return Judge(track, outcome.options.jobs, outcome.options.realtime);
 }
 
 template <typename... Values>

@@ -27,21 +27,19 @@ std::string Share(double share) {
 }
 
 double OwnSeconds(const TrackStatistics& statistics) {
-  if (!statistics.firstOrder)
+  if (!statistics.begin)
     return 0;
-  const Clock::time_point end = std::max(statistics.lastAnswer, statistics.lastDone.load());
-  return std::chrono::duration<double>(end - *statistics.firstOrder).count();
+  return std::chrono::duration<double>(statistics.end.time - statistics.begin->time).count();
 }
 
-void FindLimit(const PlayingTrack& track, const WorkerStatistics& workers, int jobs, double seconds,
-               Verdict& verdict) {
-  const ServerStatistics& server = *track.server;
-  const double asking = server.asking.Seconds() + server.pausing.Seconds();
-  // Of all the time: a connection that has brought its last sample holds up nobody.
-  const double ofConnections = asking / std::max(1e-9, seconds * server.connections);
-  const double ofWorkers = std::max(1e-9, seconds * jobs);
-  const double decoding = workers.decoding.Seconds() / ofWorkers;
-  const double writing = workers.writing.Seconds() / ofWorkers;
+// Of the track's time alone: what went on before and after it held it up not.
+void FindLimit(const PlayingTrack& track, int jobs, Verdict& verdict) {
+  const Moment& begin = *track.statistics.begin;
+  const Moment& end = track.statistics.end;
+  const double ofConnections =
+      (end.asking - begin.asking) / (verdict.seconds * track.serving->count);
+  const double decoding = (end.decoding - begin.decoding) / (verdict.seconds * jobs);
+  const double writing = (end.writing - begin.writing) / (verdict.seconds * jobs);
   if (ofConnections >= std::max(decoding, writing)) {
     verdict.limit = Verdict::Limit::Server;
     verdict.limitShare = ofConnections;
@@ -86,8 +84,7 @@ std::string RealtimeText(const TrackStatistics& statistics) {
 
 }  // namespace
 
-Verdict Judge(const PlayingTrack& track, const WorkerStatistics& workers, int jobs, double seconds,
-              bool realtime) {
+Verdict Judge(const PlayingTrack& track, int jobs, bool realtime) {
   const TrackStatistics& statistics = track.statistics;
   const double playSeconds = static_cast<double>(statistics.playTicks) /
                              static_cast<double>(Time::TimePoint::kTicksPerSecond);
@@ -107,7 +104,7 @@ Verdict Judge(const PlayingTrack& track, const WorkerStatistics& workers, int jo
   const std::string rateText = NeededText(track.facts, verdict.neededPerSecond);
   verdict.plays = isPaced || (!realtime && verdict.speed >= 1);
   if (!verdict.plays)
-    FindLimit(track, workers, jobs, seconds, verdict);
+    FindLimit(track, jobs, verdict);
   if (realtime) {
     verdict.text = (verdict.plays ? "plays at " : "does not play at ") + rateText + ": " +
                    RealtimeText(statistics);

@@ -16,12 +16,11 @@ struct Verdict {
   double speed = 0;             // the one in terms of the other; 0: too little to tell
   bool plays = false;
   Limit limit = Limit::None;  // of those that do not play
-  double limitShare = 0;      // of the time, 0 to 1
+  double limitShare = 0;      // of those seconds, 0 to 1
   std::string text;           // one line
 };
 
-Verdict Judge(const PlayingTrack& track, const WorkerStatistics& workers, int jobs, double seconds,
-              bool realtime);
+Verdict Judge(const PlayingTrack& track, int jobs, bool realtime);
 
 // "server" and so on.
 const char* NameOf(Verdict::Limit limit);

@@ -15,7 +15,7 @@ enum class PictureState {
   Undecodable,  // was read, but no picture came of it
   Missing,      // the track holds nothing at that time
   Unreadable,   // the server did not give it
-  Late,         // its time had passed before it could be asked for
+  Late,         // it would have come after its time
 };
 
 // "damaged" and so on, as reports say it.

@@ -44,12 +44,21 @@ const char* MeaningOf(int status) {
   switch (status) {
     case 200:
       return "the whole file, it serves no byte ranges";
+    case 204:
+      return "the track is empty";
     case 401:
     case 403:
       return "it does not allow this track to be read";
     case 404:
     case 410:
       return "it has no such track";
+    case 408:
+    case 504:
+      return "it took too long, try again";
+    case 429:
+      return "it was asked too often, try again later";
+    case 503:
+      return "it is too busy or down for a while, try again later";
     default:
       return status >= 500 ? "it failed, its log may say why" : nullptr;
   }
@@ -98,8 +107,9 @@ std::optional<HttpResponse::ContentRange> HttpResponse::ParseContentRange(std::s
 
 HttpResponse::ContentRange HttpResponse::Content(const ByteRange& asked) const {
   if (status == 416)
-    throw QELRuntimeError("server answered 416: the file is empty or ends before byte " +
-                          std::to_string(asked.offset));
+    throw QELRuntimeError(
+        "server answered 416: the file " +
+        (asked.offset == 0 ? "is empty" : "ends before byte " + std::to_string(asked.offset)));
   if (status == 206) {
     const auto content = ParseContentRange(contentRange);
     if (content && content->total > kMaxFileBytes) {
@@ -118,9 +128,8 @@ HttpResponse::ContentRange HttpResponse::Content(const ByteRange& asked) const {
     return {{0, *length}, *length};  // the whole file was asked for
   if (const char* const meaning = MeaningOf(status))
     throw QELRuntimeError(QEL_TEXT("server answered " << status << ": " << meaning));
-  throw QELRuntimeError(QEL_TEXT("server answered "
-                                 << status << " where 206 Partial Content of bytes " << asked.Text()
-                                 << " was asked for"));
+  throw QELRuntimeError(QEL_TEXT("server answered " << status << " where 206 and bytes "
+                                                    << asked.Text() << " were asked for"));
 }
 
 FileVersion HttpResponse::CheckFirst(const ByteRange& asked) const {
