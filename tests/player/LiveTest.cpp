@@ -131,6 +131,16 @@ TEST_F(Live, APlaybackFindsWhatItNeedsNext) {
   EXPECT_LE(figures.reads, 2 * (60 + 1 + 24 + 1));
 }
 
+TEST_F(Live, APlaybackThatFellBehindReadsNothingThatItPassed) {
+  Open({.connections = 1});
+  auto stalled = OrderThatStalls(10, Kind::Play);
+  auto later = Order(200, Kind::Play);
+  server_.ReleaseStalls();
+  EXPECT_EQ(NumberOf(later.get()), 200);
+  EXPECT_EQ(NumberOf(stalled.get()), 10);
+  EXPECT_FALSE(Order(20).get().cached);
+}
+
 TEST_F(Live, WhatWasSeenStaysWithinTheBudget) {
   const auto sampleBytes = static_cast<int64_t>(clip_.samples[0].size());
   Open({.cacheBytes = 200 * (sampleBytes + 1000)});

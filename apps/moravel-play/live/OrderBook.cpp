@@ -72,6 +72,18 @@ void OrderBook::AddAhead(const LiveOrder& order, const Track& track, int64_t sam
   entry.isNearby = false;
 }
 
+void OrderBook::DropPassed(const LiveOrder& order) {
+  const auto isPassed = [&](const SampleKey& key, const Entry& entry) {
+    return key.track == order.key.track && (order.key.sample - key.sample) * order.step > 0 &&
+           entry.ahead && entry.ahead->lane == order.lane;
+  };
+  for (auto& [key, entry] : entries_) {
+    if (isPassed(key, entry))
+      entry.ahead.reset();
+  }
+  EraseForgotten();
+}
+
 void OrderBook::AddNearby(const Track& track, int64_t sample) {
   if (!Holds({track.index, sample}))
     Enter(track, sample, kNearbyPriority).isNearby = true;
@@ -90,7 +102,7 @@ PendingPictureList OrderBook::DropStale(const LiveOrder& newer) {
   PendingPictureList stale;
   for (auto& [key, entry] : entries_)
     entry.DropStale(newer, entry.isReading ? entry.outdated : stale);
-  std::erase_if(entries_, [](const auto& known) { return known.second.IsForgotten(); });
+  EraseForgotten();
   return stale;
 }
 
@@ -103,6 +115,10 @@ void OrderBook::Entry::DropStale(const LiveOrder& newer, PendingPictureList& sta
   if (ahead && newer.Supersedes(*ahead))
     ahead.reset();
   isNearby = isNearby && newer.kind == Kind::Thumbnail;
+}
+
+void OrderBook::EraseForgotten() {
+  std::erase_if(entries_, [](const auto& known) { return known.second.IsForgotten(); });
 }
 
 void OrderBook::DropAhead() {

@@ -28,6 +28,8 @@ class OrderBook {
   PendingPictureList Add(PendingPicturePtr picture, const Track& track);
   // A sample of the order's lane that will be wanted next; stale when the order is.
   void AddAhead(const LiveOrder& order, const Track& track, int64_t sample, int32_t priority);
+  // A playback is there now: forgets what was to be fetched ahead of it before that.
+  void DropPassed(const LiveOrder& order);
   // A sample near to what is looked at. Forgotten with the next order to show or to play.
   void AddNearby(const Track& track, int64_t sample);
 
@@ -85,6 +87,7 @@ class OrderBook {
 
   Entry& Enter(const Track& track, int64_t sample, int32_t priority);
   bool IsStale(const LiveOrder& order) const;
+  void EraseForgotten();
 
   std::map<SampleKey, Entry> entries_;
 };

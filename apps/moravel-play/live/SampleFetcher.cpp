@@ -135,6 +135,7 @@ int64_t SampleFetcher::MaxAhead() const {
 }
 
 void SampleFetcher::AddAhead(Line& line, const LiveOrder& order, const Track& track) {
+  line.book.DropPassed(order);
   const int64_t ahead = MaxAhead();
   for (int64_t i = 1; i <= ahead; ++i) {
     const SampleKey key{order.key.track, order.key.sample + i * order.step};

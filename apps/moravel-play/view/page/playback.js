@@ -5,6 +5,7 @@ import {fetchPicture} from "./pictures.js";
 const mostPicturesPerSecond = 50;
 const mostUnderWay = 4;
 const mostReady = 8;
+const readyAtStart = 6;
 const longestPause = 1000;  // milliseconds
 
 export class Playback {
@@ -25,7 +26,7 @@ export class Playback {
     const step = Math.sign(speed) * Math.max(1, Math.ceil(rate * Math.abs(speed) / mostPicturesPerSecond - 1e-6));
     const due = speed > 0 ? time : shown => time(shown + 1);  // backward, a picture begins with its end
     const run = {count, due, speed, each, now: null, generation, step, next: picture + step, last: picture, ready: new Map(),
-                 underWay: 0, anchor: null, failed: null};
+                 underWay: 0, lag: 0, anchor: null, failed: null};
     this.stop();
     this.running = run;
     this.fill(run);
@@ -50,11 +51,13 @@ export class Playback {
 
   async fetch(run, picture) {
     ++run.underWay;
+    const since = performance.now();
     const answer = await fetchPicture({...this.make(picture), kind: "play", lane: "picture",
                                        step: Math.sign(run.step) * Math.ceil(Math.abs(run.step) / run.each),
                                        generation: run.generation});
     const bitmap = answer.picture && run === this.running ? await createImageBitmap(answer.picture) : null;
     --run.underWay;
+    run.lag += (performance.now() - since - run.lag) / 4;
     if (run !== this.running) {
       bitmap?.close();
       return;
@@ -74,7 +77,7 @@ export class Playback {
       run.anchor.now += now - run.now;
     run.now = now;
     const isOver = run.next < 0 || run.next >= run.count;
-    if (run.anchor === null && (run.ready.size >= 2 || isOver))
+    if (run.anchor === null && (run.ready.size >= readyAtStart || isOver))
       run.anchor = {now, time: run.due(run.last)};
     if (run.anchor !== null)
       this.drawUntil(run, run.anchor.time + (now - run.anchor.now) / 1000 * run.speed);
@@ -86,11 +89,12 @@ export class Playback {
     requestAnimationFrame(later => this.tick(run, later));
   }
 
-  // One that comes when a later one is shown already is left out, too.
+  // One that comes when a later one is shown already is left out; what would come too late is not
+  // even ordered.
   drawUntil(run, time) {
-    const isDue = picture => (run.due(picture) - time) * run.step <= 0;
+    const isDue = (picture, then) => (run.due(picture) - then) * run.step <= 0;
     const isPassed = picture => (picture - run.last) * run.step <= 0;
-    const due = [...run.ready.keys()].filter(isDue).sort((a, b) => (a - b) * run.step);
+    const due = [...run.ready.keys()].filter(picture => isDue(picture, time)).sort((a, b) => (a - b) * run.step);
     const shown = due.filter(picture => !isPassed(picture)).at(-1);
     let late = due.length - (shown === undefined ? 0 : 1);
     for (const picture of due) {
@@ -102,7 +106,8 @@ export class Playback {
       }
       bitmap?.close();
     }
-    for (; isDue(run.next) && run.next + run.step >= 0 && run.next + run.step < run.count; ++late)
+    const soonest = run.ready.size === 0 ? time + run.lag / 1000 * run.speed : time;
+    for (; isDue(run.next, soonest) && run.next + run.step >= 0 && run.next + run.step < run.count; ++late)
       run.next += run.step;
     this.late(late);
     this.fill(run);
