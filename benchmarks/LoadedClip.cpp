@@ -21,9 +21,12 @@ class LocalFile : public qel::IFileBytes {
       : size_(static_cast<int64_t>(std::filesystem::file_size(path))),
         stream_(path, std::ios::binary) {}
   int64_t Size() const override { return size_; }
-  void ReadAt(int64_t offset, std::span<uint8_t> bytes) override {
-    stream_.seekg(offset);
-    stream_.read(reinterpret_cast<char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
+  void ReadAll(std::span<const qel::FilePart> parts) override {
+    for (const auto& [offset, bytes] : parts) {
+      stream_.seekg(offset);
+      stream_.read(reinterpret_cast<char*>(bytes.data()),
+                   static_cast<std::streamsize>(bytes.size()));
+    }
   }
   qel::ReadCost Cost() const override { return {}; }
 

@@ -14,10 +14,12 @@ class MemoryBytes : public qel::IFileBytes {
  public:
   explicit MemoryBytes(std::span<const uint8_t> bytes) : bytes_(bytes) {}
   int64_t Size() const override { return static_cast<int64_t>(bytes_.size()); }
-  void ReadAt(int64_t offset, std::span<uint8_t> bytes) override {
-    Moravel::Fuzz::Require(offset >= 0 && offset + static_cast<int64_t>(bytes.size()) <= Size(),
-                           "reads inside");
-    std::copy_n(bytes_.begin() + offset, bytes.size(), bytes.begin());
+  void ReadAll(std::span<const qel::FilePart> parts) override {
+    for (const auto& [offset, bytes] : parts) {
+      Moravel::Fuzz::Require(offset >= 0 && offset + static_cast<int64_t>(bytes.size()) <= Size(),
+                             "reads inside");
+      std::copy_n(bytes_.begin() + offset, bytes.size(), bytes.begin());
+    }
   }
   qel::ReadCost Cost() const override { return {}; }
 

@@ -14,11 +14,13 @@ struct CountedFile : qel::IFileBytes {
   explicit CountedFile(const std::filesystem::path& file)
       : in(file, std::ios::binary), size(static_cast<int64_t>(std::filesystem::file_size(file))) {}
   int64_t Size() const override { return size; }
-  void ReadAt(int64_t offset, std::span<uint8_t> bytes) override {
-    ++reads;
-    bytesRead += static_cast<int64_t>(bytes.size());
-    in.seekg(offset);
-    in.read(reinterpret_cast<char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
+  void ReadAll(std::span<const qel::FilePart> parts) override {
+    for (const auto& [offset, bytes] : parts) {
+      ++reads;
+      bytesRead += static_cast<int64_t>(bytes.size());
+      in.seekg(offset);
+      in.read(reinterpret_cast<char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
+    }
   }
   qel::ReadCost Cost() const override { return {reads, bytesRead}; }
 

@@ -50,27 +50,34 @@ void AviIndexes::ReadOpenDml(std::span<const uint8_t> index) {
 void AviIndexes::ReadIndexOfIndexes(std::span<const uint8_t> entries, uint32_t count) {
   constexpr size_t kEntry = 16;
   ByteReader reader(entries, "index");
+  std::vector<FileRange> parts;
+  std::string problem;
   for (uint32_t i = 0; i < count; ++i) {
     if (reader.Left() < kEntry) {
-      problems_.push_back(QEL_TEXT("the index has " << i << " of its " << count << " parts"));
-      return;
+      problem = QEL_TEXT("the index has " << i << " of its " << count << " parts");
+      break;
     }
     const uint64_t offset = reader.Little64();
     const int64_t size = reader.Little32();
     reader.Skip(4);
     if (offset + kChunkHeaderBytes > static_cast<uint64_t>(file_.Size()) ||
         offset > INT64_MAX / 2) {
-      problems_.push_back(QEL_TEXT("part " << i + 1 << " of the index's " << count
-                                           << " is said to lie at byte " << offset
-                                           << ", behind the end of the file"));
-      return;
+      problem =
+          QEL_TEXT("part " << i + 1 << " of the index's " << count << " is said to lie at byte "
+                           << offset << ", behind the end of the file");
+      break;
     }
-    ReadIndexChunk(static_cast<int64_t>(offset), size);
+    const auto begin = static_cast<int64_t>(offset);
+    parts.push_back({begin, begin + std::max(size, kChunkHeaderBytes)});
   }
+  file_.FetchAll(parts);
+  for (const FileRange& part : parts)
+    ReadIndexChunk(part.offset);
+  if (!problem.empty())
+    problems_.push_back(problem);
 }
 
-void AviIndexes::ReadIndexChunk(int64_t offset, int64_t size) {
-  file_.Fetch(offset, offset + std::max(size, kChunkHeaderBytes));
+void AviIndexes::ReadIndexChunk(int64_t offset) {
   std::array<uint8_t, kChunkHeaderBytes> header{};
   file_.ReadExactly(offset, header);
   ByteReader reader(header, "index");
@@ -84,9 +91,7 @@ void AviIndexes::ReadIndexChunk(int64_t offset, int64_t size) {
   entryBytes_ += length;
   if (entryBytes_ > file_.Size())
     throw QELRuntimeError("its index refers to the same bytes over and over");
-  std::vector<uint8_t> index(static_cast<size_t>(length));
-  file_.ReadExactly(content, index);
-  ReadEntries(index);
+  ReadEntries(file_.Content(content, length));
 }
 
 // Entries of the fields of a picture have a third number, where the second field lies in it.
@@ -132,7 +137,7 @@ int64_t AviIndexes::FindBase(const OldEntry& entry, int64_t movi) {
 }
 
 void AviIndexes::ReadOld(int64_t offset, int64_t size, int64_t movi) {
-  constexpr int64_t kEntriesAtOnce = int64_t{1} << 20;
+  constexpr int64_t kEntriesAtOnce = int64_t{1} << 18;
   AviIndexes old(file_, stream_);
   std::optional<int64_t> base;
   std::vector<uint8_t> bytes;

@@ -45,7 +45,7 @@ class AviIndexes {
 
   void Add(int64_t payload, uint32_t size);
   void ReadIndexOfIndexes(std::span<const uint8_t> entries, uint32_t count);
-  void ReadIndexChunk(int64_t offset, int64_t size);
+  void ReadIndexChunk(int64_t offset);
   void ReadEntries(std::span<const uint8_t> index);
   int64_t FindBase(const OldEntry& entry, int64_t movi);
   bool IsOfStream(const std::string& name) const;

@@ -159,10 +159,7 @@ class AviFile {
   }
 
   std::vector<uint8_t> ContentOf(const Chunk& chunk) {
-    std::vector<uint8_t> content(
-        static_cast<size_t>(std::min(chunk.size, file_.Size() - chunk.content)));
-    file_.ReadExactly(chunk.content, content);
-    return content;
+    return file_.Content(chunk.content, std::min(chunk.size, file_.Size() - chunk.content));
   }
 
   // Up to the pictures.

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <deque>
 #include <utility>
 
 #include "qel/WorkflowStepImplementation.h"
@@ -14,6 +15,9 @@ namespace {
 constexpr int64_t kHeadBytes = 16 << 10;
 // Enough for the index of two or three minutes.
 constexpr int64_t kEndBytes = 64 << 10;
+
+// Requests for parts of an index under way.
+constexpr size_t kMostAtOnce = 16;
 
 // Fills a block of memory.
 class BlockReceiver : public IRangeReceiver {
@@ -77,11 +81,19 @@ ReadCost HttpFile::Cost() const {
   return {cost_.requests + 1, cost_.bytes + static_cast<int64_t>(end_->bytes.size())};
 }
 
+FilePart HttpFile::WithoutHead(FilePart part) const {
+  const int64_t inHead = std::clamp<int64_t>(static_cast<int64_t>(head_.size()) - part.offset, 0,
+                                             static_cast<int64_t>(part.bytes.size()));
+  if (inHead > 0)
+    std::memcpy(part.bytes.data(), head_.data() + part.offset, static_cast<size_t>(inHead));
+  return {part.offset + inHead, part.bytes.subspan(static_cast<size_t>(inHead))};
+}
+
 // Not every server knows what the last bytes are: without them, or when they are another version's,
 // those that are wanted are asked for by their place, and what is wrong is told then.
-bool HttpFile::ReadEnd(int64_t offset, std::span<uint8_t> bytes) {
+bool HttpFile::ReadEnd(const FilePart& part) {
   const int64_t begin = ByteRange::Last(kEndBytes).Inside(Size()).offset;
-  if (!end_ || offset < begin)
+  if (!end_ || part.offset < begin)
     return false;
   try {
     end_->transfer.Receive(openUntil_);
@@ -92,28 +104,45 @@ bool HttpFile::ReadEnd(int64_t offset, std::span<uint8_t> bytes) {
   }
   if (end_->transfer.Version() != version_)
     return false;
-  std::memcpy(bytes.data(), end_->bytes.data() + (offset - begin), bytes.size());
+  std::memcpy(part.bytes.data(), end_->bytes.data() + (part.offset - begin), part.bytes.size());
   return true;
 }
 
-void HttpFile::ReadAt(int64_t offset, std::span<uint8_t> bytes) {
-  const int64_t inHead = std::clamp<int64_t>(static_cast<int64_t>(head_.size()) - offset, 0,
-                                             static_cast<int64_t>(bytes.size()));
-  if (inHead > 0)
-    std::memcpy(bytes.data(), head_.data() + offset, static_cast<size_t>(inHead));
-  bytes = bytes.subspan(static_cast<size_t>(inHead));
-  offset += inHead;
-  if (bytes.empty() || ReadEnd(offset, bytes))
-    return;
-  cost_.bytes += static_cast<int64_t>(bytes.size());
+void HttpFile::CountRequest(int64_t bytes) {
+  cost_.bytes += bytes;
   if (++cost_.requests > kMaxIndexRequests) {
     throw QELRuntimeError(QEL_TEXT(
         "the index takes more than the "
         << kMaxIndexRequests
         << " requests allowed: \"ffmpeg -i FILE -c copy OUT.mov\" writes it into one place"));
   }
-  BlockReceiver receiver(bytes);
-  Start({offset, static_cast<int64_t>(bytes.size())}, receiver)->Receive(openUntil_);
+}
+
+void HttpFile::ReadAll(std::span<const FilePart> parts) {
+  struct Reading {
+    Reading(HttpFile& file, const FilePart& part)
+        : receiver(part.bytes),
+          transfer(file.Start({part.offset, static_cast<int64_t>(part.bytes.size())}, receiver)) {}
+
+    BlockReceiver receiver;
+    const std::unique_ptr<HttpTransfer> transfer;
+  };
+  std::deque<Reading> readings;
+  const auto receiveFirst = [&] {
+    readings.front().transfer->Receive(openUntil_);
+    readings.pop_front();
+  };
+  for (const FilePart& wanted : parts) {
+    const FilePart part = WithoutHead(wanted);
+    if (part.bytes.empty() || ReadEnd(part))
+      continue;
+    if (readings.size() == kMostAtOnce)
+      receiveFirst();
+    CountRequest(static_cast<int64_t>(part.bytes.size()));
+    readings.emplace_back(*this, part);
+  }
+  while (!readings.empty())
+    receiveFirst();
 }
 
 std::unique_ptr<HttpTransfer> HttpFile::Start(const ByteRange& range, IRangeReceiver& receiver) {

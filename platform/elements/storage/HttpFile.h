@@ -35,7 +35,7 @@ class HttpFile : public IFileBytes {
   const FileVersion& Version() const { return version_; }
   int64_t Size() const override { return version_.size; }
   // For the index: within the time that opening may take, and the number of requests.
-  void ReadAt(int64_t offset, std::span<uint8_t> bytes) override;
+  void ReadAll(std::span<const FilePart> parts) override;
   // Since Open.
   ReadCost Cost() const override;
 
@@ -49,7 +49,9 @@ class HttpFile : public IFileBytes {
  private:
   struct Part;
 
-  bool ReadEnd(int64_t offset, std::span<uint8_t> bytes);
+  FilePart WithoutHead(FilePart part) const;
+  bool ReadEnd(const FilePart& part);
+  void CountRequest(int64_t bytes);
 
   HttpClient& client_;
   const CurlUrl url_;

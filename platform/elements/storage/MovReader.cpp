@@ -215,9 +215,7 @@ class MovFile {
                                                          << " bytes, at most " << mostBytes
                                                          << " are read"));
     }
-    std::vector<uint8_t> content(static_cast<size_t>(box.end - box.content));
-    file_.Read(box.content, content);
-    return content;
+    return file_.Content(box.content, box.end - box.content);
   }
 
   void FindHeader() {

@@ -34,25 +34,42 @@ void ReadAheadCache::Count(int64_t bytes) {
   }
 }
 
-void ReadAheadCache::FetchMissing(int64_t offset, int64_t end) {
-  Count(end - offset);
-  std::vector<uint8_t> block(static_cast<size_t>(end - offset));
-  file_.ReadAt(offset, block);
-  lastEnd_ = end;
-  blocks_.emplace(offset, std::move(block));
+// Makes room for what is not there yet, which is to be read into the parts.
+void ReadAheadCache::AddMissing(FileRange range, std::vector<FilePart>& parts) {
+  range.end = std::min(range.end, Size());
+  while (range.offset < range.end) {
+    if (const auto held = Held(range.offset); !held.empty()) {
+      range.offset += static_cast<int64_t>(held.size());
+      continue;
+    }
+    const auto next = blocks_.upper_bound(range.offset);
+    const int64_t end = next == blocks_.end() ? range.end : std::min(range.end, next->first);
+    Count(end - range.offset);
+    std::vector<uint8_t> block(static_cast<size_t>(end - range.offset));
+    parts.push_back({range.offset, block});
+    blocks_.emplace(range.offset, std::move(block));
+    range.offset = end;
+  }
 }
 
 void ReadAheadCache::Fetch(int64_t offset, int64_t end) {
-  end = std::min(end, Size());
-  while (offset < end) {
-    if (const auto held = Held(offset); !held.empty()) {
-      offset += static_cast<int64_t>(held.size());
-      continue;
+  std::vector<FilePart> parts;
+  AddMissing({offset, end}, parts);
+  file_.ReadAll(parts);
+  lastEnd_ = end;
+}
+
+void ReadAheadCache::FetchAll(std::span<const FileRange> ranges) {
+  for (auto range = ranges.begin(); range != ranges.end();) {
+    std::vector<FilePart> parts;
+    for (int64_t bytes = 0; range != ranges.end() && bytes < kMaxReadAhead; ++range) {
+      const int64_t size = range->end - range->offset;
+      if (size > kMaxReadAhead)
+        continue;
+      AddMissing(*range, parts);
+      bytes += size;
     }
-    const auto next = blocks_.upper_bound(offset);
-    const int64_t missingEnd = next == blocks_.end() ? end : std::min(end, next->first);
-    FetchMissing(offset, missingEnd);
-    offset = missingEnd;
+    file_.ReadAll(parts);
   }
 }
 
@@ -65,7 +82,7 @@ std::span<const uint8_t> ReadAheadCache::At(int64_t offset) {
   readAhead_ = std::max(readAhead_, kFirstReadAhead);
   const auto next = blocks_.upper_bound(offset);
   const int64_t end = next == blocks_.end() ? Size() : next->first;
-  FetchMissing(offset, std::min(offset + readAhead_, end));
+  Fetch(offset, std::min(offset + readAhead_, end));
   return Held(offset);
 }
 
@@ -83,6 +100,17 @@ void ReadAheadCache::Read(int64_t offset, std::span<uint8_t> bytes) {
   }
   Count(static_cast<int64_t>(bytes.size()));
   file_.ReadAt(offset, bytes);
+}
+
+std::vector<uint8_t> ReadAheadCache::Content(int64_t offset, int64_t size) {
+  std::vector<uint8_t> content;
+  while (static_cast<int64_t>(content.size()) < size) {
+    const auto have = static_cast<int64_t>(content.size());
+    const int64_t more = std::min(size - have, std::max(have, kMaxReadAhead));
+    content.resize(static_cast<size_t>(have + more));
+    Read(offset + have, std::span(content).last(static_cast<size_t>(more)));
+  }
+  return content;
 }
 
 void ReadAheadCache::ReadExactly(int64_t offset, std::span<uint8_t> bytes) {
