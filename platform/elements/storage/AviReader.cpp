@@ -223,7 +223,7 @@ class AviFile {
 
   // Lies behind the pictures, mostly as the last of the file.
   void ReadOldIndex(AviIndexes& indexes) {
-    constexpr int64_t kTailBytes = int64_t{1} << 20;
+    constexpr int64_t kTailBytes = int64_t{4} << 20;
     if (file_.Size() - behindMovi_ <= kTailBytes)
       file_.Fetch(behindMovi_, file_.Size());
     int64_t offset = behindMovi_;

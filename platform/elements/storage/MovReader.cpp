@@ -18,7 +18,7 @@ namespace {
 constexpr int64_t kMaxTopLevelBoxes = 1'000'000;
 constexpr int64_t kMaxFragmentHeaderBytes = int64_t{16} << 20;
 // A header at the end of the file is read in one go with what lies around it.
-constexpr int64_t kTailBytes = int64_t{1} << 20;
+constexpr int64_t kTailBytes = int64_t{4} << 20;
 
 using Bytes = std::span<const uint8_t>;
 
@@ -196,7 +196,7 @@ class MovFile {
   std::optional<Box> NextBox() {
     if (file_.Size() - at_ < kBoxHeaderBytes || ++boxes_ > kMaxTopLevelBoxes)
       return std::nullopt;
-    if (at_ > kTailBytes && file_.Size() - at_ <= kTailBytes)
+    if (file_.Size() - at_ <= std::min(at_, kTailBytes))
       file_.Fetch(at_, file_.Size());
     const Box box = BoxAt(at_);
     at_ = box.end;
