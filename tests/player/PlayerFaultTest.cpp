@@ -140,7 +140,8 @@ TEST_F(PlayerFaults, WhatAFileAnnouncesTakesNoMemory) {
   mov.replace(mov.find("elst"), 4, "free");
   mov.replace(mov.find("stsc") + 16, 4, std::string("\0\x98\x96\x80", 4));
   WriteFile(file, mov);
-  const std::string output = UnderShell("ulimit -v 150000;", " probe --scan --json " + file, 3);
+  const std::string output =
+      UnderShell("export MALLOC_ARENA_MAX=1; ulimit -v 190000;", " probe --scan --json " + file, 3);
   const auto track = nlohmann::json::parse(output)["tracks"][0];
   EXPECT_EQ(track["samples"], 10'000'000);
   EXPECT_EQ(track["sample_bytes"]["p99"], 1024);
