@@ -56,7 +56,7 @@ class Live : public ::testing::Test {
   }
 
   // The server has got its request, and nothing of its answer comes.
-  std::future<LivePicture> OrderThatStalls(int64_t sample, Kind kind) {
+  std::future<LivePicture> OrderThatStalls(int64_t sample, Kind kind, int64_t step = 1) {
     const auto reading = std::make_shared<std::latch>(1);
     const auto first = std::make_shared<std::atomic<bool>>(true);
     server_.SetFaults([=](uint64_t) {
@@ -65,7 +65,7 @@ class Live : public ::testing::Test {
       reading->count_down();
       return Fault{.stall = Fault::Point{Fault::Part::Body, 9}};
     });
-    auto order = Order(sample, kind);
+    auto order = Order(sample, kind, step);
     reading->wait();
     return order;
   }
@@ -139,6 +139,27 @@ TEST_F(Live, APlaybackThatFellBehindReadsNothingThatItPassed) {
   EXPECT_EQ(NumberOf(later.get()), 200);
   EXPECT_EQ(NumberOf(stalled.get()), 10);
   EXPECT_FALSE(Order(20).get().cached);
+}
+
+TEST_F(Live, APlaybackIsReadInItsOrderWhicheverComesFirst) {
+  for (const int64_t step : {1, -1}) {
+    Open({.connections = 1});
+    constexpr int64_t kBegin = 200;
+    auto stalled = OrderThatStalls(kBegin, Kind::Play, step);
+    auto third = Order(kBegin + 3 * step, Kind::Play, step);
+    auto second = Order(kBegin + 2 * step, Kind::Play, step);
+    auto first = Order(kBegin + step, Kind::Play, step);
+    const auto requests = std::make_shared<std::atomic<int>>(0);
+    server_.SetFaults([=](uint64_t) {
+      return ++*requests == 1 ? Fault{} : Fault{.stall = Fault::Point{Fault::Part::Body, 0}};
+    });
+    server_.ReleaseStalls();
+    EXPECT_EQ(NumberOf(first.get()), kBegin + step);
+    server_.SetFaults({});
+    server_.ReleaseStalls();
+    EXPECT_EQ(NumberOf(second.get()), kBegin + 2 * step);
+    EXPECT_EQ(NumberOf(third.get()), kBegin + 3 * step);
+  }
 }
 
 TEST_F(Live, WhatWasSeenStaysWithinTheBudget) {

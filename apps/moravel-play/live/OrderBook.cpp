@@ -135,6 +135,27 @@ void OrderBook::TakeAll(PendingPictureList& pictures) {
   entries_.clear();
 }
 
+const LiveOrder* OrderBook::Entry::Playback() const {
+  if (!waiting.empty() && waiting.front()->Order().kind == Kind::Play)
+    return &waiting.front()->Order();
+  return ahead ? &*ahead : nullptr;
+}
+
+// Its orders come side by side, in any order.
+OrderBook::Entries::iterator OrderBook::FirstOfItsPlayback(Entries::iterator chosen) {
+  const LiveOrder* const playback = chosen->second.Playback();
+  if (playback == nullptr || !chosen->second.IsSequence())
+    return chosen;
+  for (auto known = entries_.begin(); known != entries_.end(); ++known) {
+    const LiveOrder* const other = known->second.Playback();
+    if (other != nullptr && other->lane == playback->lane && !known->second.isReading &&
+        known->first.track == chosen->first.track &&
+        (chosen->first.sample - known->first.sample) * playback->step > 0)
+      chosen = known;
+  }
+  return chosen;
+}
+
 std::optional<OrderBook::Read> OrderBook::Next(Reader reader) {
   const auto rank = [&](const Entry& entry) {
     return std::pair(reader == Reader::Sequence && !entry.IsSequence(), entry.order);
@@ -149,6 +170,7 @@ std::optional<OrderBook::Read> OrderBook::Next(Reader reader) {
   }
   if (next == entries_.end())
     return std::nullopt;
+  next = FirstOfItsPlayback(next);
   Entry& entry = next->second;
   entry.isReading = true;
   entry.readSince = Clock::now();

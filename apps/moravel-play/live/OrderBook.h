@@ -18,9 +18,9 @@ int32_t PriorityOf(LiveOrder::Kind kind, int32_t serial);
 // which one is to be read next, and which are not to be read any more. Used by one thread at a
 // time.
 //
-// The newest picture to show goes first, then playbacks in the order in which they came, then
-// thumbnails, then what lies near to what is looked at. A sample is read once, whoever waits for
-// it.
+// The newest picture to show goes first, then playbacks in the order in which they came, each from
+// the picture that is due first, then thumbnails, then what lies near to what is looked at. A
+// sample is read once, whoever waits for it.
 class OrderBook {
  public:
   // Enters an order that has its priority. Returns those that it makes stale, or the order itself
@@ -80,16 +80,20 @@ class OrderBook {
     PendingPictureList outdated;  // who waited when a newer order came while it was being read
 
     Wanted HowWanted() const;
+    const LiveOrder* Playback() const;  // null: of none
     bool IsSequence() const;
     bool IsForgotten() const { return !isReading && waiting.empty() && !ahead && !isNearby; }
     void DropStale(const LiveOrder& newer, PendingPictureList& stale);
   };
 
+  using Entries = std::map<SampleKey, Entry>;
+
+  Entries::iterator FirstOfItsPlayback(Entries::iterator chosen);
   Entry& Enter(const Track& track, int64_t sample, int32_t priority);
   bool IsStale(const LiveOrder& order) const;
   void EraseForgotten();
 
-  std::map<SampleKey, Entry> entries_;
+  Entries entries_;
 };
 
 }  // namespace Moravel::Play
