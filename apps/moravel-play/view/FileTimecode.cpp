@@ -6,7 +6,7 @@
 
 #include "command/TimeArgument.h"
 #include "command/UsageError.h"
-#include "view/Parameters.h"
+#include "view/RequestParameters.h"
 
 namespace Moravel::Play {
 

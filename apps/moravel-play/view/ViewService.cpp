@@ -12,7 +12,7 @@
 #include "view/FileTimecode.h"
 #include "view/JpegWriter.h"
 #include "view/PageFiles.h"
-#include "view/Parameters.h"
+#include "view/RequestParameters.h"
 
 namespace Moravel::Play {
 

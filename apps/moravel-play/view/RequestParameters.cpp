@@ -1,4 +1,4 @@
-#include "view/Parameters.h"
+#include "view/RequestParameters.h"
 
 #include <algorithm>
 #include <charconv>
