@@ -149,7 +149,7 @@ void Connection::Preload(const Job& job, std::stop_token stop) {
   }
   playback_.queue.Push(task);
   if (answer.failure != Answer::Failure::None) {
-    CountFailure(track, answer.failure, begin, stop);
+    CountFailure(track, answer.failure, Clock::now() - begin, stop);
   } else if (isOrdered) {
     failures_ = {};
     failuresOfTrack_.erase(&track);
@@ -187,16 +187,15 @@ Connection::Answer Connection::Order(PlayingTrack& track, int64_t position) {
 
 // What is wrong with the file stays wrong, and says nothing of its server. All tracks of a hopeless
 // server are given up, one by one, and of a hopeless track, that track alone.
-void Connection::CountFailure(PlayingTrack& track, Answer::Failure failure, Clock::time_point begin,
+void Connection::CountFailure(PlayingTrack& track, Answer::Failure failure, Clock::duration took,
                               std::stop_token stop) {
   if (failure == Answer::Failure::OfTheFile)
     return;
   FailuresInARow& ofTrack = failuresOfTrack_[&track];
-  failures_.Add(begin);
-  ofTrack.Add(begin);
-  const Clock::time_point now = Clock::now();
+  failures_.Add(took);
+  ofTrack.Add(took);
   for (const FailuresInARow& failures : {failures_, ofTrack}) {
-    if (failures.AreHopeless(now))
+    if (failures.AreHopeless())
       return GiveUp(track, failures.Count());
   }
   if (failure == Answer::Failure::Passing)

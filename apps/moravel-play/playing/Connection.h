@@ -46,7 +46,7 @@ class Connection {
   void AddAsking(Clock::duration time);
   void SelectSource(const Player::TrackId& id);
   void Pause(std::chrono::milliseconds time, std::stop_token stop);
-  void CountFailure(PlayingTrack& track, Answer::Failure failure, Clock::time_point begin,
+  void CountFailure(PlayingTrack& track, Answer::Failure failure, Clock::duration took,
                     std::stop_token stop);
   void GiveUp(PlayingTrack& track, int failures);
 

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <algorithm>
 #include <chrono>
 
 namespace Moravel::Play {
@@ -8,23 +9,21 @@ namespace Moravel::Play {
 // for so long however seldom, is given up. Not thread-safe.
 class FailuresInARow {
  public:
-  using Clock = std::chrono::steady_clock;
+  using Duration = std::chrono::steady_clock::duration;
   static constexpr int kMost = 10;
   static constexpr std::chrono::seconds kLongest{30};
 
-  // What began then has failed.
-  void Add(Clock::time_point begin) {
-    if (count_++ == 0)
-      begin_ = begin;
+  // One that took so long, half the time at most: this process may have been stopped meanwhile.
+  void Add(Duration took) {
+    ++count_;
+    lasted_ += std::min<Duration>(took, kLongest / 2);
   }
   int Count() const { return count_; }
-  bool AreHopeless(Clock::time_point now) const {
-    return count_ >= kMost || (count_ > 1 && now - begin_ >= kLongest);
-  }
+  bool AreHopeless() const { return count_ >= kMost || lasted_ >= kLongest; }
 
  private:
   int count_ = 0;
-  Clock::time_point begin_;
+  Duration lasted_{};
 };
 
 }  // namespace Moravel::Play
