@@ -2,7 +2,7 @@
 
 base=(build-essential cmake ninja-build pkg-config libboost-thread-dev libboost-system-dev
   libcurl4-openssl-dev libturbojpeg0-dev libyuv-dev libspdlog-dev libmicrohttpd-dev libcli11-dev
-  libcairo2-dev libspng-dev fonts-dejavu-core nlohmann-json3-dev)
+  libcairo2-dev libfribidi-dev libspng-dev fonts-dejavu-core nlohmann-json3-dev)
 # Clips for tests are made by another program's muxer; benchmarks compare with its decoder.
 muxer=(libavformat-dev libavcodec-dev libavutil-dev)
 for_play=("${base[@]}")

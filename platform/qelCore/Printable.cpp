@@ -7,6 +7,13 @@ namespace qel {
 
 namespace {
 
+// Of three bytes: separators of lines, and what turns the direction of the text behind it.
+bool TurnsText(uint8_t first, uint8_t second, uint8_t third) {
+  const bool isInTheFirst = second == 0x80 && third >= 0xA8 && third <= 0xAE;   // U+2028 to U+202E
+  const bool isInTheSecond = second == 0x81 && third >= 0xA6 && third <= 0xA9;  // U+2066 to U+2069
+  return first == 0xE2 && (isInTheFirst || isInTheSecond);
+}
+
 // The length of the UTF-8 character (RFC 3629) at the text's beginning; 0 for a control character
 // and for bytes that are none.
 size_t PrintableLength(std::string_view text) {
@@ -22,7 +29,8 @@ size_t PrintableLength(std::string_view text) {
   if (first >= 0xE0 && first < 0xF0) {
     const bool isOverlong = first == 0xE0 && second < 0xA0;
     const bool isSurrogate = first == 0xED && second >= 0xA0;
-    return continues(1) && continues(2) && !isOverlong && !isSurrogate ? 3 : 0;
+    const bool isCharacter = continues(1) && continues(2) && !isOverlong && !isSurrogate;
+    return isCharacter && !TurnsText(first, second, at(2)) ? 3 : 0;
   }
   if (first >= 0xF0 && first < 0xF5) {
     const bool isOutside = (first == 0xF0 && second < 0x90) || (first == 0xF4 && second >= 0x90);

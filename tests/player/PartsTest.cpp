@@ -9,6 +9,7 @@
 #include "playing/Statistics.h"
 #include "qelCore/Printable.h"
 #include "report/Verdict.h"
+#include "sinks/VisualText.h"
 #include "tracks/PlaySequence.h"
 #include "tracks/TrackTimes.h"
 
@@ -57,9 +58,19 @@ TEST(Printable, HasNoControlCharacters) {
        R"(a\xc2\x9bb)"},                            // C1
       {"\x9b\xff\xe4\xb8", R"(\x9b\xff\xe4\xb8)"},  // no UTF-8
       {"\xc0\x9b\xe0\x82\x9b\xed\xa0\x80",
-       R"(\xc0\x9b\xe0\x82\x9b\xed\xa0\x80)"}};  // too long forms, a surrogate
+       R"(\xc0\x9b\xe0\x82\x9b\xed\xa0\x80)"},  // too long forms, a surrogate
+      {"a\u202eb\u2069\u2028", R"(a\xe2\x80\xaeb\xe2\x81\xa9\xe2\x80\xa8)"}};
   for (const auto& [text, printable] : cases)
     EXPECT_EQ(qel::Printable(text), printable);
+}
+
+TEST(VisualText, TurnsAndJoinsWhatIsReadFromTheRight) {
+  const std::pair<std::string, std::string> cases[] = {
+      {"clip \u00e9\u4e2d\U0001f3ac.avi", "clip \u00e9\u4e2d\U0001f3ac.avi"},
+      {"\u05d0\u05d1 12.avi", "12 \u05d1\u05d0.avi"},
+      {"\u0644\u0627\u0628", "\ufe8f\ufefb"}};  // a ligature, and a letter that stands alone
+  for (const auto& [text, shown] : cases)
+    EXPECT_EQ(ToVisualOrder(text), shown);
 }
 
 TEST(PlaySequence, PlaysEachSampleOnce) {

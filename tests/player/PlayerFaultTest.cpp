@@ -1,4 +1,6 @@
 #include <gmock/gmock.h>
+#include <poll.h>
+#include <sys/inotify.h>
 
 #include <filesystem>
 #include <nlohmann/json.hpp>
@@ -52,14 +54,41 @@ class PlayerFaults : public ::testing::Test {
   TempFolder folder_;
 };
 
+// The files of a folder as they are finished.
+class FilesWritten {
+ public:
+  explicit FilesWritten(const std::filesystem::path& folder) : events_(::inotify_init1(0)) {
+    ::inotify_add_watch(events_.Get(), folder.c_str(), IN_CLOSE_WRITE | IN_MOVED_TO);
+  }
+  // False when it does not come in a minute.
+  bool Await(const std::string& name) const {
+    alignas(inotify_event) char bytes[8192];
+    pollfd ready = {events_.Get(), POLLIN, 0};
+    while (::poll(&ready, 1, 60'000) == 1) {
+      const ssize_t count = ::read(events_.Get(), bytes, sizeof bytes);
+      for (ssize_t at = 0; at < count;) {
+        const auto& event = reinterpret_cast<const inotify_event&>(bytes[at]);
+        if (event.len != 0 && name == event.name)
+          return true;
+        at += static_cast<ssize_t>(sizeof event + event.len);
+      }
+    }
+    return false;
+  }
+
+ private:
+  const Player::Descriptor events_;
+};
+
 TEST_F(PlayerFaults, ASlowServerHoldsUpNobodyAndAnInterruptEndsIt) {
   FaultyServer slow;
   slow.SetTrack(1, MakeTrack("clip.avi"));
   slow.SetFaults([](uint64_t) { return Fault{.stall = Fault::Point{Fault::Part::Header, 0}}; });
   const std::string track = "127.0.0.1:" + std::to_string(slow.Port()) + ":T1";
+  std::filesystem::create_directory(folder_ / "png");
+  FilesWritten written(folder_ / "png");
   PlayerRun run({track, folder_ / "clip.avi", "--png", folder_ / "png", "--quiet"});
-  while (!std::filesystem::exists(folder_ / "png/track2-64x48-000009.png") && run.Wait(WNOHANG) < 0)
-    ::usleep(10'000);
+  EXPECT_TRUE(written.Await("track2-64x48-000009.png"));
   EXPECT_EQ(run.Wait(WNOHANG), -1);  // the slow one is still being opened
   run.Signal(SIGINT);
   EXPECT_EQ(run.Wait(), 130);

@@ -88,10 +88,23 @@ std::string LossLine(const Track& track, const ScanLoss& loss) {
          qel::Printable((loss.reason.empty() ? "" : ": ") + loss.reason) + '\n';
 }
 
+// "100 samples"; of a scan that was interrupted "40 of 100 samples".
+std::string ReadText(const ProbedTrack& probed) {
+  const ScanResult& scan = *probed.scan;
+  int64_t seen = scan.samplesRead + scan.unlisted;
+  for (const ScanLoss& loss : scan.losses) {
+    if (loss.state == PictureState::Missing || loss.state == PictureState::Unreadable)
+      seen += loss.last - loss.first + 1;
+  }
+  const std::string all = Counted(probed.track.sampleCount, "sample", "samples");
+  return seen < probed.track.sampleCount ? std::to_string(scan.samplesRead) + " of " + all
+                                         : Counted(scan.samplesRead, "sample", "samples");
+}
+
 std::string ScanText(const ProbedTrack& probed) {
   const ScanResult& scan = *probed.scan;
   std::string text = Row(
-      "scan", Counted(scan.samplesRead, "sample", "samples") + " read, " +
+      "scan", ReadText(probed) + " read, " +
                   (scan.samplesLost == 0 ? "all good"
                                          : Counted(scan.samplesLost, "is", "are") + " not good:"));
   const size_t shown = std::min(scan.losses.size(), kMaxLossLines);

@@ -4,6 +4,8 @@
 
 #include <memory>
 
+#include "sinks/VisualText.h"
+
 namespace Moravel::Play {
 
 namespace {
@@ -42,7 +44,8 @@ std::string FamilyWith(const FcCharSet* characters, bool bold) {
 
 }  // namespace
 
-std::vector<FontRun> FontRunsOf(const std::string& text, bool bold) {
+std::vector<FontRun> FontRunsOf(const std::string& logical, bool bold) {
+  const std::string text = ToVisualOrder(logical);
   std::vector<FontRun> runs;
   Characters characters;  // of the last run; empty for a Latin one
   const auto end = [&] {

@@ -11,7 +11,7 @@ struct FontRun {
   std::string family;
 };
 
-// The runs of a text (UTF-8), one behind the other: Latin ones in "DejaVu Sans", others in the font
+// The runs of a text (UTF-8) from left to right: Latin ones in "DejaVu Sans", others in the font
 // that lacks the fewest of their characters. Asks fontconfig for those alone.
 std::vector<FontRun> FontRunsOf(const std::string& text, bool bold);
 

@@ -23,7 +23,7 @@ int64_t SampleOfTimeCode(const TimeArgument& time, const Track& track) {
   const Player::SampleRate& rate = track.sampleRate;
   const int64_t picturesInSecond = (rate.Numerator() + rate.Denominator() - 1) / rate.Denominator();
   if (time.samples >= picturesInSecond) {
-    throw UsageError(track.name + ": " + time.ToString() + ": a second of this track has " +
+    throw UsageError(time.ToString() + ": a second of this track has " +
                      std::to_string(picturesInSecond) + " pictures, 0 to " +
                      std::to_string(picturesInSecond - 1));
   }
