@@ -2,7 +2,6 @@
 
 #include <microhttpd.h>
 
-#include <cstdint>
 #include <string>
 #include <string_view>
 
@@ -22,11 +21,6 @@ class Request {
     return ::MHD_lookup_connection_value(connection_, MHD_HEADER_KIND, header);
   }
 
-  // What Callbacks keep with the connection.
-  uintptr_t ConnectionNumber() const {
-    return reinterpret_cast<uintptr_t>(
-        ::MHD_get_connection_info(connection_, MHD_CONNECTION_INFO_SOCKET_CONTEXT)->socket_context);
-  }
   // "127.0.0.1:49152", "[::1]:49152"; empty on a unix domain socket.
   std::string Client() const;
 

@@ -52,18 +52,6 @@ struct StorageServer::Callbacks {
       return MHD_NO;
     }
   }
-
-  static void Notify(void* server, MHD_Connection* connection, void** context,
-                     MHD_ConnectionNotificationCode code) {
-    Strangers& strangers = static_cast<StorageServer*>(server)->strangers_;
-    if (code == MHD_CONNECTION_NOTIFY_CLOSED) {
-      strangers.Leave(reinterpret_cast<uintptr_t>(*context));
-      return;
-    }
-    const int socket =
-        ::MHD_get_connection_info(connection, MHD_CONNECTION_INFO_CONNECTION_FD)->connect_fd;
-    *context = reinterpret_cast<void*>(strangers.Enter(socket));
-  }
 };
 
 void StorageServer::Stopper::operator()(MHD_Daemon* daemon) const {
@@ -89,12 +77,12 @@ StorageServer::StorageServer(const Options& options)
                                : MHD_USE_EPOLL_INTERNAL_THREAD;
   // The daemon owns the socket from here on. Its threads are told of the end by a channel (ITC):
   // one that has as many connections as it may have does not look at the listening socket.
-  daemon_.reset(
-      ::MHD_start_daemon(threads | MHD_USE_ITC, 0, nullptr, nullptr, &Callbacks::Answer, this,
-                         MHD_OPTION_LISTEN_SOCKET, listening.Release(), MHD_OPTION_THREAD_POOL_SIZE,
-                         hasBadNetwork_ ? 0 : kThreads, MHD_OPTION_CONNECTION_LIMIT,
-                         kMaxConnections, MHD_OPTION_CONNECTION_TIMEOUT, options.idleSeconds,
-                         MHD_OPTION_NOTIFY_CONNECTION, &Callbacks::Notify, this, MHD_OPTION_END));
+  daemon_.reset(::MHD_start_daemon(
+      threads | MHD_USE_ITC, 0, nullptr, nullptr, &Callbacks::Answer, this,
+      MHD_OPTION_LISTEN_SOCKET, listening.Release(), MHD_OPTION_THREAD_POOL_SIZE,
+      hasBadNetwork_ ? 0 : kThreads, MHD_OPTION_CONNECTION_LIMIT, kMaxConnections,
+      MHD_OPTION_CONNECTION_TIMEOUT, options.idleSeconds, MHD_OPTION_NOTIFY_CONNECTION,
+      &Strangers::Notify, &strangers_, MHD_OPTION_END));
   if (!daemon_) {
     throw std::runtime_error("storage server: cannot start its threads");
   }
@@ -163,7 +151,7 @@ bool StorageServer::Answer(const Request& request) {
     Response response;
     return Send(request, MHD_HTTP_NOT_FOUND, response, 0);
   }
-  strangers_.Leave(request.ConnectionNumber());
+  strangers_.Leave(request.Connection());
   std::optional<FileState> file = track->Now();
   if (!file) {
     Response response;

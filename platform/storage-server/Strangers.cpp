@@ -4,20 +4,37 @@
 
 namespace Moravel::Player {
 
-uintptr_t Strangers::Enter(int socket) {
-  const std::lock_guard lock(access_);
-  if (sockets_.size() == kMost) {
-    // Still open: it leaves, under this lock, before it is closed.
-    ::shutdown(sockets_.begin()->second, SHUT_RDWR);
-    sockets_.erase(sockets_.begin());
-  }
-  sockets_.emplace(++last_, socket);
-  return last_;
+namespace {
+
+// Whoever serves the connection finds it ended, and closes it.
+void Cut(MHD_Connection* connection) {
+  ::shutdown(::MHD_get_connection_info(connection, MHD_CONNECTION_INFO_CONNECTION_FD)->connect_fd,
+             SHUT_RDWR);
 }
 
-void Strangers::Leave(uintptr_t connection) {
+}  // namespace
+
+void Strangers::Notify(void* strangers, MHD_Connection* connection, void**,
+                       MHD_ConnectionNotificationCode code) {
+  auto* const self = static_cast<Strangers*>(strangers);
+  if (code == MHD_CONNECTION_NOTIFY_STARTED)
+    self->Enter(connection);
+  else
+    self->Leave(connection);
+}
+
+void Strangers::Enter(MHD_Connection* connection) {
   const std::lock_guard lock(access_);
-  sockets_.erase(connection);
+  if (connections_.size() == kMost) {
+    Cut(connections_.front());  // still open: it leaves, under this lock, before it is closed
+    connections_.pop_front();
+  }
+  connections_.push_back(connection);
+}
+
+void Strangers::Leave(MHD_Connection* connection) {
+  const std::lock_guard lock(access_);
+  std::erase(connections_, connection);
 }
 
 }  // namespace Moravel::Player

@@ -73,15 +73,6 @@ struct LoopbackServer::Callbacks {
       server.strangers_.Leave(connection);
     return Send(connection, std::move(answer));
   }
-
-  static void Notify(void* self, MHD_Connection* connection, void**,
-                     MHD_ConnectionNotificationCode what) {
-    Strangers& strangers = static_cast<LoopbackServer*>(self)->strangers_;
-    if (what == MHD_CONNECTION_NOTIFY_STARTED)
-      strangers.Enter(connection);
-    else
-      strangers.Leave(connection);
-  }
 };
 
 LoopbackServer::LoopbackServer(uint16_t port, Handler handler) : handler_(std::move(handler)) {
@@ -92,7 +83,7 @@ LoopbackServer::LoopbackServer(uint16_t port, Handler handler) : handler_(std::m
       MHD_USE_THREAD_PER_CONNECTION | MHD_USE_INTERNAL_POLLING_THREAD | MHD_USE_POLL, 0, nullptr,
       nullptr, &Callbacks::Answer, this, MHD_OPTION_LISTEN_SOCKET, listening.Release(),
       MHD_OPTION_CONNECTION_LIMIT, kMaxConnections, MHD_OPTION_CONNECTION_TIMEOUT, kIdleSeconds,
-      MHD_OPTION_NOTIFY_CONNECTION, &Callbacks::Notify, this, MHD_OPTION_END));
+      MHD_OPTION_NOTIFY_CONNECTION, &Player::Strangers::Notify, &strangers_, MHD_OPTION_END));
   if (!daemon_)
     throw std::runtime_error("the page's server cannot start its threads");
 }

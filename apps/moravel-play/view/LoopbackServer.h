@@ -9,10 +9,10 @@
 #include <utility>
 #include <vector>
 
-#include "view/Strangers.h"
-
 struct MHD_Connection;
 struct MHD_Daemon;
+
+#include "storage-server/Strangers.h"
 
 namespace Moravel::Play {
 
@@ -67,7 +67,7 @@ class LoopbackServer {
 
   const Handler handler_;
   uint16_t port_ = 0;
-  Strangers strangers_;
+  Player::Strangers strangers_;
   std::unique_ptr<MHD_Daemon, Stopper> daemon_;  // the last: its threads use all of the above
 };
 
