@@ -51,7 +51,7 @@ try_packages() {
   cp "$machines/newcomer/home/newcomer/moravel/build/clips/demo.avi" "$machines/packages/debs"
   on packages root 'apt-get update --quiet=2
     useradd --create-home --shell /bin/bash host
-    if apt-get install --simulate /debs/libmoravelp*.deb | grep -E "^Inst lib(curl|av|.*jpeg|yuv)"; then
+    if apt-get install --simulate --no-install-recommends /debs/libmoravelp*.deb | grep -E "^Inst lib(curl|av|.*jpeg|yuv)"; then
       echo "the library alone asks for the libraries of the elements"; exit 1
     fi
     apt-get install --yes --quiet=2 --no-install-recommends /debs/moravel-play_*.deb /debs/libmoravelp*[0-9]_*.deb

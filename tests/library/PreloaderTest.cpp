@@ -88,16 +88,36 @@ TEST_F(PreloaderTest, RefusesWhatItCannotServe) {
 }
 
 TEST_F(PreloaderTest, AReadIsAsGoodAsItsFirstSample) {
+  struct RoomWithoutData : qel::BufferView {
+    using BufferView::BufferView;
+    uint32_t GetDataSize() const override { return 0; }
+  };
   const auto full = Sample("full", 0);
-  for (const qel::SampleList& samples : {qel::SampleList{},
-                                         {Sample("empty", 0, Buffer(0)), full},
-                                         {nullptr, full},
-                                         {Sample("none", 0, nullptr), full}}) {
+  for (const qel::SampleList& samples :
+       {qel::SampleList{},
+        {Sample("empty", 0, Buffer(0)), full},
+        {Sample("room", 0, std::make_shared<RoomWithoutData>(nullptr, nullptr, 9)), full},
+        {nullptr, full},
+        {Sample("none", 0, nullptr), full}}) {
     source_->read_ = [&] { return Read(samples); };
     EXPECT_EQ(Preload(), Result::SUCCESS_MISSING);
     EXPECT_EQ(queue_.outputs_.back().second, nullptr);
     EXPECT_EQ(queue_.outputs_.back().first, At(100, 1, 25));
   }
+}
+
+// Of a rate, the framework takes 32 bits of each part; the number is that of the full rate.
+TEST_F(PreloaderTest, TellsWhatItReadsAtTraceLevel) {
+  constexpr int64_t kBit32 = int64_t{1} << 32;
+  level_ = orl::mv::logging::ILogger::Level_Trace;
+  source_->read_ = [] { return Read({}); };
+  EXPECT_EQ(preloader_.Preload({At(4, 1, 1), {kBit32 + 25, kBit32 + 1}, &queue_, kTrack}),
+            Result::SUCCESS_MISSING);
+  EXPECT_THAT(TakeCalls(), testing::Contains("GotoTimeOffset 4@25/1 source"));
+  EXPECT_THAT(hostLog_,
+              ElementsAre(Pair(10, Self() + ": GetSample at mediaTime: 4 x (25, 1), obtained from "
+                                            "tp 00:00:04.000000"),
+                          Pair(10, "Invalid sample at 00:00:04.000000")));
 }
 
 TEST_F(PreloaderTest, DestroysTheSampleThatNobodyTakes) {
