@@ -8,6 +8,7 @@ import http.server
 import json
 import os
 import re
+import shutil
 import signal
 import struct
 import subprocess
@@ -212,6 +213,15 @@ def test(browser, server, address, screenshot):
     at = wanted()
     browser.keys("\ue014", "\ue014", "\ue014", "\ue012")  # right three times, left once
     wait("keys step", lambda: shows(at + 2))
+    browser.run("""const make = window.createImageBitmap;
+                   window.createImageBitmap = async picture => {
+                     window.createImageBitmap = make;
+                     await new Promise(done => setTimeout(done, 300));
+                     return make(picture).finally(() => { setTimeout(() => { window.wasSlow = true; }); });
+                   };""")
+    browser.keys("\ue014", "\ue012")
+    wait("a picture that is ready late", lambda: browser.run("return window.wasSlow"))
+    assert shows(at + 2), canvas()
     browser.keys("g")
     browser.keys(*"00:00:05:12", "\ue007")
     wait("a time is gone to", lambda: shows(137) and text("timecode") == "TC 10:00:05:12")
@@ -290,6 +300,9 @@ def test(browser, server, address, screenshot):
 
 
 def main():
+    for tool, package in (("chromedriver", "chromium-driver"), ("chromium", "chromium"), ("ffmpeg", "ffmpeg")):
+        if shutil.which(tool) is None:
+            sys.exit(f"view_test: there is no {tool}: apt-get install {package}, or use ./dev check")
     program, screenshot = sys.argv[1], sys.argv[2] if len(sys.argv) > 2 else None
     with tempfile.TemporaryDirectory() as folder:
         clip = Path(folder) / "clip.avi"

@@ -37,8 +37,8 @@ export async function fetchJson(name) {
 export class Shower {
   static mostUnderWay = 3;
 
-  // `make(position)` is the order for a position, `take(position, answer, since)` gets what came;
-  // since: when the position was asked for.
+  // `make(position)` is the order for a position, `take(position, answer, bitmap, since)` gets what
+  // came; since: when the position was asked for.
   constructor(make, take) {
     this.make = make;
     this.take = take;
@@ -74,8 +74,12 @@ export class Shower {
     this.send();
     if (generation <= this.shown || answer.state === "stale")
       return;
-    this.shown = generation;
-    await this.take(position, answer, since);
+    const bitmap = answer.picture && await createImageBitmap(answer.picture);
+    if (generation > this.shown) {  // a later one may be ready earlier
+      this.shown = generation;
+      this.take(position, answer, bitmap, since);
+    }
+    bitmap?.close();
     const failed = answer.state === "failed" || answer.state === "gone";
     if (failed && generation === this.generation)
       this.retry = setTimeout(() => this.show(position), 1000);

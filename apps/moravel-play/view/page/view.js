@@ -23,10 +23,8 @@ const bar = new Bar($("bar"), number => goTo(number), label);
 const strip = new Strip($("strip"), number => goTo(number), label,
                         (number, state) => bar.mark(number, state));
 const figures = new Figures();
-const shower = new Shower(orderOf, async (position, answer, since) => {
-  const bitmap = answer.picture && await createImageBitmap(answer.picture);
+const shower = new Shower(orderOf, (position, answer, bitmap, since) => {
   show(position, answer, bitmap);
-  bitmap?.close();
   if (answer.picture)
     figures.addLatency(performance.now() - since);
 });
