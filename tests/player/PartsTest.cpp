@@ -1,11 +1,13 @@
 #include <gmock/gmock.h>
 
+#include <deque>
 #include <set>
 
 #include "command/Options.h"
 #include "host/LiveQueues.h"
 #include "playing/FailuresInARow.h"
 #include "playing/Losses.h"
+#include "playing/OrderSchedule.h"
 #include "playing/Statistics.h"
 #include "qelCore/Printable.h"
 #include "report/Verdict.h"
@@ -127,6 +129,20 @@ Track TrackOf(const Player::SampleRate& rate, int64_t samples) {
   track.sampleRate = rate;
   track.sampleCount = samples;
   return track;
+}
+
+TEST(OrderSchedule, KeepsTracksInStepEachInItsOwnTime) {
+  Track facts[] = {TrackOf({25, 1}, 100), TrackOf({50, 1}, 100)};
+  OrderSchedule schedule({.waitingBytes = 1}, 1);
+  std::deque<PlayingTrack> tracks;
+  for (Track& each : facts) {
+    each.sequence = PlaySequence(0, 100, Order::Forward);
+    schedule.Add(0, std::nullopt, 100, tracks.emplace_back(each, nullptr, nullptr));
+  }
+  for (int order = 0; order < 30; ++order)
+    EXPECT_TRUE(schedule.Next(0, 0, OrderSchedule::Patience::DoNotWait, {}));
+  EXPECT_EQ(tracks[0].ordering.next, 10);
+  EXPECT_EQ(tracks[1].ordering.next, 20);
 }
 
 TEST(Verdict, NamesWhatHeldTheTrackUp) {

@@ -109,7 +109,7 @@ void DeclareHow(CommandLine& line, Options& options, RawOptions& raw) {
       ->check(Within(1, 64))
       ->type_name("N");
   app.add_flag("--realtime", options.realtime,
-               "At the tracks' own rate: counts pictures that are late, drops what is past");
+               "At the tracks' own rate: counts pictures that are late, drops what would be");
   line.Group("Report");
   app.add_flag("--json", options.json, "Report as one JSON object on standard output");
   line.AddVerbosity(options.quiet, options.logLevel);

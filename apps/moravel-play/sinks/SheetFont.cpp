@@ -26,20 +26,34 @@ const FcChar8* FontconfigText(const char* text) {
   return reinterpret_cast<const FcChar8*>(text);
 }
 
-// What fontconfig matches first are the characters, then the family.
-std::string FamilyWith(const FcCharSet* characters, bool bold) {
-  const Pattern wanted(FcPatternCreate());
-  FcPatternAddCharSet(wanted.get(), FC_CHARSET, characters);
-  FcPatternAddString(wanted.get(), FC_FAMILY, FontconfigText(kFamily));
-  FcPatternAddInteger(wanted.get(), FC_WEIGHT, bold ? FC_WEIGHT_BOLD : FC_WEIGHT_REGULAR);
-  FcConfigSubstitute(nullptr, wanted.get(), FcMatchPattern);
-  FcDefaultSubstitute(wanted.get());
+struct Font {
+  std::string family;
+  Characters characters;  // that it has; null: nobody knows
+};
+
+// The installed font that has the character, of that style. What fontconfig matches first are the
+// characters, then the family.
+Font FontWith(FcChar32 character, bool bold) {
+  const Characters wanted(FcCharSetCreate());
+  FcCharSetAddChar(wanted.get(), character);
+  const Pattern pattern(FcPatternCreate());
+  FcPatternAddCharSet(pattern.get(), FC_CHARSET, wanted.get());
+  FcPatternAddString(pattern.get(), FC_FAMILY, FontconfigText(kFamily));
+  FcPatternAddInteger(pattern.get(), FC_WEIGHT, bold ? FC_WEIGHT_BOLD : FC_WEIGHT_REGULAR);
+  FcConfigSubstitute(nullptr, pattern.get(), FcMatchPattern);
+  FcDefaultSubstitute(pattern.get());
   FcResult result = FcResultMatch;
-  const Pattern found(FcFontMatch(nullptr, wanted.get(), &result));
+  const Pattern found(FcFontMatch(nullptr, pattern.get(), &result));
   FcChar8* family = nullptr;
-  if (!found || FcPatternGetString(found.get(), FC_FAMILY, 0, &family) != FcResultMatch)
-    return kFamily;
-  return reinterpret_cast<const char*>(family);
+  FcCharSet* characters = nullptr;
+  if (!found || FcPatternGetString(found.get(), FC_FAMILY, 0, &family) != FcResultMatch ||
+      FcPatternGetCharSet(found.get(), FC_CHARSET, 0, &characters) != FcResultMatch)
+    return {kFamily, nullptr};
+  return {reinterpret_cast<const char*>(family), Characters(FcCharSetCopy(characters))};
+}
+
+bool Has(const Font& font, FcChar32 character) {
+  return font.characters && FcCharSetHasChar(font.characters.get(), character) == FcTrue;
 }
 
 }  // namespace
@@ -47,11 +61,7 @@ std::string FamilyWith(const FcCharSet* characters, bool bold) {
 std::vector<FontRun> FontRunsOf(const std::string& logical, bool bold) {
   const std::string text = ToVisualOrder(logical);
   std::vector<FontRun> runs;
-  Characters characters;  // of the last run; empty for a Latin one
-  const auto end = [&] {
-    if (characters)
-      runs.back().family = FamilyWith(characters.get(), bold);
-  };
+  Font font;  // of the last run that is not Latin
   for (size_t at = 0; at < text.size();) {
     FcChar32 character = 0;
     const int left = static_cast<int>(text.size() - at);
@@ -59,17 +69,14 @@ std::vector<FontRun> FontRunsOf(const std::string& logical, bool bold) {
     if (length <= 0)
       break;
     const bool isLatin = character < kFirstBeyondLatin;
-    if (runs.empty() || isLatin == (characters != nullptr)) {
-      end();
-      runs.push_back({"", kFamily});
-      characters.reset(isLatin ? nullptr : FcCharSetCreate());
-    }
-    if (!isLatin)
-      FcCharSetAddChar(characters.get(), character);
+    if (!isLatin && !Has(font, character))
+      font = FontWith(character, bold);
+    const std::string family = isLatin ? kFamily : font.family;
+    if (runs.empty() || runs.back().family != family)
+      runs.push_back({"", family});
     runs.back().text += text.substr(at, static_cast<size_t>(length));
     at += static_cast<size_t>(length);
   }
-  end();
   return runs;
 }
 

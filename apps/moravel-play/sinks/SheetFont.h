@@ -11,8 +11,8 @@ struct FontRun {
   std::string family;
 };
 
-// The runs of a text (UTF-8) from left to right: Latin ones in "DejaVu Sans", others in the font
-// that lacks the fewest of their characters. Asks fontconfig for those alone.
+// The runs of a text (UTF-8) from left to right: Latin ones in "DejaVu Sans", others in an
+// installed font that has their characters. Asks fontconfig for those alone.
 std::vector<FontRun> FontRunsOf(const std::string& text, bool bold);
 
 }  // namespace Moravel::Play
