@@ -153,6 +153,7 @@ TEST(Verdict, NamesWhatHeldTheTrackUp) {
     int late, dropped;
     const char* text;
   } cases[] = {
+      {0, 0, 0, 0, false, 0, 0, "nothing was played"},
       {1, 0, 0, 0, false, 0, 0, "too little was played to tell how fast"},
       {500, 20, 1, 1, false, 0, 0, "plays at 25 fps with 2.0 times the speed needed"},
       {88, 19, 2, 1, false, 0, 0,
@@ -176,7 +177,7 @@ TEST(Verdict, NamesWhatHeldTheTrackUp) {
     track.statistics.begin = {start, 30, 40, 50};  // spent before, on other tracks
     Extend(track.statistics,
            {start + seconds(10), 30.0 + test.asking, 40.0 + test.decoding, 50.0 + test.writing});
-    track.statistics.samplesDone = test.samples;
+    track.statistics.samplesPlayed = test.samples - test.dropped;
     track.statistics.playTicks =
         Time::TimePoint::kTicksPerSecond / 25 * (test.samples - test.dropped);
     track.statistics.late = test.late;

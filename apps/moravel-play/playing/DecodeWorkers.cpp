@@ -35,15 +35,16 @@ class Worker {
   static void Drop(Task& task) {
     task.sample = nullptr;
     task.state = PictureState::Late;
-    task.job.isLate = true;
     CountDropped(*task.job.track, NumberOf(task));
   }
 
   void CountDone(const Task& task) {
     TrackStatistics& statistics = task.job.track->statistics;
     ++statistics.samplesDone;
-    if (!task.job.isLate)
+    if (task.state == PictureState::Fine) {
+      ++statistics.samplesPlayed;
       statistics.playTicks += task.job.track->facts.TicksOf(NumberOf(task));
+    }
     const std::lock_guard<std::mutex> lock(statistics.ordersAccess);
     Extend(statistics, MomentOf(*task.job.track, playback_.workers));
   }

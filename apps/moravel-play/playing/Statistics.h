@@ -115,9 +115,10 @@ struct TrackStatistics {
   Moment end;                   // the last answer, or picture
 
   // Written by the decode workers.
-  std::atomic<int64_t> samplesDone = 0;
-  std::atomic<int64_t> playTicks = 0;  // that these last, without those that were dropped
-  std::atomic<int64_t> late = 0;       // pictures that came after their time
+  std::atomic<int64_t> samplesDone = 0;    // whatever became of them
+  std::atomic<int64_t> samplesPlayed = 0;  // of these, such as came and were not dropped
+  std::atomic<int64_t> playTicks = 0;      // that those last
+  std::atomic<int64_t> late = 0;           // pictures that came after their time
   TimeSum decoding;
   std::deque<SizeStatistics> sizes;  // as the track's sizes
 

@@ -91,12 +91,12 @@ Verdict Judge(const PlayingTrack& track, int jobs, bool realtime) {
 
   Verdict verdict;
   verdict.seconds = OwnSeconds(statistics);
-  const int64_t done = statistics.samplesDone - statistics.dropped;
+  const int64_t done = statistics.samplesPlayed;
   if (verdict.seconds > 0)
     verdict.samplesPerSecond = static_cast<double>(done) / verdict.seconds;
   const bool isPaced = realtime && statistics.late + statistics.dropped == 0;
   if (done < 2 || verdict.seconds <= 0 || playSeconds <= 0) {
-    verdict.text = "too little was played to tell how fast";
+    verdict.text = done == 0 ? "nothing was played" : "too little was played to tell how fast";
     return verdict;
   }
   verdict.neededPerSecond = static_cast<double>(done) / playSeconds;
