@@ -68,6 +68,24 @@ TEST_F(ElementTest, ParametersHaveKeysTypesAndDefaults) {
   EXPECT_EQ(prototype->CreateInstance()->GetParamUTF8String("text"), "default");
 }
 
+TEST_F(ElementTest, AWriterIsGivenTheTextsInTheirOrder) {
+  struct Writer : qel::ILoggerWriter {
+    void WriteLog(qel::LogLevel level, const char* message, const char* context, const char* file,
+                  const char*, const char* reserved, const char* threadId, const char*) override {
+      texts_ = {qel::ToString(level), message, context, file, reserved, threadId};
+    }
+    std::vector<std::string> texts_;
+  };
+  const auto writer = std::make_shared<Writer>();
+  qel::SetCurrentLoggerWriter(writer);
+  const qel::MilestonePtr milestone = qel::CreateMilestone("context");
+  QEL_LOG(qel::QEL_WARNING, "number " << 1000);
+  EXPECT_THAT(writer->texts_,
+              testing::ElementsAre(qel::ToString(qel::QEL_WARNING), "number 1000",
+                                   qel::GetCurrentContextString(), "library/ElementTest.cpp", "",
+                                   qel::GetThreadId()));
+}
+
 TEST_F(ElementTest, WithoutAWorkingWriterLinesGoToStandardError) {
   struct BrokenWriter : qel::ILoggerWriter {
     void WriteLog(qel::LogLevel, const char*, const char*, const char*, const char*, const char*,
