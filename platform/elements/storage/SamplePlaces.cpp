@@ -57,6 +57,17 @@ SamplePlaces::Place SamplePlaces::At(int64_t number) const {
   return {offsets_[run] + (number - firsts_[run]) * sizes_[run], sizes_[run]};
 }
 
+int64_t SamplePlaces::NextRun(int64_t number) const {
+  if (firsts_.empty())
+    return number + 1;
+  const int64_t stored = Stored(number);
+  const auto next = std::upper_bound(firsts_.begin(), firsts_.end(), stored);
+  const int64_t left = (next == firsts_.end() ? count_ : *next) - stored;
+  const auto range = std::upper_bound(shown_.begin(), shown_.end(), number,
+                                      [](int64_t n, const auto& r) { return n < r.first; });
+  return std::min(number + left, range == shown_.end() ? Count() : range->first);
+}
+
 int64_t SamplePlaces::MemoryBytes() const {
   return static_cast<int64_t>(
       firsts_.capacity() * sizeof(int64_t) + offsets_.capacity() * sizeof(int64_t) +

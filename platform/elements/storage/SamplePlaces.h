@@ -34,6 +34,9 @@ class SamplePlaces {
 
   int64_t Count() const { return shown_.empty() ? count_ : shownCount_; }
   Place At(int64_t number) const;
+  // The first sample behind that one which does not lie, as large as it, behind the one before; up
+  // to there each lies further on in the file.
+  int64_t NextRun(int64_t number) const;
   // Stored samples without bytes.
   int64_t EmptyCount() const { return emptyCount_; }
   int64_t MemoryBytes() const;

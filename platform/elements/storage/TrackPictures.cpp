@@ -61,7 +61,7 @@ class PictureLooks {
   }
 
   int64_t FirstInside() const {
-    for (int64_t i = 0; i < track_.places.Count(); ++i) {
+    for (int64_t i = 0; i < track_.places.Count(); i = track_.places.NextRun(i)) {
       if (IsInside(track_.places.At(i)))
         return i;
     }
