@@ -192,6 +192,15 @@ TEST_F(Live, TellsOfAServerThatIsGoneAndGoesOnWhenItIsBack) {
   EXPECT_EQ(engine_->CurrentFigures().fetching.servers.at(0).failure, "");
 }
 
+TEST_F(Live, TellsOfAFileThatIsNotTheOneThatWasOpened) {
+  EXPECT_EQ(NumberOf(Order(3).get()), 3);
+  server_.SetTrack(1, Moravel::Test::MakeClip({.file = folder_ / "short.avi"}).file);
+  const LivePicture picture = Order(200).get();
+  EXPECT_EQ(picture.state, State::Failed);
+  EXPECT_THAT(picture.reason, HasSubstr("start"));
+  EXPECT_TRUE(engine_->MarksOf(1).missing.empty());
+}
+
 TEST_F(Live, EndsAtOnceAndAnswersEverybody) {
   server_.SetFault({.stall = Fault::Point{Fault::Part::Header, 0}});
   std::vector<std::future<LivePicture>> futures;

@@ -10,6 +10,11 @@ using State = LivePicture::State;
 
 constexpr size_t kMaxMarks = 100'000;  // of a track; more could not be told apart on a bar
 
+// Whether the sample was there when the track was opened.
+bool IsStored(const Track& track, int64_t sample) {
+  return track.stored && track.stored->At(sample).size != 0;
+}
+
 }  // namespace
 
 LiveEngine::LiveEngine(std::vector<LiveServer> servers, const Limits& limits)
@@ -33,8 +38,10 @@ void LiveEngine::Take(SampleFetcher::Fetched fetched) {
     return;
   }
   LivePicture picture;
-  picture.state = fetched.failure.empty() ? State::Missing : State::Failed;
   picture.reason = std::move(fetched.failure);
+  if (picture.reason.empty() && IsStored(*FindTrack(order.key.track), order.key.sample))
+    picture.reason = "it is not the file any more that was opened: start moravel-play view again";
+  picture.state = picture.reason.empty() ? State::Missing : State::Failed;
   Note(order, picture);
   fetched.picture->Answer(std::move(picture));
 }
