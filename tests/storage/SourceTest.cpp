@@ -207,19 +207,23 @@ TEST_F(Served, FollowsAPatternAndStopsWithIt) {
                {999, -2, 400, 440}, {0, 8, 100, 112},  {999, -8, 100, 112}};
   for (const auto& [first, step, count, most] : cases) {
     SCOPED_TRACE(::testing::Message() << count << " samples from " << first << " by " << step);
-    source.Read(500);  // no part of it
-    const uint64_t requests = server.RequestCount(), bytes = server.BytesRequested();
+    // A server of its own: what was given up before may be counted late.
+    Player::StorageServer own{{}};
+    own.AddTrack(1, clip.file);
+    SourceUnderTest reader;
+    reader.Init(own.Port());
+    const uint64_t requests = own.RequestCount(), bytes = own.BytesRequested();
     std::vector<int64_t> numbers;
     for (int64_t i = 0; i < count; ++i) {
       numbers.push_back(first + i * step);
-      ASSERT_EQ(AllBytes(source.Read(numbers.back())),
+      ASSERT_EQ(AllBytes(reader.Read(numbers.back())),
                 clip.samples[static_cast<size_t>(numbers.back())]);
     }
-    EXPECT_THAT(server.RequestCount() - requests, Le(most));
+    EXPECT_THAT(own.RequestCount() - requests, Le(most));
     if (step == 1 || step == -1) {
       const uint64_t used = BytesOf(clip, numbers);
       const uint64_t ahead = std::max(used / 10, 4 * used / numbers.size());
-      EXPECT_THAT(server.BytesRequested() - bytes, Le((count < 3 ? used : used + ahead) * 21 / 20));
+      EXPECT_THAT(own.BytesRequested() - bytes, Le((count < 3 ? used : used + ahead) * 21 / 20));
     }
   }
 }
