@@ -145,6 +145,14 @@ TEST(OrderSchedule, KeepsTracksInStepEachInItsOwnTime) {
   EXPECT_EQ(tracks[1].ordering.next, 20);
 }
 
+TEST(OrderSchedule, StartsTheClockWithTheFirstPictureWhicheverIsDecodedFirst) {
+  const Track facts = TrackOf({1, 1}, 10);
+  PlayingTrack track(facts, nullptr, nullptr);
+  OrderSchedule schedule({.waitingBytes = 1, .realtime = true}, 1);
+  for (const int64_t position : {1, 0})
+    EXPECT_EQ(schedule.Lateness({.track = &track, .position = position}), Clock::duration());
+}
+
 TEST(Verdict, NamesWhatHeldTheTrackUp) {
   using std::chrono::seconds;
   const struct {

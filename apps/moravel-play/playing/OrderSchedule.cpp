@@ -144,8 +144,8 @@ Clock::duration OrderSchedule::Lateness(const Job& job) {
   if (!limits_.realtime)
     return {};
   PlayingTrack::Ordering& ordering = job.track->ordering;
-  if (!ordering.clockStart) {
-    ordering.clockStart = now + kPreroll - job.track->facts.PlayTime(job.position);
+  if (!ordering.clockStart) {  // pictures after the first may be decoded before it
+    ordering.clockStart = now + kPreroll - job.track->facts.PlayTime(0);
     Changed();
   }
   const Clock::duration lateness = now - DueTime(*job.track, job.position);
