@@ -93,6 +93,7 @@ class HttpClient {
   const StorageAddress address_;
   const HttpLimits limits_;
   const std::unique_ptr<CURLM, MultiCleanup> multi_;
+  int made_ = 0;  // handles
   std::vector<CurlEasy> idle_;
   Duration listened_{};
   Duration missed_{};
