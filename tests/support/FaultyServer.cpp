@@ -172,6 +172,8 @@ void FaultyServer::Serve(const Descriptor& client) {
                      (fault.ignoreRange ? "" : Cut(request, "Range")) + Cut(request, "If-Match") +
                      "\r\n");
     std::string header = Receive(server, IsAnswer);
+    if (header.empty())
+      return;  // the server has cut the connection
     const size_t headerEnd = header.find("\r\n\r\n") + 2;
     std::string body = header.substr(headerEnd + 2);
     header.resize(headerEnd);
