@@ -10,6 +10,7 @@ set -euo pipefail
 root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
 mkdir "$1"
 machines=$(realpath "$1")
+clone=/srv/moravel  # on each of them
 
 say() { printf '\n== %s (%s s)\n' "$*" "$SECONDS"; }
 fail() { echo "check-fresh.sh: $*" >&2; exit 1; }
@@ -26,29 +27,29 @@ on() {
   ' on "$machines/$1" "$2" "$3"
 }
 
-# machine NAME: a copy of the fresh one, with a user who has sudo and a clone of this tree.
+# machine USER: a copy of the fresh one, with a user who has sudo, and the user's clone of this tree.
 machine() {
   cp -a "$machines/fresh" "$machines/$1"
   on "$1" root 'useradd --create-home --shell /bin/bash newcomer
     echo "newcomer ALL=(ALL) NOPASSWD: ALL" >/etc/sudoers.d/newcomer'
-  git -c safe.directory='*' clone --quiet "$root" "$machines/$1/home/newcomer/moravel"
-  on "$1" root 'chown -R newcomer: /home/newcomer'
+  git -c safe.directory='*' clone --quiet "$root" "$machines/$1$clone"
+  on "$1" root "chown -R $1: $clone"
 }
 
 try_as() {
   local user=$1
   machine "$user"
   say "README's first commands as $user"
-  on "$user" "$user" 'cd /home/newcomer/moravel; ./dev play; ./dev play; ./dev test'
-  [[ -s $machines/$user/home/newcomer/moravel/build/contact-sheet.png ]] || fail "no contact sheet"
+  on "$user" "$user" "cd $clone; ./dev play; ./dev play; ./dev test"
+  [[ -s $machines/$user$clone/build/contact-sheet.png ]] || fail "no contact sheet"
 }
 
 # What the packages bring, to somebody who has nothing else of ours.
 try_packages() {
   cp -a "$machines/fresh" "$machines/packages"
   mkdir "$machines/packages/debs"
-  cp "$machines/newcomer/home/newcomer/moravel/build/packages"/*.deb "$machines/packages/debs"
-  cp "$machines/newcomer/home/newcomer/moravel/build/clips/demo.avi" "$machines/packages/debs"
+  cp "$machines/newcomer$clone/build/packages"/*.deb "$machines/packages/debs"
+  cp "$machines/newcomer$clone/build/clips/demo.avi" "$machines/packages/debs"
   on packages root 'apt-get update --quiet=2
     useradd --create-home --shell /bin/bash host
     if apt-get install --simulate --no-install-recommends /debs/libmoravelp*.deb | grep -E "^Inst lib(curl|av|.*jpeg|yuv)"; then
@@ -80,7 +81,7 @@ sources=(/etc/apt/sources.list.d/debian.sources)
 say "a fresh machine"
 mmdebstrap --quiet --variant=minbase --include=ca-certificates,sudo bookworm "$machines/fresh" "${sources[@]}"
 try_as newcomer
-on newcomer newcomer 'cd moravel; ./dev package'
+on newcomer newcomer "cd $clone; ./dev package"
 try_as root
 say "the packages alone"
 try_packages
