@@ -17,10 +17,9 @@ using std::chrono::milliseconds;
 // Connections, and handles, that are kept without a transfer.
 constexpr size_t kMaxIdle = 24;
 // A sequence has two transfers under way, whose bytes may come very fast; many at a time share the
-// link.
+// link, and libcurl's own buffers do.
 constexpr int kFast = 2;
 constexpr long kFastBufferBytes = 512 << 10;
-constexpr long kBufferBytes = 128 << 10;
 constexpr milliseconds kLongestWait{50};
 
 CURLM* CreateMulti() {
@@ -70,7 +69,8 @@ CurlEasy HttpClient::TakeEasy() {
   SetOption(easy, CURLOPT_PROXY, "");  // whatever the environment says
   SetOption(easy, CURLOPT_NOSIGNAL, 1L);
   SetOption(easy, CURLOPT_QUICK_EXIT, 1L);  // a name that is being resolved holds up nobody
-  SetOption(easy, CURLOPT_BUFFERSIZE, made_++ < kFast ? kFastBufferBytes : kBufferBytes);
+  if (made_++ < kFast)
+    SetOption(easy, CURLOPT_BUFFERSIZE, kFastBufferBytes);
   SetOption(easy, CURLOPT_CONNECTTIMEOUT_MS, static_cast<long>(limits_.connect.count()));
   if (const std::string& socket = address_.UnixDomainSocket(); !socket.empty())
     SetOption(easy, CURLOPT_UNIX_SOCKET_PATH, socket.c_str());
