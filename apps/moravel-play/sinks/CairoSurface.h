@@ -4,17 +4,16 @@
 
 #include <cstdint>
 #include <memory>
-#include <string>
 
-#include "command/Options.h"
+#include "command/Size.h"
 
 namespace Moravel::Play {
 
-// Throws OutputError, "WHAT: " and the drawing library's reason; std::bad_alloc for want of memory.
-void CheckDrawing(cairo_status_t status, const std::string& what);
+// Throws, when it is an error, what is told of a picture of that size.
+void CheckDrawing(cairo_status_t status, Size size);
 
 // An opaque picture in memory, four bytes B, G, R and unused to a pixel. Errors of the drawing
-// library are OutputError.
+// library are OutputError, std::bad_alloc for want of memory.
 class CairoSurface {
  public:
   explicit CairoSurface(Size size);

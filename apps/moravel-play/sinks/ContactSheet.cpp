@@ -10,6 +10,8 @@
 #include "elements/mjpeg/BgraPicture.h"
 #include "qelCore/Printable.h"
 #include "sinks/OutputFile.h"
+#include "sinks/PngFile.h"
+#include "sinks/SheetLayout.h"
 #include "sinks/TrackLabel.h"
 #include "tracks/TrackTimes.h"
 
@@ -126,8 +128,7 @@ void ContactSheet::Write(const Picture& picture) {
     cell->thumbnail = qel::mjpeg::MakeBgraPicture(*picture.image, {width, height});
   }
   cell->caption = Caption(picture);
-  cell->state = picture.state;
-  cell->played = true;
+  cell->state = picture.state == PictureState::Fine ? "" : NameOf(picture.state);
 }
 
 // In the order of the command line, whatever began first.
@@ -145,7 +146,9 @@ void ContactSheet::Finish() {
   std::vector<SheetSection> drawn;
   for (Section& section : sections_)
     drawn.push_back(std::move(section.drawn));
-  DrawSheet(path_, drawn);
+  const DrawnSheet sheet = module_.Draw(drawn);
+  OutputFile file(path_);
+  WritePng(file, sheet.pixels.get(), sheet.stride, sheet.size);
 }
 
 }  // namespace Moravel::Play

@@ -5,7 +5,7 @@
 #include <mutex>
 
 #include "sinks/Picture.h"
-#include "sinks/SheetDrawing.h"
+#include "sinks/SheetModule.h"
 
 namespace Moravel::Play {
 
@@ -40,6 +40,7 @@ class ContactSheet : public IPictureSink {
 
   const std::filesystem::path path_;
   const size_t sectionsToCome_;
+  const SheetModule module_;
 
   std::mutex sectionsAccess_;  // guards all below, but not what is in a cell
   std::deque<Section> sections_;

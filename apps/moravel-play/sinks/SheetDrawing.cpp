@@ -5,25 +5,16 @@
 
 #include <algorithm>
 #include <memory>
+#include <utility>
 
 #include "sinks/CairoSurface.h"
-#include "sinks/PngFile.h"
 #include "sinks/SheetFont.h"
+#include "sinks/SheetLayout.h"
 
 namespace Moravel::Play {
 
-// Pixels.
-const int kThumbnailWidth = 320;
-const int kMaxSheetHeight = 30000;  // the drawing library ends at 32767
-
 namespace {
 
-constexpr int kMargin = 40;
-constexpr int kGap = 16;
-constexpr int kCaptionHeight = 36;
-constexpr int kHeadHeight = 84;
-constexpr int kSectionGap = 24;
-constexpr int kColumns = 6;
 constexpr double kFrame = 4;  // around a damaged picture
 
 struct Colour {
@@ -48,11 +39,11 @@ struct FontsEnd {
 };
 
 int SheetWidth() {
-  return 2 * kMargin + kColumns * kThumbnailWidth + (kColumns - 1) * kGap;
+  return 2 * kSheetMargin + kSheetColumns * kThumbnailWidth + (kSheetColumns - 1) * kSheetGap;
 }
 
 int SheetHeight(const std::vector<SheetSection>& sections) {
-  int height = 2 * kMargin - kSectionGap;
+  int height = 2 * kSheetMargin - kSectionGap;
   for (const SheetSection& section : sections)
     height += SheetSectionHeight(section.thumbnail, static_cast<int>(section.cells.size()));
   return height;
@@ -66,44 +57,42 @@ class Drawing {
   }
 
   void Draw(const SheetSection& section, int top) {
-    Text(section.title, kMargin, top + 32, 26, kBright, true);
-    Text(section.facts, kMargin, top + 62, 18, kDim);
+    Text(section.title, kSheetMargin, top + 32, 26, kBright, true);
+    Text(section.facts, kSheetMargin, top + 62, 18, kDim);
     for (size_t i = 0; i < section.cells.size(); ++i) {
       const auto cell = static_cast<int>(i);
-      Draw(section.cells[i], kMargin + cell % kColumns * (kThumbnailWidth + kGap),
-           top + kHeadHeight + cell / kColumns * (section.thumbnail.height + kCaptionHeight),
+      Draw(section.cells[i], kSheetMargin + cell % kSheetColumns * (kThumbnailWidth + kSheetGap),
+           top + kSectionHead + cell / kSheetColumns * (section.thumbnail.height + kCaptionHeight),
            section.thumbnail);
     }
   }
 
-  void Write(const std::filesystem::path& path) {
-    CheckDrawing(cairo_status(pen_.get()), path.string() + ": cannot be drawn");
-    surface_.Flush();
-    OutputFile file(path);
-    WritePng(file, surface_.Data(), surface_.Stride(), surface_.GetSize());
+  DrawnSheet Take() && {
+    CheckDrawing(cairo_status(pen_.get()), surface_.GetSize());
+    pen_.reset();
+    const auto surface = std::make_shared<CairoSurface>(std::move(surface_));
+    surface->Flush();
+    return {{surface, surface->Data()}, surface->Stride(), surface->GetSize()};
   }
 
  private:
   void Draw(const SheetCell& cell, int left, int top, Size size) {
-    const std::string state = cell.played ? NameOf(cell.state) : "not played";
-    const bool fine = cell.played && cell.state == PictureState::Fine;
     if (!cell.thumbnail) {
       Box(left, top, size, kEmptyCell);
       const int baseline = top + size.height / 2 + 6;
-      Text(state, left + (size.width - Width(state, 18)) / 2, baseline, 18, kDim);
+      Text(cell.state, left + (size.width - Width(cell.state, 18)) / 2, baseline, 18, kDim);
     } else {
       surface_.Flush();
       CopyRows(*cell.thumbnail, left, top, size);
       surface_.MarkDirty();
-      if (!fine)
+      if (!cell.state.empty())
         Frame(left, top, size);
     }
     const double baseline = top + size.height + 18;
-    const std::string mark = fine ? "" : state;
-    const double room = size.width - Width(mark, 14) - kGap;
+    const double room = size.width - Width(cell.state, 14) - kSheetGap;
     Text(cell.caption, left, baseline, std::min(14.0, 14 * room / Width(cell.caption, 14)),
          cell.thumbnail ? kBright : kDim);
-    Text(mark, left + size.width - Width(mark, 14), baseline, 14, kWarning);
+    Text(cell.state, left + size.width - Width(cell.state, 14), baseline, 14, kWarning);
   }
 
   void CopyRows(const qel::IBuffer& pixels, int left, int top, Size size) {
@@ -160,25 +149,22 @@ class Drawing {
   }
 
   CairoSurface surface_;
-  const std::unique_ptr<cairo_t, DestroyPen> pen_;
+  std::unique_ptr<cairo_t, DestroyPen> pen_;
 };
 
 }  // namespace
 
-int SheetSectionHeight(Size thumbnail, int cells) {
-  const int rows = (cells + kColumns - 1) / kColumns;
-  return kHeadHeight + rows * (thumbnail.height + kCaptionHeight) + kSectionGap;
-}
+}  // namespace Moravel::Play
 
-void DrawSheet(const std::filesystem::path& path, const std::vector<SheetSection>& sections) {
+extern "C" void MoravelDrawSheet(const std::vector<Moravel::Play::SheetSection>& sections,
+                                 Moravel::Play::DrawnSheet& sheet) {
+  using namespace Moravel::Play;
   const FontsEnd fontsEnd;
   Drawing drawing({SheetWidth(), SheetHeight(sections)});
-  int top = kMargin;
+  int top = kSheetMargin;
   for (const SheetSection& section : sections) {
     drawing.Draw(section, top);
     top += SheetSectionHeight(section.thumbnail, static_cast<int>(section.cells.size()));
   }
-  drawing.Write(path);
+  sheet = std::move(drawing).Take();
 }
-
-}  // namespace Moravel::Play

@@ -1,17 +1,18 @@
 #pragma once
 
-#include <filesystem>
+#include <cstdint>
+#include <memory>
 #include <string>
 #include <vector>
 
-#include "sinks/Picture.h"
+#include "command/Size.h"
+#include "qel/Samples.h"
 
 namespace Moravel::Play {
 
 // One picture of a contact sheet.
 struct SheetCell {
-  bool played = false;  // all below is known
-  PictureState state = PictureState::Fine;
+  std::string state = "not played";  // empty: nothing is wrong with it
   std::string caption;
   qel::BufferConstPtr thumbnail;  // BGRA; empty: nothing to show
 };
@@ -24,13 +25,18 @@ struct SheetSection {
   std::vector<SheetCell> cells;
 };
 
-// How high a section with so many cells is, and the most that a sheet can be.
-int SheetSectionHeight(Size thumbnail, int cells);
-extern const int kMaxSheetHeight;
-extern const int kThumbnailWidth;
+// Opaque, four bytes B, G, R and unused to a pixel.
+struct DrawnSheet {
+  std::shared_ptr<const uint8_t> pixels;
+  int stride = 0;
+  Size size;
+};
 
-// Draws the sections one below the other and writes the sheet as a PNG file. One thread at a time:
-// it uses, and frees, what the drawing library keeps for all. Errors as in OutputFile.
-void DrawSheet(const std::filesystem::path& path, const std::vector<SheetSection>& sections);
+// Draws the sections one below the other. One thread at a time: it uses, and frees, what the
+// drawing library keeps for all. Errors are OutputError, std::bad_alloc for want of memory.
+using DrawSheetFunction = void(const std::vector<SheetSection>& sections, DrawnSheet& sheet);
 
 }  // namespace Moravel::Play
+
+// It is in a part of the program that is loaded when it is needed (SheetModule.h).
+extern "C" [[gnu::visibility("default")]] Moravel::Play::DrawSheetFunction MoravelDrawSheet;
