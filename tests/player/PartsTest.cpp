@@ -26,10 +26,13 @@ TEST(TrackArgument, IsATrackIdOrAFile) {
       {"storage-3.example.org:80:T0", "storage-3.example.org:80:T0"},
       {"[::1]:65535:T12", "[::1]:65535:T12"},
       {"http://10.0.0.5:8080/tracks/7", "10.0.0.5:8080:T7"},
-      {"http://[fe80::1%25]/tracks/9223372036854775807", "[fe80::1%25]:80:T9223372036854775807"}};
+      {"[fe80::1%eth0]:80:T1", "[fe80::1%eth0]:80:T1"},
+      {"http://[fe80::1%25en-1]/tracks/9223372036854775807",
+       "[fe80::1%en-1]:80:T9223372036854775807"}};
   for (const auto& [text, id] : ids)
     EXPECT_EQ(ParseTrackArgument(text).remoteId.value().ToString(), id);
-  for (const char* file : {"clip.avi", "./host:80:T1", "host:80:Tx", "host:80:T1.avi", "a:b:T1"})
+  for (const char* file :
+       {"clip.avi", "./host:80:T1", "host:80:Tx", "host:80:T1.avi", "a:b:T1", "[::1%]:80:T1"})
     EXPECT_FALSE(ParseTrackArgument(file).remoteId) << file;
   for (const char* text :
        {"", "host:0:T1", "host:65536:T1", "h:80:T99999999999999999999", "::1:80:T1", "http://h:1",

@@ -412,10 +412,20 @@ TEST_F(Served, TellsRepeatedAndMissingSamplesFromAnIndexThatIsWrong) {
 }
 
 TEST(StorageSource, TakesAddressesThatAreNothingElse) {
-  const std::pair<const char*, int64_t> wrong[] = {
-      {"", 80},          {"user@127.0.0.1", 80}, {"127.0.0.1/x?", 80}, {"127.0.0.1:81", 80},
-      {"[::1]", 80},     {"a\r\nX: y", 80},      {"%61", 80},          {"127.0.0.1", 0},
-      {"127.0.0.1", -1}, {"127.0.0.1", 65536}};
+  const std::pair<const char*, int64_t> wrong[] = {{"", 80},
+                                                   {"user@127.0.0.1", 80},
+                                                   {"127.0.0.1/x?", 80},
+                                                   {"127.0.0.1:81", 80},
+                                                   {"[::1]", 80},
+                                                   {"a\r\nX: y", 80},
+                                                   {"%61", 80},
+                                                   {"127.0.0.1", 0},
+                                                   {"127.0.0.1", -1},
+                                                   {"127.0.0.1", 65536},
+                                                   {"host%eth0", 80},
+                                                   {"fe80::1%", 80},
+                                                   {"fe80::1%a/b", 80},
+                                                   {"fe80::1%nothing0", 80}};
   for (const auto& [address, port] : wrong) {
     SourceUnderTest source;
     EXPECT_THAT(ErrorOf([&, host = address, number = port] { source.Init(number, 1, "", host); }),
@@ -425,6 +435,8 @@ TEST(StorageSource, TakesAddressesThatAreNothingElse) {
   SourceUnderTest source;
   EXPECT_THAT(ErrorOf([&] { source.Init(1, 7, "", "::1"); }),
               AllOf(HasSubstr("track [::1]:1:T7: "), HasSubstr("connect")));
+  EXPECT_THAT(ErrorOf([&] { source.Init(1, 7, "", "fe80::1%lo"); }),
+              AllOf(HasSubstr("track [fe80::1%lo]:1:T7: "), HasSubstr("connect")));
   EXPECT_THAT(ErrorOf([&] { source.Init(0, 1, std::string(200, 'x')); }),
               HasSubstr("unix_domain_socket"));
 }

@@ -31,8 +31,12 @@ bool IsHostName(std::string_view text) {
   return IsMadeOf(text, "._-", IsLetter);
 }
 
+// With the interface of a link-local one behind it: fe80::1%eth0.
 bool IsIpv6(std::string_view text) {
-  return IsMadeOf(text, ":.%", IsHexLetter) && text.find(':') != std::string_view::npos;
+  const size_t zone = text.find('%');
+  return IsMadeOf(text.substr(0, zone), ":.", IsHexLetter) &&
+         text.find(':') != std::string_view::npos &&
+         (zone == std::string_view::npos || IsHostName(text.substr(zone + 1)));
 }
 
 int64_t InRange(const std::string& whole, std::string_view digits, int64_t least, int64_t most,
@@ -74,12 +78,15 @@ std::optional<Player::TrackId> ParseShortForm(const std::string& text) {
   return IsAddress(*address) ? std::optional(MakeId(text, *address, port, track)) : std::nullopt;
 }
 
-Player::TrackId ParseHttpForm(const std::string& text, std::string_view rest) {
+Player::TrackId ParseHttpForm(const std::string& text, std::string rest) {
   constexpr std::string_view kFolder = "/tracks/";
+  constexpr std::string_view kZone = "%25";  // RFC 6874
+  if (const size_t zone = rest.find(kZone); zone != std::string::npos)
+    rest.replace(zone, kZone.size(), "%");
   const size_t folder = rest.find(kFolder);
-  if (folder != std::string_view::npos) {
-    const std::string_view track = rest.substr(folder + kFolder.size());
-    const std::string_view server = rest.substr(0, folder);
+  if (folder != std::string::npos) {
+    const std::string_view track = std::string_view(rest).substr(folder + kFolder.size());
+    const std::string_view server = std::string_view(rest).substr(0, folder);
     if (AreDigits(track) && IsAddress(server))
       return MakeId(text, server, "", track);
     std::string_view port = server;
@@ -102,7 +109,7 @@ TrackArgument ParseTrackArgument(const std::string& text) {
                      ": storage servers speak plain http: give http://ADDRESS:PORT/tracks/NUMBER");
   constexpr std::string_view kHttp = "http://";
   if (text.starts_with(kHttp))
-    return {text, ParseHttpForm(text, std::string_view(text).substr(kHttp.size()))};
+    return {text, ParseHttpForm(text, text.substr(kHttp.size()))};
   return {text, ParseShortForm(text)};
 }
 

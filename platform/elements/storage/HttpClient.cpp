@@ -72,6 +72,7 @@ CurlEasy HttpClient::TakeEasy() {
   if (made_++ < kFast)
     SetOption(easy, CURLOPT_BUFFERSIZE, kFastBufferBytes);
   SetOption(easy, CURLOPT_CONNECTTIMEOUT_MS, static_cast<long>(limits_.connect.count()));
+  SetOption(easy, CURLOPT_ADDRESS_SCOPE, static_cast<long>(address_.InterfaceIndex()));
   if (const std::string& socket = address_.UnixDomainSocket(); !socket.empty())
     SetOption(easy, CURLOPT_UNIX_SOCKET_PATH, socket.c_str());
   return easy;

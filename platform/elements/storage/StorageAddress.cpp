@@ -1,6 +1,7 @@
 #include "elements/storage/StorageAddress.h"
 
 #include <arpa/inet.h>
+#include <net/if.h>
 #include <sys/un.h>
 
 #include <algorithm>
@@ -68,6 +69,16 @@ StorageAddress::StorageAddress(std::string address, int64_t port, std::string un
     port_ = "80";
     return;
   }
+  const size_t zone = std::min(address.find('%'), address.size());
+  if (IsIpv6(address.substr(0, zone)) && zone < address.size() &&
+      IsHostName(std::string_view(address).substr(zone + 1))) {
+    zone_ = address.substr(zone + 1);
+    address.resize(zone);
+    interface_ = if_nametoindex(zone_.c_str());
+    if (interface_ == 0)
+      throw QELRuntimeError(
+          QEL_TEXT("\"tcp_address\": this machine has no interface \"" << zone_ << "\""));
+  }
   host_ = HostOf(address);
   if (port < 1 || port > 65535)
     throw QELRuntimeError(QEL_TEXT("\"tcp_port\" " << port << " is not from 1 to 65535"));
@@ -75,8 +86,13 @@ StorageAddress::StorageAddress(std::string address, int64_t port, std::string un
 }
 
 std::string StorageAddress::TrackName(int64_t trackId) const {
-  const std::string server = unixDomainSocket_.empty() ? host_ + ":" + port_ : unixDomainSocket_;
-  return server + ":T" + std::to_string(trackId);
+  const std::string track = ":T" + std::to_string(trackId);
+  if (!unixDomainSocket_.empty())
+    return unixDomainSocket_ + track;
+  std::string host = host_;
+  if (!zone_.empty())
+    host.insert(host.size() - 1, "%" + zone_);
+  return host + ":" + port_ + track;
 }
 
 CurlUrl StorageAddress::TrackUrl(int64_t trackId) const {
