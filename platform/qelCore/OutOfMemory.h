@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <new>
 
 namespace qel {
@@ -11,6 +12,13 @@ namespace qel {
   if (const std::new_handler handler = std::get_new_handler())
     handler();
   throw std::bad_alloc();
+}
+
+// For those that do not tell want of memory from other failures: does the same when there are no
+// `bytes` to be had. (Called as functions: of a new-expression without a use the compiler makes
+// nothing.)
+inline void TryMemory(std::size_t bytes) {
+  ::operator delete(::operator new(bytes));
 }
 
 }  // namespace qel

@@ -25,18 +25,27 @@ std::string Shortened(const std::string& text) {
   return text.substr(0, kMost - kEnd) + " [...] " + text.substr(text.size() - kEnd);
 }
 
+std::atomic_flag isEnding;  // for want of memory
+
+// Another thread ends the program.
+[[noreturn]] void WaitForTheEnd() {
+  while (true)
+    ::pause();
+}
+
 }  // namespace
 
 void PrintProblem(const std::string& text) {
+  if (isEnding.test())
+    WaitForTheEnd();  // what is told now comes of the want of memory
   const std::string line = "moravel-play: " + qel::Printable(Shortened(text)) + '\n';
   static const bool terminal = ::isatty(STDERR_FILENO) == 1;
   std::fputs(terminal ? (std::string(kEraseLine) + line).c_str() : line.c_str(), stderr);
 }
 
 void EndOutOfMemory() noexcept {
-  static std::atomic_flag isEnding;
-  while (isEnding.test_and_set())
-    ::pause();  // another thread ends the program
+  if (isEnding.test_and_set())
+    WaitForTheEnd();
   const bool terminal = ::isatty(STDERR_FILENO) == 1;
   constexpr std::string_view kLine = "\033[Kmoravel-play: out of memory\n";
   const std::string_view line = terminal ? kLine : kLine.substr(kEraseLine.size());

@@ -25,8 +25,9 @@ struct FreeBytes {
 };
 
 void CheckPng(int result, const char* what) {
-  if (result == SPNG_EMEM || result == SPNG_EZLIB_INIT || result == SPNG_EZLIB)
-    qel::FailOutOfMemory();  // zlib fails for no other reason: what it is given is always right
+  if (result == SPNG_EMEM || result == SPNG_EZLIB_INIT || result == SPNG_EZLIB ||
+      result == SPNG_EBADSTATE)
+    qel::FailOutOfMemory();  // they fail for no other reason: what they are given is always right
   if (result != 0)
     throw OutputError(std::string("a PNG picture cannot be made: ") + what + ": " +
                       spng_strerror(result));

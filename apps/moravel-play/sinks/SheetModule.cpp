@@ -4,15 +4,21 @@
 
 #include <string>
 
+#include "qelCore/OutOfMemory.h"
 #include "sinks/OutputFile.h"
 
 namespace Moravel::Play {
 
 namespace {
 
+// With all libraries that come with it, about twice.
+constexpr size_t kModuleBytes = size_t{32} << 20;
+
 // Stays loaded to the end: what it has drawn is freed by it.
 DrawSheetFunction* Load() {
   void* const module = ::dlopen("moravel-contact-sheet.so", RTLD_NOW | RTLD_LOCAL);
+  if (module == nullptr)
+    qel::TryMemory(kModuleBytes);
   void* const draw = module == nullptr ? nullptr : ::dlsym(module, "MoravelDrawSheet");
   if (draw == nullptr)
     throw OutputError(std::string("contact sheets cannot be drawn: ") + ::dlerror());

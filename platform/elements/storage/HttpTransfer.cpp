@@ -18,7 +18,7 @@ namespace {
 
 using std::chrono::milliseconds;
 
-constexpr size_t kTriedBytes = size_t{1} << 20;
+constexpr size_t kTriedBytes = size_t{4} << 20;
 
 // A field of the last answer, empty when it has none.
 std::string Field(const CurlEasy& easy, const char* name) {
@@ -220,7 +220,7 @@ std::string HttpTransfer::FailureText() const {
 void HttpTransfer::CheckComplete() const {
   if (result_ == CURLE_OUT_OF_MEMORY) {
     // libcurl says so of a header line that is too long for it, too: memory is tried.
-    const auto tried = std::make_unique_for_overwrite<uint8_t[]>(kTriedBytes);
+    TryMemory(kTriedBytes);
     throw QELRuntimeError("server sent a header line that is longer than any allowed");
   }
   if (result_ != CURLE_OK)
