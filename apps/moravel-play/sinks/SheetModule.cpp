@@ -2,6 +2,7 @@
 
 #include <dlfcn.h>
 
+#include <filesystem>
 #include <string>
 
 #include "qelCore/OutOfMemory.h"
@@ -11,12 +12,20 @@ namespace Moravel::Play {
 
 namespace {
 
+constexpr const char* kModule = "moravel-contact-sheet.so";
 // With all libraries that come with it, about twice.
 constexpr size_t kModuleBytes = size_t{32} << 20;
 
+// Beside the program, or where it is installed.
+std::filesystem::path ModulePath() {
+  const auto folder = std::filesystem::read_symlink("/proc/self/exe").parent_path();
+  const auto path = folder / kModule;
+  return std::filesystem::exists(path) ? path : folder / MORAVEL_MODULE_FOLDER / kModule;
+}
+
 // Stays loaded to the end: what it has drawn is freed by it.
 DrawSheetFunction* Load() {
-  void* const module = ::dlopen("moravel-contact-sheet.so", RTLD_NOW | RTLD_LOCAL);
+  void* const module = ::dlopen(ModulePath().c_str(), RTLD_NOW | RTLD_LOCAL);
   if (module == nullptr)
     qel::TryMemory(kModuleBytes);
   void* const draw = module == nullptr ? nullptr : ::dlsym(module, "MoravelDrawSheet");
