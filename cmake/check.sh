@@ -76,7 +76,7 @@ check() {
   export ASAN_OPTIONS=detect_leaks=1:halt_on_error=1:detect_stack_use_after_return=1
   export UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1
   # A player that is told to stop at once leaves its threads where they are.
-  export TSAN_OPTIONS=halt_on_error=1:second_deadlock_stack=1:report_thread_leaks=0
+  export TSAN_OPTIONS=halt_on_error=1:second_deadlock_stack=1:report_thread_leaks=0:suppressions=$root/cmake/tsan.supp
   for sanitizer in asan tsan; do
     build "$sanitizer"
     run_tests "$sanitizer"
