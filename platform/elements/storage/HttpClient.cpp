@@ -93,10 +93,9 @@ void HttpClient::Remove(CURL* transfer) {
 
 void HttpClient::Perform() {
   int running = 0;
-  const auto begin = std::chrono::steady_clock::now();
   Check(curl_multi_perform(multi_.get(), &running));
   // A server whose bytes come faster than they are looked at is never waited for otherwise.
-  CountListened(begin);
+  CountListened();
   int left = 0;
   while (const CURLMsg* const message = curl_multi_info_read(multi_.get(), &left)) {
     if (message->msg != CURLMSG_DONE)
@@ -107,17 +106,17 @@ void HttpClient::Perform() {
   }
 }
 
-void HttpClient::CountListened(std::chrono::steady_clock::time_point begin) {
-  const Duration passed = std::chrono::steady_clock::now() - begin;
+void HttpClient::CountListened() {
+  const auto now = std::chrono::steady_clock::now();
+  const Duration passed = now - std::exchange(lastLook_, now);
   const Duration listened = std::min<Duration>(passed, 2 * kLongestWait);
   listened_ += listened;
   missed_ += passed - listened;
 }
 
 void HttpClient::Wait() {
-  const auto begin = std::chrono::steady_clock::now();
   Check(curl_multi_poll(multi_.get(), nullptr, 0, kLongestWait.count(), nullptr));
-  CountListened(begin);
+  CountListened();
 }
 
 }  // namespace qel

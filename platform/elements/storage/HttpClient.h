@@ -65,6 +65,8 @@ class HttpClient {
   // A transfer runs from Add until it is done or removed; CURLOPT_PRIVATE is its IHttpTransfer.
   void Add(CURL* transfer);
   void Remove(CURL* transfer);
+  // Somebody begins to wait for the server, with Perform and Wait in turns.
+  void Listen() { lastLook_ = std::chrono::steady_clock::now(); }
   // Does what can be done at once for all transfers.
   void Perform();
   // Returns when there is something to do, at the latest after some milliseconds.
@@ -88,7 +90,7 @@ class HttpClient {
     void operator()(CURLM* multi) const { curl_multi_cleanup(multi); }
   };
 
-  void CountListened(std::chrono::steady_clock::time_point begin);
+  void CountListened();
 
   const StorageAddress address_;
   const HttpLimits limits_;
@@ -97,6 +99,7 @@ class HttpClient {
   std::vector<CurlEasy> idle_;
   Duration listened_{};
   Duration missed_{};
+  std::chrono::steady_clock::time_point lastLook_;  // at the clock, by who waits
   int64_t received_ = 0;
   LinkEstimate link_;
 };

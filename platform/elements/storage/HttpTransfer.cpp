@@ -119,6 +119,7 @@ ByteRange HttpTransfer::Rest() const {
 }
 
 void HttpTransfer::Listen() {
+  client_.Listen();
   lastProgress_ = windowStart_ = client_.Listened();  // nobody listened since the last call
   windowStartReceived_ = received_;
   if (std::exchange(isPaused_, false) && isRunning_)
