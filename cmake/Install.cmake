@@ -63,8 +63,9 @@ if(NOT MORAVEL_SYSTEM_PLATFORM)
     install(FILES platform/${header} DESTINATION ${platformFolder}/${parent} COMPONENT elements-dev)
   endforeach()
 
-  install(TARGETS moravel-play moravel-contact-sheet RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR}
-    LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}/moravel-play COMPONENT tools)
+  install(TARGETS moravel-play RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT tools)
+  install(TARGETS moravel-contact-sheet LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}/moravel-play
+    COMPONENT tools)
 endif()
 
 moravel_install(library MoravelPlayerQEL moravel-player-qel MoravelPlayerQEL)
