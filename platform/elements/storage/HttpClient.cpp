@@ -20,6 +20,7 @@ constexpr size_t kMaxIdle = 24;
 // link, and libcurl's own buffers do.
 constexpr int kFast = 2;
 constexpr long kFastBufferBytes = 512 << 10;
+constexpr long kBufferBytes = CURL_MAX_WRITE_SIZE;  // libcurl's own size
 constexpr milliseconds kLongestWait{50};
 
 CURLM* CreateMulti() {
@@ -53,11 +54,16 @@ HttpClient::HttpClient(StorageAddress address, HttpLimits limits)
 }
 
 CurlEasy HttpClient::TakeEasy() {
-  if (!idle_.empty()) {
-    CurlEasy easy = std::move(idle_.back());
-    idle_.pop_back();
-    return easy;
-  }
+  if (idle_.empty())
+    idle_.push_back(MakeEasy());
+  CurlEasy easy = std::move(idle_.back());
+  idle_.pop_back();
+  SetOption(easy, CURLOPT_BUFFERSIZE, taken_ < kFast ? kFastBufferBytes : kBufferBytes);
+  ++taken_;
+  return easy;
+}
+
+CurlEasy HttpClient::MakeEasy() const {
   CurlEasy easy(curl_easy_init());
   if (!easy)
     FailOutOfMemory();
@@ -69,8 +75,6 @@ CurlEasy HttpClient::TakeEasy() {
   SetOption(easy, CURLOPT_PROXY, "");  // whatever the environment says
   SetOption(easy, CURLOPT_NOSIGNAL, 1L);
   SetOption(easy, CURLOPT_QUICK_EXIT, 1L);  // a name that is being resolved holds up nobody
-  if (made_++ < kFast)
-    SetOption(easy, CURLOPT_BUFFERSIZE, kFastBufferBytes);
   SetOption(easy, CURLOPT_CONNECTTIMEOUT_MS, static_cast<long>(limits_.connect.count()));
   SetOption(easy, CURLOPT_ADDRESS_SCOPE, static_cast<long>(address_.InterfaceIndex()));
   if (const std::string& socket = address_.UnixDomainSocket(); !socket.empty())
@@ -79,6 +83,7 @@ CurlEasy HttpClient::TakeEasy() {
 }
 
 void HttpClient::GiveBack(CurlEasy easy) {
+  --taken_;
   if (idle_.size() < kMaxIdle)
     idle_.push_back(std::move(easy));
 }

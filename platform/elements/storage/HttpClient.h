@@ -58,7 +58,7 @@ class HttpClient {
   const StorageAddress& Address() const { return address_; }
   const HttpLimits& Limits() const { return limits_; }
 
-  // A handle with the options that all requests have in common; used ones may be given back.
+  // A handle with the options that all requests have in common; used ones are given back.
   CurlEasy TakeEasy();
   void GiveBack(CurlEasy easy);
 
@@ -90,12 +90,13 @@ class HttpClient {
     void operator()(CURLM* multi) const { curl_multi_cleanup(multi); }
   };
 
+  CurlEasy MakeEasy() const;
   void CountListened();
 
   const StorageAddress address_;
   const HttpLimits limits_;
   const std::unique_ptr<CURLM, MultiCleanup> multi_;
-  int made_ = 0;  // handles
+  int taken_ = 0;  // handles that were not given back
   std::vector<CurlEasy> idle_;
   Duration listened_{};
   Duration missed_{};
