@@ -5,8 +5,8 @@
 
 namespace qel {
 
-void RegisterBuiltinElements() {
-  RegisterStorageSource();
+void RegisterBuiltinElements(int64_t beginningBytes) {
+  RegisterStorageSource(beginningBytes);
   RegisterMotionJpegDecoder();
 }
 

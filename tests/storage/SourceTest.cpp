@@ -7,6 +7,7 @@
 
 #include "SourceFixture.h"
 #include "elements/storage/StorageSource.h"
+#include "elements/storage/TrackInfo.h"
 #include "support/MemoryInUse.h"
 
 namespace Moravel::Test {
@@ -225,6 +226,69 @@ TEST_F(Served, FollowsAPatternAndStopsWithIt) {
       const uint64_t ahead = std::max(used / 10, 4 * used / numbers.size());
       EXPECT_THAT(own.BytesRequested() - bytes, Le((count < 3 ? used : used + ahead) * 21 / 20));
     }
+  }
+}
+
+// Those that lie in it take no request of their own, in whatever order; others end it.
+TEST_F(Served, DeliversFirstSamplesOutOfTheBeginningThatItsOpeningAskedFor) {
+  for (const ClipSpec& spec : {ClipSpec{}, ClipSpec{.container = Container::Mov},
+                               ClipSpec{.container = Container::Mov, .headerFirst = true}}) {
+    ClipSpec clipSpec = spec;
+    clipSpec.file = folder / "b";
+    clipSpec.pictures = 200;
+    const Clip clip = MakeClip(clipSpec);
+    constexpr int64_t kBeginning = 100'000;
+    for (const std::vector<int64_t>& steps :
+         std::vector<std::vector<int64_t>>{{1}, {2, -1}, {3}, {-1}, {1, 1, 1, 1, -4, 30}}) {
+      SCOPED_TRACE(::testing::PrintToString(steps));
+      Player::StorageServer own{{}};
+      own.AddTrack(1, clip.file);
+      SourceUnderTest reader;
+      reader.limits = {{"beginning_bytes", kBeginning}};
+      reader.Init(own.Port());
+      EXPECT_THAT(own.RequestCount(), Le(2u));
+      const auto infos = reader.media->GetDefinedOutput("")->GetVideoInfoList();
+      const auto index = dynamic_cast<const qel::TrackInfo&>(*infos.at(0)).Index();
+      const auto isInside = [&](int64_t number) {
+        return index->At(number).offset + index->At(number).size <= kBeginning;
+      };
+      ASSERT_TRUE(isInside(9) && !isInside(150));
+      bool areInside = true;
+      const uint64_t requests = own.RequestCount();
+      int64_t number = steps.front() < 0 ? 199 : 0;
+      for (size_t i = 0; number >= 0 && number < 200; number += steps[i++ % steps.size()]) {
+        ASSERT_EQ(AllBytes(reader.Read(number)), clip.samples[static_cast<size_t>(number)]);
+        areInside = areInside && isInside(number) && i < 2;  // then what follows is asked for
+        if (areInside) {
+          EXPECT_EQ(own.RequestCount(), requests) << number;
+        }
+      }
+      if (steps == std::vector<int64_t>{1}) {
+        EXPECT_THAT(own.BytesRequested(),
+                    Le(std::filesystem::file_size(clip.file) + (64 << 10) + 2000));
+      }
+      reader.Read(0);  // and with another one's reading, it is given up
+      reader.Read(150);
+      const uint64_t before = own.RequestCount();
+      reader.Read(3);
+      EXPECT_EQ(own.RequestCount(), before + 1);
+    }
+  }
+}
+
+TEST_F(Served, HoldsBeginningsOfManyTracksWithinItsMemory) {
+  constexpr int64_t kMebi = 1 << 20;
+  source.limits = {{"beginning_bytes", 4 * kMebi}};
+  const Clip clip = Serve({.pictures = 8, .padding = kMebi});
+  const int64_t before = MemoryInUse();
+  for (int64_t track = 2; track < 40; ++track) {
+    server.AddTrack(track, clip.file);
+    source.Update("track_id", track);
+    EXPECT_THAT(MemoryInUse() - before, Le(qel::kMaxReadAheadBytes + 8 * kMebi)) << track;
+  }
+  for (const int64_t track : {1, 20, 39}) {
+    source.Update("track_id", track);
+    EXPECT_EQ(AllBytes(source.Read(0)).size(), clip.samples[0].size() + kMebi);
   }
 }
 

@@ -35,13 +35,13 @@ void OpenStandardDescriptors() {
   }
 }
 
-void StartHost(orl::mv::logging::ILogger::Level logLevel) {
+void StartHost(orl::mv::logging::ILogger::Level logLevel, int64_t beginningBytes) {
   CatchSignals();
   AllowManyFiles();
   orl::mv::logging::SetLogLevel(logLevel);
   qel::SetCurrentLoggerWriter(
       std::make_shared<FrameworkLines>(orl::mv::logging::CreateFrameworkLogWriter()));
-  qel::RegisterBuiltinElements();
+  qel::RegisterBuiltinElements(beginningBytes);
 }
 
 }  // namespace Moravel::Play

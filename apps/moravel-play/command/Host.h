@@ -1,5 +1,7 @@
 #pragma once
 
+#include <cstdint>
+
 #include "logging/ILogger.h"
 
 namespace Moravel::Play {
@@ -9,6 +11,7 @@ namespace Moravel::Play {
 void OpenStandardDescriptors();
 
 // What every command does first: signals, log lines of that level to standard error, elements.
-void StartHost(orl::mv::logging::ILogger::Level logLevel);
+// `beginningBytes` are asked for with the opening of a track, for its first pictures.
+void StartHost(orl::mv::logging::ILogger::Level logLevel, int64_t beginningBytes = 0);
 
 }  // namespace Moravel::Play

@@ -29,6 +29,8 @@ namespace {
 
 constexpr std::chrono::milliseconds kLookAround{50};  // for signals, and to draw the progress bar
 constexpr size_t kMaxTracksOfLane = 256;              // what one source keeps open
+// Of each file that is played from its beginning: the first picture or two.
+constexpr int64_t kBeginningBytes = int64_t{256} << 10;
 
 PictureSinks MakeSinks(const Options& options) {
   PictureSinks sinks;
@@ -252,7 +254,8 @@ int Play(const Options& options) {
 
 int RunPlay(int argc, const char* const* argv) {
   return RunParsed(ParseOptions(argc, argv), [](const Options& options) {
-    StartHost(options.logLevel);
+    const bool isFromBeginning = options.order == Order::Forward && options.start == TimeArgument();
+    StartHost(options.logLevel, isFromBeginning ? kBeginningBytes : 0);
     return Play(options);
   });
 }

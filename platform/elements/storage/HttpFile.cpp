@@ -12,7 +12,7 @@ namespace qel {
 namespace {
 
 // Enough for the header of most files and the beginning of their first picture.
-constexpr int64_t kHeadBytes = 16 << 10;
+constexpr int64_t kHeaderBytes = 16 << 10;
 // Enough for the index of two or three minutes.
 constexpr int64_t kEndBytes = 64 << 10;
 
@@ -40,15 +40,25 @@ class BlockReceiver : public IRangeReceiver {
 
 // Bytes that are kept, on their way or here: as many as the file has of those asked for.
 struct HttpFile::Part : IRangeReceiver {
-  Part(HttpClient& client, CURLU* url, const ByteRange& range)
-      : transfer(client, url, range, nullptr, *this) {}
+  Part(HttpClient& client, CURLU* url, const ByteRange& asked)
+      : range(asked), transfer(client, url, asked, nullptr, *this) {}
+
+  // Returns when so many are there, or all.
+  void Await(int64_t count, HttpClient::Duration until = HttpClient::Duration::max()) {
+    awaited = std::max(awaited, count);
+    transfer.Receive(until);
+  }
 
   bool Take(std::span<const uint8_t> more) override {
+    if (bytes.empty())
+      bytes.reserve(static_cast<size_t>(range.Inside(transfer.Version().size).size));
     bytes.insert(bytes.end(), more.begin(), more.end());
     return true;
   }
-  bool HasEnough() const override { return false; }
+  bool HasEnough() const override { return static_cast<int64_t>(bytes.size()) >= awaited; }
 
+  const ByteRange range;
+  int64_t awaited = 0;
   std::vector<uint8_t> bytes;
   HttpTransfer transfer;
 };
@@ -58,35 +68,70 @@ HttpFile::HttpFile(HttpClient& client, int64_t trackId)
 
 HttpFile::~HttpFile() = default;
 
-void HttpFile::Open(bool withIndex) {
+void HttpFile::Open(bool withIndex, int64_t beginning) {
   openUntil_ = client_.Listened() + client_.Limits().open;
-  EndIndex();
-  Part head(client_, url_.get(), {0, kHeadBytes});
+  DropBeginning();
+  end_.reset();
+  beginning_ =
+      std::make_unique<Part>(client_, url_.get(), ByteRange{0, std::max(beginning, kHeaderBytes)});
+  isBeginningKept_ = beginning > 0;
   if (withIndex)
     end_ = std::make_unique<Part>(client_, url_.get(), ByteRange::Last(kEndBytes));
-  head.transfer.Receive(openUntil_);
-  version_ = head.transfer.Version();
-  head_ = std::move(head.bytes);
-  cost_ = {1, static_cast<int64_t>(head_.size())};
+  beginning_->Await(kHeaderBytes, openUntil_);
+  version_ = beginning_->transfer.Version();
+  cost_ = {withIndex ? 2 : 1, 0};
 }
 
 void HttpFile::EndIndex() {
   end_.reset();
-  head_ = {};
+  if (!isBeginningKept_)
+    DropBeginning();
 }
 
 ReadCost HttpFile::Cost() const {
-  if (!end_)
-    return cost_;
-  return {cost_.requests + 1, cost_.bytes + static_cast<int64_t>(end_->bytes.size())};
+  ReadCost cost = cost_;
+  for (const auto* part : {&beginning_, &end_}) {
+    if (*part)
+      cost.bytes += static_cast<int64_t>((*part)->bytes.size());
+  }
+  return cost;
 }
 
-FilePart HttpFile::WithoutHead(FilePart part) const {
-  const int64_t inHead = std::clamp<int64_t>(static_cast<int64_t>(head_.size()) - part.offset, 0,
+bool HttpFile::BeginningHolds(const ByteRange& range) const {
+  if (!beginning_ || range.offset < 0 || range.End() > beginning_->range.Inside(Size()).End())
+    return false;
+  return !beginning_->transfer.IsOver() ||
+         range.End() <= static_cast<int64_t>(beginning_->bytes.size());
+}
+
+std::span<const uint8_t> HttpFile::Beginning(const ByteRange& range) {
+  beginning_->Await(range.End());
+  client_.Perform();  // what was asked for meanwhile is under way, even if all of this was here
+  return std::span<const uint8_t>(beginning_->bytes)
+      .subspan(static_cast<size_t>(range.offset), static_cast<size_t>(range.size));
+}
+
+void HttpFile::DropBeginning() {
+  beginning_.reset();
+}
+
+int64_t HttpFile::BeginningBytes() const {
+  return beginning_ ? beginning_->range.Inside(Size()).size : 0;
+}
+
+bool HttpFile::IsBeginningUnderWay() const {
+  return beginning_ && !beginning_->transfer.IsOver();
+}
+
+FilePart HttpFile::WithoutBeginning(FilePart part) {
+  const int64_t inside = std::clamp<int64_t>(BeginningBytes() - part.offset, 0,
                                              static_cast<int64_t>(part.bytes.size()));
-  if (inHead > 0)
-    std::memcpy(part.bytes.data(), head_.data() + part.offset, static_cast<size_t>(inHead));
-  return {part.offset + inHead, part.bytes.subspan(static_cast<size_t>(inHead))};
+  if (inside > 0) {
+    beginning_->Await(part.offset + inside, openUntil_);
+    std::memcpy(part.bytes.data(), beginning_->bytes.data() + part.offset,
+                static_cast<size_t>(inside));
+  }
+  return {part.offset + inside, part.bytes.subspan(static_cast<size_t>(inside))};
 }
 
 // Not every server knows what the last bytes are: without them, or when they are another version's,
@@ -96,9 +141,9 @@ bool HttpFile::ReadEnd(const FilePart& part) {
   if (!end_ || part.offset < begin)
     return false;
   try {
-    end_->transfer.Receive(openUntil_);
+    end_->Await(kEndBytes, openUntil_);
   } catch (const QELRuntimeError&) {
-    cost_ = Cost();
+    cost_.bytes += static_cast<int64_t>(end_->bytes.size());
     end_.reset();
     return false;
   }
@@ -133,7 +178,7 @@ void HttpFile::ReadAll(std::span<const FilePart> parts) {
     readings.pop_front();
   };
   for (const FilePart& wanted : parts) {
-    const FilePart part = WithoutHead(wanted);
+    const FilePart part = WithoutBeginning(wanted);
     if (part.bytes.empty() || ReadEnd(part))
       continue;
     if (readings.size() == kMostAtOnce)

@@ -275,8 +275,9 @@ void HttpTransfer::MeasureAnswer() {
     client_.Link().Answered(answered_ - asked_);
 }
 
+// The beginning of a file is the one answer that may be left to come while nobody waits.
 void HttpTransfer::MeasureBody() {
-  if (isAwaitedFromStart_)
+  if (isAwaitedFromStart_ && known_ != nullptr)
     client_.Link().Received(client_.Received() - clientReceived_, Clock::now() - answered_);
 }
 

@@ -47,9 +47,25 @@ SampleBytes ReadAhead::ReadStored(int64_t number, const ReadAheadShare& share) {
     AskAhead(number, share);
     return kept->second;
   }
+  if (IsInBeginning(number)) {
+    AskAhead(number, share);
+    return TakeFromBeginning(number);
+  }
+  file_.DropBeginning();
   Ask(number, share);
   AskAhead(number, share);
   return Await();
+}
+
+bool ReadAhead::IsInBeginning(int64_t number) const {
+  return file_.HasBeginning() && number >= 0 && number < index_.Count() &&
+         file_.BeginningHolds(SampleBlock::Place(index_, number));
+}
+
+SampleBytes ReadAhead::TakeFromBeginning(int64_t number) {
+  SampleBlock block(index_, {number, 1, 1}, Limits({0, 0}), pool_);
+  block.Take(file_.Beginning(block.Range()));
+  return block.TakeSample();
 }
 
 void ReadAhead::CheckPlace(int64_t number) const {
@@ -125,7 +141,7 @@ void ReadAhead::AskAhead(int64_t number, const ReadAheadShare& share) {
 int64_t ReadAhead::NextAhead(int64_t number) const {
   do {
     number += pattern_.Step();
-  } while (kept_.contains(number));
+  } while (kept_.contains(number) || IsInBeginning(number));
   return number;
 }
 
@@ -167,6 +183,7 @@ void ReadAhead::StopParts() {
 }
 
 void ReadAhead::Stop() {
+  file_.DropBeginning();
   StopParts();
   Keep(0, {}, 0);
 }
@@ -187,15 +204,16 @@ void ReadAhead::Keep(int64_t number, const SampleBytes& sample, int64_t maxBytes
 }
 
 int64_t ReadAhead::Bytes() const {
-  int64_t bytes = keptBytes_;
+  int64_t bytes = keptBytes_ + file_.BeginningBytes();
   for (const auto& part : parts_)
     bytes += part->block.Bytes();
   return bytes;
 }
 
 int ReadAhead::Transfers() const {
-  return static_cast<int>(std::count_if(
-      parts_.begin(), parts_.end(), [](const auto& part) { return !part->transfer->IsOver(); }));
+  const auto parts = std::count_if(parts_.begin(), parts_.end(),
+                                   [](const auto& part) { return !part->transfer->IsOver(); });
+  return static_cast<int>(parts) + (file_.IsBeginningUnderWay() ? 1 : 0);
 }
 
 }  // namespace qel

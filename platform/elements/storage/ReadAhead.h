@@ -26,7 +26,8 @@ struct ReadAheadShare {
 // the third sample of a pattern on, those that follow in it are asked for before they are read:
 // side by side on several connections, many in one request where they lie together, the more the
 // longer the pattern goes on. They arrive while the reader waits for one of them, and in the
-// kernel's buffers meanwhile. A reader that turns round gets what it was given a short while ago
+// kernel's buffers meanwhile. The first samples may have come with the file's beginning, which is
+// given up when others are read. A reader that turns round gets what it was given a short while ago
 // from memory. Used by one thread at a time.
 //
 // Failures are QELRuntimeError. What fails before it is read is asked for again when it is.
@@ -58,6 +59,8 @@ class ReadAhead {
   void CheckPlace(int64_t number) const;
   void Ask(int64_t number, const ReadAheadShare& share);
   void AskAhead(int64_t number, const ReadAheadShare& share);
+  bool IsInBeginning(int64_t number) const;
+  SampleBytes TakeFromBeginning(int64_t number);
   int64_t NextAhead(int64_t number) const;
   bool IsBatch(int64_t number, int64_t samples) const;
   BlockLimits Limits(const ReadAheadShare& share) const;

@@ -14,18 +14,17 @@ constexpr int64_t kMaxRangeBytes = int64_t{1} << 30;
 // Complete samples that nobody took, above which the server is made to wait.
 constexpr int64_t kMaxCompleteBytes = int64_t{1} << 20;
 
-// A sample's bytes with its chunk header, if there is one.
-ByteRange Place(const TrackIndex& index, int64_t number) {
-  const TrackIndex::Sample sample = index.At(number);
-  const int64_t header = index.ChunkHeaderBytes();
-  return {sample.offset - header, header + sample.size};
-}
-
 }  // namespace
 
 int64_t MaxSampleBytes(const TrackIndex& index) {
   return index.Facts().fieldOrder == FieldOrder::Progressive ? kMaxPictureBytes
                                                              : 2 * kMaxPictureBytes;
+}
+
+ByteRange SampleBlock::Place(const TrackIndex& index, int64_t number) {
+  const TrackIndex::Sample sample = index.At(number);
+  const int64_t header = index.ChunkHeaderBytes();
+  return {sample.offset - header, header + sample.size};
 }
 
 int64_t SampleBlock::Stored(const TrackIndex& index, int64_t number, int64_t step) {

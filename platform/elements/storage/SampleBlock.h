@@ -69,6 +69,8 @@ class SampleBlock : public IRangeReceiver {
   // what the index says.
   SampleBytes TakeSample();
 
+  // Where a sample's bytes are, with its chunk header if there is one.
+  static ByteRange Place(const TrackIndex& index, int64_t number);
   // The first sample with bytes at or behind `number` in the series; outside of the index when
   // there is none.
   static int64_t Stored(const TrackIndex& index, int64_t number, int64_t step);

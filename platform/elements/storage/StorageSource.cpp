@@ -21,6 +21,7 @@ constexpr int64_t kAnswerTimeoutMs = 10'000;
 constexpr int64_t kOpenTimeoutMs = 30'000;
 constexpr int64_t kLeastRate = 16 << 10;
 constexpr int64_t kRateWindowMs = 10'000;
+constexpr int64_t kMaxBeginningBytes = 4 << 20;
 constexpr int64_t kMaxTimeoutMs = 3'600'000;
 constexpr int64_t kMaxLeastRate = 1'000'000'000;
 // Free memory of samples that is kept.
@@ -99,9 +100,11 @@ void StorageSource::SetInitConfig(ParametersCollectionInstanceConstPtr config) {
                          config->GetParamInt64("tcp_port").value_or(0),
                          config->GetParamUTF8String("unix_domain_socket").value_or(""));
   auto client = std::make_unique<HttpClient>(std::move(address), Limits(*config));
+  const int64_t beginning = Number(*config, "beginning_bytes", 0, 0, kMaxBeginningBytes);
   selected_.reset();
   tracks_.clear();
   client_ = std::move(client);
+  beginningBytes_ = beginning;
   if (const auto trackId = config->GetParamInt64("track_id"))
     SelectTrack(*trackId);
 }
@@ -130,8 +133,9 @@ void StorageSource::SelectTrack(int64_t trackId) {
                                                  "\"remove_track\" forgets one"));
     }
     OpenTrack open;
-    open.track = std::make_unique<StorageTrack>(*client_, pool_, trackId);
+    open.track = std::make_unique<StorageTrack>(*client_, pool_, trackId, beginningBytes_);
     CheckIndexMemory(*open.track);
+    MakeRoom(*open.track);
     open.infos = MakeInfos(open.track->Index());
     tracks_.emplace(trackId, std::move(open));
   }
@@ -274,7 +278,7 @@ SampleContainerConstPtr StorageSource::MakeContainer(const OpenTrack& open,
   return CreateSampleContainer(std::move(samples), {{"StorageTimePoint", limits}});
 }
 
-void RegisterStorageSource() {
+void RegisterStorageSource(int64_t beginningBytes) {
   using Prototype = ParametersCollectionPrototype;
   using enum Prototype::Type;
   ElementRegistration registration;
@@ -286,6 +290,7 @@ void RegisterStorageSource() {
                               {"unix_domain_socket", {UTF8String, std::string()}},
                               {"tcp_port", {Int64}},
                               {"track_id", {Int64}},
+                              {"beginning_bytes", {Int64, beginningBytes}},
                               {"connect_timeout_ms", {Int64, kConnectTimeoutMs}},
                               {"stall_timeout_ms", {Int64, kStallTimeoutMs}},
                               {"answer_timeout_ms", {Int64, kAnswerTimeoutMs}},

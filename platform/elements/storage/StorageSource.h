@@ -26,18 +26,22 @@ constexpr int64_t kMaxReadAheadBytes = int64_t{32} << 20;
 constexpr int kMaxTransfers = 64;
 
 // Enters the storage source into the framework's registry as ("qel.StorageSource", "storage").
-void RegisterStorageSource();
+// `beginningBytes`: where a configuration does not give them.
+void RegisterStorageSource(int64_t beginningBytes);
 
 // Reads motion-JPEG tracks of one storage server over HTTP byte ranges. Used by one thread at a
 // time; it has no thread of its own. Failures are QELRuntimeError that names the track and what is
 // wrong, never a missing sample, and the next call works as soon as the server does.
 //
 // Initial configuration: "tcp_address" and "tcp_port", or "unix_domain_socket" when not empty;
-// "track_id"; and how long the server may take before a call fails: "connect_timeout_ms" (2000;
-// with the resolution of its name), "stall_timeout_ms" (5000; without sending anything),
-// "answer_timeout_ms" (10000; until the header of an answer is complete), "open_timeout_ms" (30000;
-// for the whole opening of a track), "least_rate" (16384 bytes a second of an answer's body, over
-// each "rate_window_ms" (10000)). The time that the process was stopped for does not count.
+// "track_id"; "beginning_bytes" (0): of a track that nobody in the process has open, its opening
+// asks for so many first bytes of the file too, out of which the first samples are delivered if
+// they are read next: the first one comes a round trip sooner. And how long the server may take
+// before a call fails: "connect_timeout_ms" (2000; with the resolution of its name),
+// "stall_timeout_ms" (5000; without sending anything), "answer_timeout_ms" (10000; until the header
+// of an answer is complete), "open_timeout_ms" (30000; for the whole opening of a track),
+// "least_rate" (16384 bytes a second of an answer's body, over each "rate_window_ms" (10000)). The
+// time that the process was stopped for does not count.
 //
 // Update configuration: "remove_track" forgets a track; "track_id" selects one, and opens it when
 // it is not open. When that fails no track is selected.
@@ -82,6 +86,7 @@ class StorageSource : public ISource {
   const ChannelInfoConstPtr top_;
   const ChannelInfoConstPtr bottom_;
   std::unique_ptr<HttpClient> client_;  // outlives the tracks
+  int64_t beginningBytes_ = 0;
   std::map<int64_t, OpenTrack> tracks_;
   std::optional<int64_t> selected_;
 

@@ -9,12 +9,13 @@
 
 namespace qel {
 
-StorageTrack::StorageTrack(HttpClient& client, std::shared_ptr<MemoryPool> pool, int64_t trackId)
+StorageTrack::StorageTrack(HttpClient& client, std::shared_ptr<MemoryPool> pool, int64_t trackId,
+                           int64_t beginning)
     : name_("track " + client.Address().TrackName(trackId)),
       pool_(std::move(pool)),
       maxIdle_(client.Limits().stall),
       file_(client, trackId) {
-  Reopen();
+  Open(beginning);
 }
 
 // Puts the track's name in front of what went wrong. Servers and files have a say in these texts.
@@ -31,14 +32,16 @@ auto StorageTrack::Named(Function function) {
   }
 }
 
-void StorageTrack::Reopen() {
+void StorageTrack::Open(int64_t beginning) {
   readAhead_.reset();
-  Named([this] {
-    file_.Open(!IsIndexInUse(name_));
+  Named([&] {
+    const bool isFirst = !IsIndexInUse(name_);
+    file_.Open(isFirst, isFirst ? beginning : 0);
     index_ = ShareIndex(name_, file_.Version(), [this] { return ReadTrackIndex(file_); });
     file_.EndIndex();
   });
   readAhead_ = std::make_unique<ReadAhead>(file_, *index_, *pool_);
+  lastRead_ = std::chrono::steady_clock::now();
 }
 
 std::optional<SampleBytes> StorageTrack::Read(int64_t number, const ReadAheadShare& share) {

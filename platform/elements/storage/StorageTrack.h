@@ -19,8 +19,10 @@ namespace qel {
 // Failures are QELRuntimeError that names the track; the next call starts afresh.
 class StorageTrack {
  public:
-  // Reads the index. The client outlives the track.
-  StorageTrack(HttpClient& client, std::shared_ptr<MemoryPool> pool, int64_t trackId);
+  // Reads the index, and as much of the file's beginning for the samples in it. The client outlives
+  // the track.
+  StorageTrack(HttpClient& client, std::shared_ptr<MemoryPool> pool, int64_t trackId,
+               int64_t beginning);
 
   // "track ADDRESS:PORT:Tn"
   const std::string& Name() const { return name_; }
@@ -28,7 +30,7 @@ class StorageTrack {
   const std::shared_ptr<const TrackIndex>& Index() const { return index_; }
 
   // Reads the index of the file that the server has now. After a failure the track is of no use.
-  void Reopen();
+  void Reopen() { Open(0); }
 
   // The bytes of a sample, none of one that was dropped. Throws FileChangedError when the file is
   // not the one that was indexed.
@@ -38,9 +40,11 @@ class StorageTrack {
   void StopReadingAhead() { readAhead_->Stop(); }
   int64_t Bytes() const { return readAhead_->Bytes(); }
   int Transfers() const { return readAhead_->Transfers(); }
+  // Or opened.
   std::chrono::steady_clock::time_point LastRead() const { return lastRead_; }
 
  private:
+  void Open(int64_t beginning);
   template <typename Function>
   auto Named(Function function);
 
