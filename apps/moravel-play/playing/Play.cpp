@@ -29,8 +29,17 @@ namespace {
 
 constexpr std::chrono::milliseconds kLookAround{50};  // for signals, and to draw the progress bar
 constexpr size_t kMaxTracksOfLane = 256;              // what one source keeps open
-// Of each file that is played from its beginning: the first picture or two.
-constexpr int64_t kBeginningBytes = int64_t{256} << 10;
+// That are asked for with the opening of files that are played from their beginning: of each,
+// enough for the first picture, and of all together.
+constexpr int64_t kBeginningBytes = int64_t{1} << 20;
+constexpr int64_t kAllBeginningBytes = int64_t{16} << 20;
+
+int64_t BeginningBytes(const Options& options) {
+  if (options.order != Order::Forward || options.start != TimeArgument())
+    return 0;
+  return std::min(kBeginningBytes,
+                  kAllBeginningBytes / static_cast<int64_t>(options.tracks.size()));
+}
 
 PictureSinks MakeSinks(const Options& options) {
   PictureSinks sinks;
@@ -254,8 +263,7 @@ int Play(const Options& options) {
 
 int RunPlay(int argc, const char* const* argv) {
   return RunParsed(ParseOptions(argc, argv), [](const Options& options) {
-    const bool isFromBeginning = options.order == Order::Forward && options.start == TimeArgument();
-    StartHost(options.logLevel, isFromBeginning ? kBeginningBytes : 0);
+    StartHost(options.logLevel, BeginningBytes(options));
     return Play(options);
   });
 }

@@ -51,7 +51,7 @@ SampleBytes ReadAhead::ReadStored(int64_t number, const ReadAheadShare& share) {
     AskAhead(number, share);
     return TakeFromBeginning(number);
   }
-  file_.DropBeginning();
+  LeaveBeginning(number);
   Ask(number, share);
   AskAhead(number, share);
   return Await();
@@ -60,6 +60,12 @@ SampleBytes ReadAhead::ReadStored(int64_t number, const ReadAheadShare& share) {
 bool ReadAhead::IsInBeginning(int64_t number) const {
   return file_.HasBeginning() && number >= 0 && number < index_.Count() &&
          file_.BeginningHolds(SampleBlock::Place(index_, number));
+}
+
+// What it has of a sample that goes on behind it is let in: else its connection would be lost.
+void ReadAhead::LeaveBeginning(int64_t number) {
+  if (file_.HasBeginning() && SampleBlock::Place(index_, number).offset >= file_.BeginningBytes())
+    file_.DropBeginning();
 }
 
 SampleBytes ReadAhead::TakeFromBeginning(int64_t number) {

@@ -60,6 +60,7 @@ class ReadAhead {
   void Ask(int64_t number, const ReadAheadShare& share);
   void AskAhead(int64_t number, const ReadAheadShare& share);
   bool IsInBeginning(int64_t number) const;
+  void LeaveBeginning(int64_t number);
   SampleBytes TakeFromBeginning(int64_t number);
   int64_t NextAhead(int64_t number) const;
   bool IsBatch(int64_t number, int64_t samples) const;
