@@ -30,7 +30,8 @@ bool BadNetwork::AwaitBytes(size_t bytes) {
   }
   const std::chrono::duration<double> time(static_cast<double>(bytes) / options_.bytesPerSecond);
   freeAt_ = std::max(freeAt_, Clock::now()) + std::chrono::ceil<Clock::duration>(time);
-  return !stop_.wait_until(lock, freeAt_, [this] { return isStopped_; });
+  const Clock::time_point passed = freeAt_;  // others' bytes come behind these
+  return !stop_.wait_until(lock, passed, [this] { return isStopped_; });
 }
 
 void BadNetwork::Stop() {

@@ -38,10 +38,11 @@ class BlockReceiver : public IRangeReceiver {
 
 }  // namespace
 
-// Bytes that are kept, on their way or here: as many as the file has of those asked for.
+// Bytes that are kept, on their way or here: as many as the file has of those asked for. Those that
+// nobody waits for are held back, so that the link is free for others.
 struct HttpFile::Part : IRangeReceiver {
-  Part(HttpClient& client, CURLU* url, const ByteRange& asked)
-      : range(asked), transfer(client, url, asked, nullptr, *this) {}
+  Part(HttpClient& client, CURLU* url, const ByteRange& asked, int64_t wanted)
+      : range(asked), awaited(wanted), transfer(client, url, asked, nullptr, *this) {}
 
   // Returns when so many are there, or all.
   void Await(int64_t count, HttpClient::Duration until = HttpClient::Duration::max()) {
@@ -50,6 +51,8 @@ struct HttpFile::Part : IRangeReceiver {
   }
 
   bool Take(std::span<const uint8_t> more) override {
+    if (HasEnough())
+      return false;
     if (bytes.empty())
       bytes.reserve(static_cast<size_t>(range.Inside(transfer.Version().size).size));
     bytes.insert(bytes.end(), more.begin(), more.end());
@@ -58,7 +61,7 @@ struct HttpFile::Part : IRangeReceiver {
   bool HasEnough() const override { return static_cast<int64_t>(bytes.size()) >= awaited; }
 
   const ByteRange range;
-  int64_t awaited = 0;
+  int64_t awaited;
   std::vector<uint8_t> bytes;
   HttpTransfer transfer;
 };
@@ -72,11 +75,11 @@ void HttpFile::Open(bool withIndex, int64_t beginning) {
   openUntil_ = client_.Listened() + client_.Limits().open;
   DropBeginning();
   end_.reset();
-  beginning_ =
-      std::make_unique<Part>(client_, url_.get(), ByteRange{0, std::max(beginning, kHeaderBytes)});
+  if (withIndex)  // first, as a slow link gives what it is asked for in that order
+    end_ = std::make_unique<Part>(client_, url_.get(), ByteRange::Last(kEndBytes), kEndBytes);
+  beginning_ = std::make_unique<Part>(
+      client_, url_.get(), ByteRange{0, std::max(beginning, kHeaderBytes)}, kHeaderBytes);
   isBeginningKept_ = beginning > 0;
-  if (withIndex)
-    end_ = std::make_unique<Part>(client_, url_.get(), ByteRange::Last(kEndBytes));
   beginning_->Await(kHeaderBytes, openUntil_);
   version_ = beginning_->transfer.Version();
   cost_ = {withIndex ? 2 : 1, 0};
@@ -121,6 +124,12 @@ int64_t HttpFile::BeginningBytes() const {
 
 bool HttpFile::IsBeginningUnderWay() const {
   return beginning_ && !beginning_->transfer.IsOver();
+}
+
+// A short file lies in both its beginning and its end, of which one comes later.
+bool HttpFile::IsHere(const FilePart& part) const {
+  return beginning_ && part.offset + static_cast<int64_t>(part.bytes.size()) <=
+                           static_cast<int64_t>(beginning_->bytes.size());
 }
 
 FilePart HttpFile::WithoutBeginning(FilePart part) {
@@ -178,6 +187,8 @@ void HttpFile::ReadAll(std::span<const FilePart> parts) {
     readings.pop_front();
   };
   for (const FilePart& wanted : parts) {
+    if (!IsHere(wanted) && ReadEnd(wanted))
+      continue;
     const FilePart part = WithoutBeginning(wanted);
     if (part.bytes.empty() || ReadEnd(part))
       continue;

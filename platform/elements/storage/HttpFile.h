@@ -60,6 +60,7 @@ class HttpFile : public IFileBytes {
  private:
   struct Part;
 
+  bool IsHere(const FilePart& part) const;
   FilePart WithoutBeginning(FilePart part);
   bool ReadEnd(const FilePart& part);
   void CountRequest(int64_t bytes);
