@@ -519,15 +519,21 @@ def opening(programs, source, clips):
                 note=note)]
 
 
-def table(rows):
-    lines = [f"{'row':<52} {'against':<30} {'value':>10} {'to reach':>10} {'limit':>6}"]
-    for row in rows:
-        mark = "" if row.reached() else "  MISSED"
-        limit = f"{row.limit:.2f}" if row.limit else ""
-        lines.append(f"{row.name:<52} {row.against:<30} {row.value:>7.2f} {row.unit:<2} "
-                     f"{row.relation:>3} {row.target:<6} {limit:>6}{mark}"
-                     + (f"   ({row.note})" if row.note else ""))
-    return "\n".join(lines)
+class Table:
+    """Rows, each told as soon as it is measured."""
+
+    def __init__(self):
+        self.rows = []
+        print(f"{'row':<52} {'against':<30} {'value':>10} {'to reach':>10} {'limit':>6}")
+
+    def add(self, rows):
+        for row in rows:
+            mark = "" if row.reached() else "  MISSED"
+            limit = f"{row.limit:.2f}" if row.limit else ""
+            note = f"   ({row.note})" if row.note else ""
+            print(f"{row.name:<52} {row.against:<30} {row.value:>7.2f} {row.unit:<2} "
+                  f"{row.relation:>3} {row.target:<6} {limit:>6}{mark}{note}", flush=True)
+        self.rows += rows
 
 
 def writing(player, programs, clip, rounds, seconds):
@@ -565,24 +571,25 @@ def main():
         print(f"{clip.stem}: {bytes_a_picture(clip) / 1000:.0f} KB a picture", file=sys.stderr)
     fields = make_video(arguments.clips / "1080i-fields.avi", 9, "yuvj420p", "1920x540")
     interlaced = make_interlaced(fields, arguments.clips / "1080i-420.avi")
-    rows = suites(programs, [*clips, interlaced], decode_rounds, decode_seconds)
+    table = Table()
+    table.add(suites(programs, [*clips, interlaced], decode_rounds, decode_seconds))
     for clip in [*clips, interlaced]:
-        rows += random_reading(programs, clip, read_rounds, read_seconds)
+        table.add(random_reading(programs, clip, read_rounds, read_seconds))
     played = clips if smoke else [make_longer(clip) for clip in clips]
-    rows += sequential_reading(programs, played[-1], read_rounds, read_seconds)
-    rows += far_reading(programs, played[0], 1 if smoke else 5)
-    rows += opening(programs, clips[0], arguments.clips)
-    rows += first_pictures(player, programs, played[0], read_rounds, read_seconds)
-    rows += starting(player, read_rounds)
-    rows += many_tracks(player, clips[0], arguments.clips, 1 if smoke else 3,
-                        64 if smoke else 3200)
-    rows += scrubbing(programs, clips[0], arguments.clips, 1 if smoke else 5)
-    rows += end_to_end(player, programs / "bare-player", played, play_rounds)
-    rows += writing(player, programs, played[0], play_rounds, decode_seconds)
-    rows += memory(player, clips[0], arguments.clips, 300 if smoke else 20_000)
-    print(table(rows))
+    table.add(sequential_reading(programs, played[-1], read_rounds, read_seconds))
+    table.add(far_reading(programs, played[0], 1 if smoke else 5))
+    table.add(opening(programs, clips[0], arguments.clips))
+    table.add(first_pictures(player, programs, played[0], read_rounds, read_seconds))
+    table.add(starting(player, read_rounds))
+    table.add(many_tracks(player, clips[0], arguments.clips, 1 if smoke else 3,
+                          64 if smoke else 3200))
+    table.add(scrubbing(programs, clips[0], arguments.clips, 1 if smoke else 5))
+    table.add(end_to_end(player, programs / "bare-player", played, play_rounds))
+    table.add(writing(player, programs, played[0], play_rounds, decode_seconds))
+    table.add(memory(player, clips[0], arguments.clips, 300 if smoke else 20_000))
     if arguments.json:
-        arguments.json.write_text(json.dumps([row.as_dict() for row in rows], indent=2) + "\n")
+        measured = [row.as_dict() for row in table.rows]
+        arguments.json.write_text(json.dumps(measured, indent=2) + "\n")
 
 
 if __name__ == "__main__":
