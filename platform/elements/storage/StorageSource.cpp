@@ -135,7 +135,7 @@ void StorageSource::SelectTrack(int64_t trackId) {
     OpenTrack open;
     open.track = std::make_unique<StorageTrack>(*client_, pool_, trackId, beginningBytes_);
     CheckIndexMemory(*open.track);
-    MakeRoom(*open.track);
+    MakeRoom(*open.track);  // for what it holds of its beginning
     open.infos = MakeInfos(open.track->Index());
     tracks_.emplace(trackId, std::move(open));
   }
